@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "platform/Json.hpp"
+
+namespace brimlog {
+
+/// How far reading of one log file got, which file it was, and the parser state carried from one
+/// read of it to the next.
+///
+/// `context` is opaque to the reader. Entries in use: "provider" (the raw value of the file's
+/// tool, by which the store finds a provider's cursors) and the parsers' own state, such as the
+/// Codex parser's "session" and "model".
+struct FileCursor {
+  std::string path;
+  /// The file's inode when the cursor was made; 0 when the file system reported none.
+  uint64_t inode = 0;
+  /// Bytes consumed from the start of the file: 0 or just past a line feed.
+  int64_t offset = 0;
+  std::map<std::string, std::string> context;
+
+  bool operator==(const FileCursor&) const = default;
+
+  /// {"path":…,"inode":…,"offset":…,"context":{…}}; all four keys are required when decoding.
+  Json toJson() const;
+  static FileCursor fromJson(const Json& json);
+};
+
+}  // namespace brimlog

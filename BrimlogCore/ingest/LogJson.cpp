@@ -1,0 +1,73 @@
+#include "ingest/LogJson.hpp"
+
+#include <cmath>
+#include <limits>
+
+namespace brimlog::logjson {
+namespace {
+
+simdjson::dom::parser& threadParser() {
+  thread_local simdjson::dom::parser parser;
+  return parser;
+}
+
+std::optional<object> asObject(simdjson::simdjson_result<element> parsed) {
+  object result;
+  if (parsed.get_object().get(result) != simdjson::SUCCESS) return std::nullopt;
+  return result;
+}
+
+}  // namespace
+
+std::optional<object> parseObject(std::string_view bytes) {
+  // The parser copies the bytes into its own padded buffer (reused from call to call).
+  return asObject(threadParser().parse(bytes.data(), bytes.size(), true));
+}
+
+std::optional<object> parseObject(PaddedLine line) {
+  return asObject(threadParser().parse(line.bytes.data(), line.bytes.size(), false));
+}
+
+int64_t tokenCount(object parent, std::string_view key) {
+  element value;
+  if (parent.at_key(key).get(value) != simdjson::SUCCESS) return 0;
+  switch (value.type()) {
+    case simdjson::dom::element_type::INT64:
+      return value.get_int64().value_unsafe();
+    case simdjson::dom::element_type::UINT64: {
+      const uint64_t u = value.get_uint64().value_unsafe();
+      constexpr auto kMax = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
+      return u > kMax ? std::numeric_limits<int64_t>::max() : static_cast<int64_t>(u);
+    }
+    case simdjson::dom::element_type::DOUBLE: {
+      const double d = std::trunc(value.get_double().value_unsafe());
+      if (d >= 0x1p63) return std::numeric_limits<int64_t>::max();
+      if (d < -0x1p63) return std::numeric_limits<int64_t>::min();
+      return static_cast<int64_t>(d);
+    }
+    case simdjson::dom::element_type::BOOL:
+      return value.get_bool().value_unsafe() ? 1 : 0;
+    default:
+      return 0;
+  }
+}
+
+std::optional<double> number(object parent, std::string_view key) {
+  element value;
+  if (parent.at_key(key).get(value) != simdjson::SUCCESS) return std::nullopt;
+  switch (value.type()) {
+    case simdjson::dom::element_type::INT64:
+    case simdjson::dom::element_type::UINT64:
+    case simdjson::dom::element_type::DOUBLE:
+      return value.get_double().value_unsafe();
+    default:
+      return std::nullopt;
+  }
+}
+
+bool isTrue(object parent, std::string_view key) {
+  bool value = false;
+  return parent.at_key(key).get_bool().get(value) == simdjson::SUCCESS && value;
+}
+
+}  // namespace brimlog::logjson

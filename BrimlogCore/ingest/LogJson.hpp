@@ -1,0 +1,55 @@
+#pragma once
+
+#include <simdjson.h>
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "ingest/LineBatch.hpp"
+
+namespace brimlog::logjson {
+
+static_assert(LineBatch::kPadding >= simdjson::SIMDJSON_PADDING,
+              "lines must carry the padding the JSON parser reads ahead into");
+
+using simdjson::dom::element;
+using simdjson::dom::object;
+
+/// Parses one line or document of a tool's log with the calling thread's own parser, fully
+/// validated (a syntax error, trailing bytes or invalid UTF-8 give nothing). The tree lives in
+/// that parser: it stays valid until the same thread parses again. No allocation once the
+/// parser has grown to the largest document seen.
+std::optional<object> parseObject(std::string_view bytes);
+std::optional<object> parseObject(PaddedLine line);
+
+/// The value under `key`, or nothing when the key is missing.
+inline std::optional<element> field(object parent, std::string_view key) {
+  element value;
+  if (parent.at_key(key).get(value) != simdjson::SUCCESS) return std::nullopt;
+  return value;
+}
+
+inline std::optional<std::string_view> string(object parent, std::string_view key) {
+  std::string_view value;
+  if (parent.at_key(key).get_string().get(value) != simdjson::SUCCESS) return std::nullopt;
+  return value;
+}
+
+inline std::optional<object> objectField(object parent, std::string_view key) {
+  object value;
+  if (parent.at_key(key).get_object().get(value) != simdjson::SUCCESS) return std::nullopt;
+  return value;
+}
+
+/// A token count: a JSON number truncated toward zero (held at the int64 limits beyond them),
+/// true as 1 and false as 0; a missing key, null, or any other type counts as 0.
+int64_t tokenCount(object parent, std::string_view key);
+
+/// A JSON number as a double; nothing for a missing key or any other type.
+std::optional<double> number(object parent, std::string_view key);
+
+/// Whether the value under `key` is the JSON literal true.
+bool isTrue(object parent, std::string_view key);
+
+}  // namespace brimlog::logjson

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "model/ProviderID.hpp"
+#include "model/TokenCounts.hpp"
+#include "platform/Date.hpp"
+
+namespace brimlog {
+
+/// One model reply as read from a tool's own log: what the parsers produce and the usage store
+/// counts. It has no JSON form; the store keeps only per-day sums of events.
+struct UsageEvent {
+  ProviderID provider = ProviderID::claude;
+  /// The model name as the tool logged it ("unknown" where the log names none).
+  std::string model;
+  /// The tool's conversation or session id; empty when the log line carries none.
+  std::string sessionID;
+  /// Identifies the underlying reply: the same reply logged twice yields the same key, and the
+  /// store counts each key once.
+  std::string dedupKey;
+  /// When the reply was logged, from the log line itself.
+  Date timestamp;
+  TokenCounts tokens;
+  /// A cost the tool itself reported, in US dollars; absent when the price table must price it.
+  std::optional<double> reportedCostUSD;
+
+  bool operator==(const UsageEvent&) const = default;
+};
+
+}  // namespace brimlog

@@ -1,0 +1,123 @@
+#include "platform/Calendar.hpp"
+
+#include <date/tz.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <stdexcept>
+
+namespace brimlog {
+namespace {
+
+using std::chrono::seconds;
+
+// Splits an instant into whole seconds (toward the past) and the fraction left over.
+std::pair<date::sys_seconds, double> split(Date date) {
+  const double whole = std::floor(unixSeconds(date));
+  return {date::sys_seconds{seconds{static_cast<int64_t>(whole)}}, unixSeconds(date) - whole};
+}
+
+Date toDate(date::sys_seconds instant, double fraction = 0.0) {
+  return dateFromUnixSeconds(static_cast<double>(instant.time_since_epoch().count()) + fraction);
+}
+
+// Instants within about 28,000 years of 1970, well inside the years the date library can
+// represent (-32767 to 32767), so local-time arithmetic never leaves its range.
+constexpr double kRangeSeconds = 9.0e11;
+
+bool inRange(Date date) {
+  const double s = unixSeconds(date);
+  return std::isfinite(s) && std::fabs(s) < kRangeSeconds;
+}
+
+const date::time_zone* locate(std::string_view name) {
+  try {
+    return date::locate_zone(name);
+  } catch (const std::exception&) {
+    return nullptr;
+  }
+}
+
+// The zone named by TZ: "Europe/Paris", ":Europe/Paris" or a path into the zoneinfo tree.
+const date::time_zone* zoneFromEnvironment() {
+  const char* value = std::getenv("TZ");
+  if (value == nullptr) return nullptr;
+  std::string_view name{value};
+  if (name.empty()) return locate("UTC");  // an empty TZ means UTC to the C library too
+  if (name.front() == ':') name.remove_prefix(1);
+  if (const auto pos = name.find("zoneinfo/"); pos != std::string_view::npos) {
+    name.remove_prefix(pos + 9);
+  }
+  return locate(name);
+}
+
+}  // namespace
+
+Calendar Calendar::current() {
+  if (const auto* zone = zoneFromEnvironment()) return Calendar{zone};
+  try {
+    return Calendar{date::current_zone()};
+  } catch (const std::exception&) {
+    return utc();
+  }
+}
+
+std::optional<Calendar> Calendar::named(std::string_view zoneName) {
+  if (const auto* zone = locate(zoneName)) return Calendar{zone};
+  return std::nullopt;
+}
+
+Calendar Calendar::utc() {
+  static const date::time_zone* const zone = date::locate_zone("UTC");
+  return Calendar{zone};
+}
+
+std::string_view Calendar::zoneName() const { return zone_->name(); }
+
+Date Calendar::startOfDay(Date date) const {
+  if (!inRange(date)) return date;
+  const auto [instant, fraction] = split(date);
+  const auto midnight = date::floor<date::days>(zone_->to_local(instant));
+  const auto info = zone_->get_info(midnight);
+  switch (info.result) {
+    case date::local_info::unique:
+    case date::local_info::ambiguous:  // the earlier of the two midnights
+      return toDate(date::sys_seconds{midnight.time_since_epoch()} - info.first.offset);
+    case date::local_info::nonexistent:  // midnight skipped: the day starts when the gap ends
+      return toDate(info.second.begin);
+  }
+  return date;
+}
+
+std::optional<Date> Calendar::addingDays(int days, Date date) const {
+  if (!inRange(date)) return std::nullopt;
+  const auto [instant, fraction] = split(date);
+  const auto target = zone_->to_local(instant) + date::days{days};
+  if (std::fabs(static_cast<double>(target.time_since_epoch().count())) >= kRangeSeconds) {
+    return std::nullopt;
+  }
+  const auto info = zone_->get_info(target);
+  // Reading the local time with the offset in force before any change at that time moves a
+  // skipped time forward by the gap and picks the earlier of two repeated times.
+  const Date result =
+      toDate(date::sys_seconds{target.time_since_epoch()} - info.first.offset, fraction);
+  if (!inRange(result)) return std::nullopt;
+  return result;
+}
+
+CalendarDay Calendar::day(Date date) const {
+  if (!inRange(date)) return {};
+  const auto local = zone_->to_local(split(date).first);
+  const date::year_month_day ymd{date::floor<date::days>(local)};
+  return {static_cast<int>(ymd.year()), static_cast<int>(static_cast<unsigned>(ymd.month())),
+          static_cast<int>(static_cast<unsigned>(ymd.day()))};
+}
+
+bool Calendar::isWeekend(Date date) const {
+  if (!inRange(date)) return false;
+  const auto local = zone_->to_local(split(date).first);
+  const date::weekday weekday{date::floor<date::days>(local)};
+  return weekday == date::Saturday || weekday == date::Sunday;
+}
+
+}  // namespace brimlog

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/Date.hpp"
+
+namespace date {
+class time_zone;
+}
+
+namespace brimlog {
+
+/// The local calendar date of an instant.
+struct CalendarDay {
+  int year = 0;
+  int month = 0;  // 1 to 12
+  int day = 0;    // 1 to 31
+  bool operator==(const CalendarDay&) const = default;
+};
+
+/// A Gregorian calendar in one time zone of the system's tz database.
+///
+/// Days are local days: they start at local midnight, or at the first instant after midnight
+/// where a daylight-saving change skips midnight itself (America/Sao_Paulo on 2018-11-04 starts
+/// at 01:00). A calendar is a small value, cheap to copy and safe to share between threads.
+///
+///     const Calendar ny = *Calendar::named("America/New_York");
+///     Date today = ny.startOfDay(now);
+///     std::optional<Date> tomorrow = ny.addingDays(1, today);  // midnight again, even in March
+class Calendar {
+ public:
+  /// The process's local zone: the zone named by `TZ` when it is set and known, otherwise the
+  /// system's /etc/localtime, and UTC when neither can be read.
+  static Calendar current();
+
+  /// A calendar for an IANA zone name such as "Europe/Paris" or "UTC"; nothing for an unknown name.
+  static std::optional<Calendar> named(std::string_view zoneName);
+
+  /// The calendar in UTC.
+  static Calendar utc();
+
+  /// The zone's IANA name.
+  std::string_view zoneName() const;
+
+  /// The first instant of the local day that holds `date`.
+  Date startOfDay(Date date) const;
+
+  /// The instant `days` local days after `date` at the same local time of day; a local time that
+  /// the target day skips moves forward by the length of the gap, and one it repeats takes the
+  /// earlier instant. Nothing when the result falls outside the calendar's range of years.
+  std::optional<Date> addingDays(int days, Date date) const;
+
+  /// The local year, month and day of `date`.
+  CalendarDay day(Date date) const;
+
+  /// Whether `date` falls on a Saturday or Sunday, locally.
+  bool isWeekend(Date date) const;
+
+  bool operator==(const Calendar& other) const { return zone_ == other.zone_; }
+
+ private:
+  explicit Calendar(const date::time_zone* zone) : zone_(zone) {}
+
+  const date::time_zone* zone_;  // owned by the tz database, lives as long as the process
+};
+
+}  // namespace brimlog

@@ -1,0 +1,89 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "platform/Calendar.hpp"
+
+namespace brimlog {
+namespace {
+
+Date at(const char* text) { return *parseISO8601(text); }
+
+TEST(CalendarTest, DaysStayAtLocalMidnightAcrossTheSpringForwardInNewYork) {
+  const Calendar ny = *Calendar::named("America/New_York");
+  // Clocks went from 02:00 EST to 03:00 EDT on 2025-03-09.
+  const Date saturday = ny.startOfDay(at("2025-03-08T15:00:00Z"));
+  EXPECT_EQ(saturday, at("2025-03-08T05:00:00Z"));
+  EXPECT_EQ(ny.addingDays(1, saturday), at("2025-03-09T05:00:00Z"));
+  EXPECT_EQ(ny.addingDays(2, saturday), at("2025-03-10T04:00:00Z"));  // a 23-hour day between
+  EXPECT_EQ(ny.addingDays(-1, at("2025-03-10T04:00:00Z")), at("2025-03-09T05:00:00Z"));
+  EXPECT_EQ(ny.startOfDay(at("2025-03-09T20:00:00Z")), at("2025-03-09T05:00:00Z"));
+
+  // A time of day that the target day skips moves forward by the gap.
+  EXPECT_EQ(ny.addingDays(1, at("2025-03-08T07:30:00Z")), at("2025-03-09T07:30:00Z"));
+  // The fraction of a second is kept.
+  EXPECT_EQ(ny.addingDays(1, at("2025-03-08T05:00:00.25Z")), at("2025-03-09T05:00:00.25Z"));
+}
+
+TEST(CalendarTest, ADayWhoseMidnightIsSkippedStartsWhenTheGapEnds) {
+  const Calendar saoPaulo = *Calendar::named("America/Sao_Paulo");
+  // On 2018-11-04 clocks jumped from 00:00 (-03) to 01:00 (-02): midnight never happened.
+  EXPECT_EQ(saoPaulo.startOfDay(at("2018-11-04T15:00:00Z")), at("2018-11-04T03:00:00Z"));
+  const Date before = saoPaulo.startOfDay(at("2018-11-03T15:00:00Z"));
+  EXPECT_EQ(before, at("2018-11-03T03:00:00Z"));
+  EXPECT_EQ(saoPaulo.addingDays(1, before), at("2018-11-04T03:00:00Z"));
+  EXPECT_EQ(saoPaulo.addingDays(2, before), at("2018-11-05T02:00:00Z"));
+  EXPECT_EQ(saoPaulo.day(at("2018-11-04T03:00:00Z")), (CalendarDay{2018, 11, 4}));
+  EXPECT_EQ(saoPaulo.day(at("2018-11-04T02:59:59Z")), (CalendarDay{2018, 11, 3}));
+}
+
+TEST(CalendarTest, TheRepeatedHourOfAFallBackTakesTheEarlierInstant) {
+  // America/Havana fell back from 01:00 to 00:00 on 2023-11-05, so midnight came twice.
+  const Calendar havana = *Calendar::named("America/Havana");
+  EXPECT_EQ(havana.startOfDay(at("2023-11-05T15:00:00Z")), at("2023-11-05T04:00:00Z"));
+}
+
+TEST(CalendarTest, DaysAndWeekendsAreLocal) {
+  const Calendar tokyo = *Calendar::named("Asia/Tokyo");
+  const Calendar la = *Calendar::named("America/Los_Angeles");
+  const Date instant = at("2025-06-06T20:00:00Z");  // Saturday 05:00 in Tokyo, Friday 13:00 in LA
+  EXPECT_EQ(tokyo.day(instant), (CalendarDay{2025, 6, 7}));
+  EXPECT_EQ(la.day(instant), (CalendarDay{2025, 6, 6}));
+  EXPECT_TRUE(tokyo.isWeekend(instant));
+  EXPECT_FALSE(la.isWeekend(instant));
+  EXPECT_TRUE(la.isWeekend(at("2025-06-08T23:59:59-07:00")));
+  EXPECT_FALSE(la.isWeekend(at("2025-06-09T00:00:00-07:00")));
+  EXPECT_EQ(Calendar::utc().day(at("1969-12-31T23:59:59.5Z")), (CalendarDay{1969, 12, 31}));
+}
+
+TEST(CalendarTest, ZonesComeFromNamesOrTheEnvironment) {
+  EXPECT_FALSE(Calendar::named("Not/A_Zone"));
+  EXPECT_EQ(Calendar::named("Europe/Paris")->zoneName(), "Europe/Paris");
+  EXPECT_EQ(Calendar::utc().zoneName(), "UTC");
+
+  const char* saved = std::getenv("TZ");
+  const std::string previous = saved ? saved : "";
+  ::setenv("TZ", "Asia/Tokyo", 1);
+  EXPECT_EQ(Calendar::current().zoneName(), "Asia/Tokyo");
+  ::setenv("TZ", ":Europe/Paris", 1);
+  EXPECT_EQ(Calendar::current().zoneName(), "Europe/Paris");
+  ::setenv("TZ", "/usr/share/zoneinfo/America/Sao_Paulo", 1);
+  EXPECT_EQ(Calendar::current().zoneName(), "America/Sao_Paulo");
+  ::setenv("TZ", "", 1);
+  EXPECT_EQ(Calendar::current().zoneName(), "UTC");
+  if (saved) {
+    ::setenv("TZ", previous.c_str(), 1);
+  } else {
+    ::unsetenv("TZ");
+  }
+}
+
+TEST(CalendarTest, DatesOutsideTheCalendarsRangeCannotBeFormed) {
+  const Calendar utc = Calendar::utc();
+  EXPECT_FALSE(utc.addingDays(2'000'000'000, at("2025-01-01T00:00:00Z")));
+  EXPECT_FALSE(utc.addingDays(1, dateFromUnixSeconds(std::numeric_limits<double>::infinity())));
+  EXPECT_TRUE(utc.addingDays(3650, at("2025-01-01T00:00:00Z")));
+}
+
+}  // namespace
+}  // namespace brimlog

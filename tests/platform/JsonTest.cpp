@@ -1,0 +1,85 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "platform/Json.hpp"
+
+namespace brimlog {
+namespace {
+
+using ::testing::HasSubstr;
+
+template <typename F>
+std::string decodeError(F&& decode) {
+  try {
+    decode();
+  } catch (const JsonDecodeError& error) {
+    return error.what();
+  }
+  return "no error";
+}
+
+TEST(JsonTest, RequiredAndOptionalKeysNameWhatIsWrong) {
+  const Json doc = Json::parse(R"({"a":1,"n":null,"s":"x"})");
+  EXPECT_EQ(json::require(doc, "a"), 1);
+  EXPECT_THAT(decodeError([&] { json::require(doc, "b"); }), HasSubstr("\"b\""));
+  EXPECT_THAT(decodeError([&] { json::require(doc, "n"); }), HasSubstr("Null value"));
+  EXPECT_EQ(json::optional(doc, "n"), nullptr);
+  EXPECT_EQ(json::optional(doc, "b"), nullptr);
+  EXPECT_THAT(decodeError([&] { json::number(doc["s"], "s"); }), HasSubstr("a number"));
+  EXPECT_THAT(decodeError([&] { json::require(Json::array(), "a"); }), HasSubstr("object"));
+}
+
+TEST(JsonTest, IntegersMustBeWholeAndInRange) {
+  EXPECT_EQ(json::integer(Json::parse("12"), "k"), 12);
+  EXPECT_EQ(json::integer(Json::parse("-12"), "k"), -12);
+  EXPECT_EQ(json::integer(Json::parse("12.0"), "k"), 12);
+  EXPECT_THROW(json::integer(Json::parse("12.5"), "k"), JsonDecodeError);
+  EXPECT_THROW(json::integer(Json::parse("9223372036854775808"), "k"), JsonDecodeError);
+  EXPECT_THROW(json::integer(Json::parse("\"12\""), "k"), JsonDecodeError);
+  EXPECT_EQ(json::unsignedInteger(Json::parse("18446744073709551615"), "k"), UINT64_MAX);
+  EXPECT_THROW(json::unsignedInteger(Json::parse("-1"), "k"), JsonDecodeError);
+}
+
+TEST(JsonTest, AnEnumerationCaseIsExactlyOneKnownKey) {
+  const auto pick = [](const char* text) {
+    return std::string(json::onlyCase(Json::parse(text), {"ok", "rateLimited"}, "status"));
+  };
+  EXPECT_EQ(pick(R"({"rateLimited":{},"note":1})"), "rateLimited");
+  for (const char* text : {R"({})", R"({"ok":{},"rateLimited":{}})", R"({"other":{}})"}) {
+    EXPECT_EQ(decodeError([&] { pick(text); }), "Invalid number of keys found, expected one.")
+        << text;
+  }
+}
+
+TEST(JsonTest, NumbersAndDatesMustBeFiniteToBeWritten) {
+  EXPECT_EQ(json::finite(1.5, "k"), 1.5);
+  EXPECT_THROW(json::finite(std::numeric_limits<double>::infinity(), "k"), JsonEncodeError);
+  EXPECT_THROW(json::finite(std::nan(""), "k"), JsonEncodeError);
+  EXPECT_THROW(json::encodeDate(dateFromUnixSeconds(std::nan("")), DateForm::iso8601, "k"),
+               JsonEncodeError);
+}
+
+TEST(JsonTest, DatesTakeTheFormOfTheirDocument) {
+  const Date date = *parseISO8601("2025-06-01T12:34:56.5Z");
+  const Json number = json::encodeDate(date, DateForm::referenceSeconds, "d");
+  EXPECT_EQ(number.get<double>(), 770474096.5);
+  EXPECT_EQ(json::decodeDate(json::parse(json::dump(number)), DateForm::referenceSeconds, "d"),
+            date);
+  EXPECT_EQ(json::encodeDate(date, DateForm::iso8601, "d"), "2025-06-01T12:34:56Z");
+  EXPECT_EQ(json::decodeDate("2025-06-01T14:34:56+02:00", DateForm::iso8601, "d"),
+            dateFromUnixSeconds(1748781296));
+  EXPECT_THROW(json::decodeDate("yesterday", DateForm::iso8601, "d"), JsonDecodeError);
+  EXPECT_THROW(json::decodeDate("2025-06-01T12:34:56Z", DateForm::referenceSeconds, "d"),
+               JsonDecodeError);
+}
+
+TEST(JsonTest, TextIsParsedAndWrittenCompactly) {
+  EXPECT_THROW(json::parse("{\"a\":"), JsonDecodeError);
+  EXPECT_EQ(json::dump(Json::parse(R"({ "b" : [1, 2], "a" : "x" })")), R"({"a":"x","b":[1,2]})");
+  EXPECT_EQ(json::dump(Json(std::string("a\xff"))), "\"a\xef\xbf\xbd\"");  // U+FFFD
+}
+
+}  // namespace
+}  // namespace brimlog

@@ -1,0 +1,61 @@
+#include "support/TempDir.hpp"
+
+#include <stdlib.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+namespace brimlog::testing {
+
+void TempDirTest::SetUp() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "brimlog-test-XXXXXX").string();
+  ASSERT_NE(::mkdtemp(pattern.data()), nullptr) << "mkdtemp failed";
+  dir_ = pattern;
+}
+
+void TempDirTest::TearDown() {
+  if (dir_.empty()) return;
+  if (HasFailure()) {
+    std::cerr << "Kept the test's temporary folder: " << dir_ << '\n';
+    return;
+  }
+  std::error_code ignored;
+  std::filesystem::remove_all(dir_, ignored);
+}
+
+std::filesystem::path TempDirTest::write(const std::filesystem::path& relative,
+                                         std::string_view contents) {
+  const auto path = dir_ / relative;
+  std::filesystem::create_directories(path.parent_path());
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(contents.data(), static_cast<std::streamsize>(contents.size()));
+  return path;
+}
+
+void TempDirTest::append(const std::filesystem::path& relative, std::string_view contents) {
+  std::ofstream out(dir_ / relative, std::ios::binary | std::ios::app);
+  out.write(contents.data(), static_cast<std::streamsize>(contents.size()));
+}
+
+std::optional<std::filesystem::path> realFixtures() {
+  std::filesystem::path path;
+  if (const char* override = std::getenv("BRIMLOG_REAL_FIXTURES")) {
+    path = override;
+  } else {
+    path = std::filesystem::path(BRIMLOG_SOURCE_DIR) / ".." / "shared" / "fixtures" / "real";
+  }
+  std::error_code error;
+  if (!std::filesystem::is_directory(path, error)) return std::nullopt;
+  return std::filesystem::canonical(path, error);
+}
+
+std::string readFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+}  // namespace brimlog::testing
