@@ -16,12 +16,12 @@ namespace brimlog {
 /// offset) is read again from the start, with `reset` set and an empty context.
 ///
 ///     std::optional<FileCursor> cursor = store.cursor(path);
-///     JSONLTail::Result r;
-///     do {
-///       r = JSONLTail::read(path, cursor, 4 << 20);
+///     for (bool atEOF = false; !atEOF;) {
+///       JSONLTail::Result r = JSONLTail::read(path, cursor, 4 << 20);  // one chunk alive at a time
 ///       for (PaddedLine line : r.lines) consume(line);
 ///       cursor = r.cursor;
-///     } while (!r.atEOF);
+///       atEOF = r.atEOF;
+///     }
 class JSONLTail {
  public:
   struct Result {
