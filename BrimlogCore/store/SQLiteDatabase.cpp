@@ -1,0 +1,120 @@
+#include "store/SQLiteDatabase.hpp"
+
+#include <fmt/format.h>
+#include <sqlite3.h>
+
+#include <climits>
+#include <cstring>
+
+namespace brimlog {
+
+UsageStoreError::UsageStoreError(int32_t code, std::string message)
+    : std::runtime_error(fmt::format("{} (SQLite result code {})", message, code)),
+      code_(code),
+      message_(std::move(message)) {}
+
+int64_t Row::integer(int column) const { return sqlite3_column_int64(statement_, column); }
+
+double Row::real(int column) const { return sqlite3_column_double(statement_, column); }
+
+bool Row::isNull(int column) const {
+  return sqlite3_column_type(statement_, column) == SQLITE_NULL;
+}
+
+std::string_view Row::text(int column) const {
+  const auto* text = sqlite3_column_text(statement_, column);
+  if (text == nullptr) return {};
+  return {reinterpret_cast<const char*>(text),
+          static_cast<size_t>(sqlite3_column_bytes(statement_, column))};
+}
+
+SQLiteDatabase::SQLiteDatabase(const std::string& path, int flags) {
+  sqlite3* handle = nullptr;
+  const int result = sqlite3_open_v2(path.c_str(), &handle, flags, nullptr);
+  if (handle == nullptr) throw UsageStoreError::sqlite(result, "open failed");
+  if (result != SQLITE_OK) {
+    std::string message = sqlite3_errmsg(handle);
+    sqlite3_close(handle);
+    throw UsageStoreError::sqlite(result, std::move(message));
+  }
+  db_ = handle;
+}
+
+SQLiteDatabase::~SQLiteDatabase() {
+  statements_.clear();  // every statement is finalized before the connection closes
+  sqlite3_close(db_);
+}
+
+void SQLiteDatabase::Finalizer::operator()(sqlite3_stmt* statement) const {
+  sqlite3_finalize(statement);
+}
+
+SQLiteDatabase::Use::~Use() {
+  sqlite3_reset(statement);
+  sqlite3_clear_bindings(statement);
+}
+
+void SQLiteDatabase::fail(int code) { throw UsageStoreError::sqlite(code, sqlite3_errmsg(db_)); }
+
+void SQLiteDatabase::exec(std::string_view script) {
+  const std::string text(script);
+  const int result = sqlite3_exec(db_, text.c_str(), nullptr, nullptr, nullptr);
+  if (result != SQLITE_OK) fail(result);
+}
+
+PreparedStatement SQLiteDatabase::prepared(std::string_view text) {
+  const std::string key(text);
+  if (const auto found = statements_.find(key); found != statements_.end()) {
+    return PreparedStatement{found->second.get()};
+  }
+  sqlite3_stmt* statement = nullptr;
+  const int result =
+      sqlite3_prepare_v3(db_, key.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+  if (result != SQLITE_OK) fail(result);
+  if (statement == nullptr) fail(result);  // an empty text prepares to nothing
+  statements_.emplace(key, Statement{statement});
+  return PreparedStatement{statement};
+}
+
+SQLiteDatabase::Use SQLiteDatabase::begin(PreparedStatement prepared,
+                                          std::initializer_list<Bind> binds) {
+  sqlite3_stmt* statement = prepared.get();
+  int index = 1;
+  for (const Bind& bind : binds) {
+    // Bind results are not checked: our statements have exactly the parameters we bind.
+    if (const auto* text = std::get_if<std::string_view>(&bind)) {
+      // Up to the first NUL, as a C string would be: the same key for the same visible text.
+      const void* nul = std::memchr(text->data(), '\0', text->size());
+      const size_t length =
+          nul ? static_cast<size_t>(static_cast<const char*>(nul) - text->data()) : text->size();
+      sqlite3_bind_text(statement, index, text->data(), static_cast<int>(length), SQLITE_TRANSIENT);
+    } else if (const auto* integer = std::get_if<int64_t>(&bind)) {
+      sqlite3_bind_int64(statement, index, *integer);
+    } else if (const auto* real = std::get_if<double>(&bind)) {
+      sqlite3_bind_double(statement, index, *real);
+    } else {
+      sqlite3_bind_null(statement, index);
+    }
+    ++index;
+  }
+  return Use{statement};
+}
+
+bool SQLiteDatabase::step(sqlite3_stmt* statement) {
+  const int result = sqlite3_step(statement);
+  if (result == SQLITE_ROW) return true;
+  if (result == SQLITE_DONE) return false;
+  fail(result);
+}
+
+int64_t SQLiteDatabase::run(PreparedStatement statement, std::initializer_list<Bind> binds) {
+  Use use = begin(statement, binds);
+  step(use.statement);
+  return sqlite3_changes64(db_);
+}
+
+void SQLiteDatabase::rollback() noexcept {
+  sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
+}  // namespace brimlog

@@ -1,0 +1,154 @@
+#include "store/SummaryBuilder.hpp"
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <unordered_map>
+
+#include "store/UsageStore.hpp"
+
+namespace brimlog {
+namespace {
+
+struct Totals {
+  bool present = false;  // a row or a session exists, even with zero tokens
+  int64_t tokens = 0;
+  double cost = 0;
+};
+
+struct ModelTotals {
+  TokenCounts tokens;
+  std::optional<double> cost;
+  bool approximate = false;
+};
+
+double share(double part, double whole) { return whole > 0 ? part / whole : 0.0; }
+
+}  // namespace
+
+SummaryWindow SummaryWindow::make(int days, Date now, const Calendar& calendar) {
+  SummaryWindow window;
+  window.days = std::max(days, 1);
+  window.today = calendar.startOfDay(now);
+  for (int k = -(window.days - 1); k <= 0; ++k) {
+    if (const auto date = calendar.addingDays(k, window.today)) {
+      window.dates.push_back(*date);
+      window.keys.push_back(UsageStore::dayKey(*date, calendar));
+    }
+  }
+  window.lastKey = UsageStore::dayKey(window.today, calendar);
+  window.firstKey = window.keys.empty() ? window.lastKey : window.keys.front();
+  return window;
+}
+
+UsageSummary buildSummary(const SummaryWindow& window, std::span<const SummaryRow> rows,
+                          std::span<const SessionCount> sessions, const PriceTable& prices) {
+  UsageSummary summary;
+  summary.days = window.days;
+  summary.windowEnd = window.today;
+
+  std::array<Totals, 4> byProvider{};
+  std::array<std::optional<int64_t>, 4> sessionsByProvider{};
+  std::array<bool, 4> approximateByProvider{};
+  std::unordered_map<std::string, Totals> byDay;
+  std::unordered_map<std::string, int64_t> sessionsByDay;
+  std::array<std::unordered_map<std::string, Totals>, 4> byProviderDay;
+  std::map<std::pair<int, std::string>, ModelTotals> byModel;
+
+  for (const SummaryRow& row : rows) {
+    const int p = row.provider.index();
+    const PricedCost priced = prices.cost(row.model, row.tokens, row.reported);
+    const int64_t processed = row.tokens.processed();
+
+    Totals& provider = byProvider[p];
+    Totals& day = byDay[row.day];
+    Totals& providerDay = byProviderDay[p][row.day];
+    ModelTotals& model = byModel[{p, row.model}];
+    for (Totals* totals : {&provider, &day, &providerDay}) {
+      totals->present = true;
+      totals->tokens = saturatingAdd(totals->tokens, processed);
+    }
+    summary.tokens += row.tokens;
+    model.tokens += row.tokens;
+    if (priced.approximate) {
+      approximateByProvider[p] = true;
+      model.approximate = true;
+    }
+    summary.cacheSavingsUSD += priced.cacheSavingsUSD;
+    if (!priced.usd) {
+      summary.hasUnknownPrices = true;
+      continue;
+    }
+    const double usd = *priced.usd;
+    summary.totalCostUSD += usd;
+    provider.cost += usd;
+    day.cost += usd;
+    providerDay.cost += usd;
+    model.cost = model.cost.value_or(0.0) + usd;
+    summary.costByType += *priced.breakdown;
+  }
+
+  for (const SessionCount& count : sessions) {
+    auto& provider = sessionsByProvider[count.provider.index()];
+    provider = provider.value_or(0) + count.count;
+    sessionsByDay[count.day] += count.count;
+    summary.sessions += count.count;
+  }
+
+  const double totalCost = summary.totalCostUSD;
+  const auto totalTokens = static_cast<double>(summary.tokens.processed());
+
+  std::vector<ProviderID> withData;
+  for (const ProviderID id : ProviderID::allCases) {
+    if (byProvider[id.index()].present || sessionsByProvider[id.index()]) withData.push_back(id);
+  }
+
+  for (const ProviderID id : withData) {
+    const Totals& totals = byProvider[id.index()];
+    summary.tools.push_back({id, sessionsByProvider[id.index()].value_or(0), totals.tokens,
+                             totals.cost, share(totals.cost, totalCost),
+                             share(static_cast<double>(totals.tokens), totalTokens),
+                             approximateByProvider[id.index()]});
+  }
+  std::stable_sort(summary.tools.begin(), summary.tools.end(),
+                   [](const auto& a, const auto& b) { return a.costUSD > b.costUSD; });
+
+  for (const ProviderID id : withData) {
+    const auto& days = byProviderDay[id.index()];
+    for (size_t i = 0; i < window.dates.size(); ++i) {
+      const auto found = days.find(window.keys[i]);
+      summary.daily.push_back(found == days.end() ? UsageSummary::DayPoint{window.dates[i], id}
+                                                  : UsageSummary::DayPoint{window.dates[i], id,
+                                                                           found->second.tokens,
+                                                                           found->second.cost});
+    }
+  }
+
+  for (const auto& [key, totals] : byModel) {
+    const ProviderID provider = ProviderID::allCases[key.first];
+    summary.models.push_back({provider, key.second, totals.cost,
+                              share(totals.cost.value_or(0.0), totalCost),
+                              share(static_cast<double>(totals.tokens.processed()), totalTokens),
+                              totals.tokens, totals.approximate});
+  }
+  std::sort(summary.models.begin(), summary.models.end(), [](const auto& a, const auto& b) {
+    if (a.costUSD.has_value() != b.costUSD.has_value()) return a.costUSD.has_value();
+    if (a.costUSD && *a.costUSD != *b.costUSD) return *a.costUSD > *b.costUSD;
+    const int64_t aTokens = a.tokens.processed(), bTokens = b.tokens.processed();
+    if (aTokens != bTokens) return aTokens > bTokens;
+    if (a.provider != b.provider) return a.provider.rawValue() < b.provider.rawValue();
+    return a.model < b.model;
+  });
+
+  for (size_t i = 0; i < window.dates.size(); ++i) {
+    const auto day = byDay.find(window.keys[i]);
+    const auto daySessions = sessionsByDay.find(window.keys[i]);
+    if (day == byDay.end() && daySessions == sessionsByDay.end()) continue;
+    summary.perDay.push_back({window.dates[i], day == byDay.end() ? 0.0 : day->second.cost,
+                              day == byDay.end() ? 0 : day->second.tokens,
+                              daySessions == sessionsByDay.end() ? 0 : daySessions->second});
+  }
+  return summary;
+}
+
+}  // namespace brimlog

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "model/ProviderID.hpp"
+#include "model/TokenCounts.hpp"
+#include "platform/Calendar.hpp"
+#include "store/PriceTable.hpp"
+#include "store/UsageSummary.hpp"
+
+namespace brimlog {
+
+/// The days a summary covers.
+struct SummaryWindow {
+  int days = 1;                   // at least one
+  Date today;                     // start of the day of `now`
+  std::vector<Date> dates;        // starts of the window's days, oldest first
+  std::vector<std::string> keys;  // their day keys
+  std::string firstKey;
+  std::string lastKey;
+
+  static SummaryWindow make(int days, Date now, const Calendar& calendar);
+};
+
+/// One stored (provider, model, day) row.
+struct SummaryRow {
+  ProviderID provider;
+  std::string model;
+  std::string day;
+  TokenCounts tokens;
+  std::optional<double> reported;
+};
+
+/// Sessions first seen on one day.
+struct SessionCount {
+  ProviderID provider;
+  std::string day;
+  int64_t count;
+};
+
+/// Condenses the rows of a window into a summary in one pass: each row priced as one bundle, costs
+/// and tokens added up per tool, day, (tool, day) and model.
+UsageSummary buildSummary(const SummaryWindow& window, std::span<const SummaryRow> rows,
+                          std::span<const SessionCount> sessions, const PriceTable& prices);
+
+}  // namespace brimlog

@@ -1,0 +1,215 @@
+#include "store/UsageStore.hpp"
+
+#include <fmt/format.h>
+#include <sqlite3.h>
+
+#include "store/PriceTable.hpp"
+#include "store/StoreSQL.hpp"
+#include "store/SummaryBuilder.hpp"
+#include "store/UsageSummary.hpp"
+
+namespace brimlog {
+namespace {
+
+constexpr std::string_view kInsertSeen = "INSERT OR IGNORE INTO seen(key, day) VALUES(?1, ?2)";
+constexpr std::string_view kSaveCursor =
+    "INSERT OR REPLACE INTO cursors(path, json) VALUES(?1, ?2)";
+
+// Day keys of consecutive events mostly repeat: remember the last local day's bounds so that an
+// event inside them needs no time-zone arithmetic.
+class DayKeys {
+ public:
+  explicit DayKeys(const Calendar& calendar) : calendar_(calendar) {}
+
+  const std::string& operator()(Date date) {
+    if (!(date >= start_ && date < end_)) {
+      key_ = UsageStore::dayKey(date, calendar_);
+      start_ = calendar_.startOfDay(date);
+      end_ = calendar_.addingDays(1, start_).value_or(start_);
+      if (!(date >= start_ && date < end_)) end_ = start_;  // never cache an odd bound
+    }
+    return key_;
+  }
+
+ private:
+  const Calendar& calendar_;
+  std::string key_;
+  Date start_{};
+  Date end_{};
+};
+
+}  // namespace
+
+UsageStore::UsageStore(const std::filesystem::path& url) {
+  const std::string path = url.filename() == ":memory:" ? ":memory:" : url.string();
+  auto db = std::make_unique<SQLiteDatabase>(
+      path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX);
+  db->exec("PRAGMA journal_mode=WAL");
+  std::optional<int64_t> version;
+  db->query("PRAGMA user_version", {}, [&](const Row& row) {
+    if (!version) version = row.integer(0);
+  });
+  if (!version || *version <= 0) {
+    db->transaction([&] {
+      db->exec(sql::kSchema);
+      db->exec(fmt::format("PRAGMA user_version = {}", schemaVersion));
+    });
+  }
+  db_ = std::move(db);
+}
+
+UsageStore::~UsageStore() = default;
+
+template <typename Body>
+decltype(auto) UsageStore::withDatabase(Body&& body) {
+  std::lock_guard lock(mutex_);
+  if (!db_) throw UsageStoreError::sqlite(SQLITE_MISUSE, "closed");
+  return body(*db_);
+}
+
+std::string UsageStore::dayKey(Date date, const Calendar& calendar) {
+  const CalendarDay day = calendar.day(date);
+  return fmt::format("{:04d}-{:02d}-{:02d}", day.year, day.month, day.day);
+}
+
+int64_t UsageStore::ingest(std::span<const UsageEvent> events, const Calendar& calendar,
+                           std::span<const FileCursor> cursors) {
+  // Encode first: a cursor that cannot be written fails the call before any statement runs.
+  std::vector<std::string> cursorTexts;
+  cursorTexts.reserve(cursors.size());
+  for (const FileCursor& cursor : cursors) cursorTexts.push_back(json::dump(cursor.toJson()));
+
+  DayKeys dayKeys{calendar};
+  return withDatabase([&](SQLiteDatabase& db) {
+    const PreparedStatement insertSeen = db.prepared(kInsertSeen);
+    const PreparedStatement upsertDaily = db.prepared(sql::kDailyUpsert);
+    const PreparedStatement upsertSession = db.prepared(sql::kSessionUpsert);
+    const PreparedStatement saveCursor = db.prepared(kSaveCursor);
+    int64_t inserted = 0;
+    db.transaction([&] {
+      for (const UsageEvent& event : events) {
+        const std::string& day = dayKeys(event.timestamp);
+        if (db.run(insertSeen, {event.dedupKey, day}) == 0) continue;  // counted before
+        ++inserted;
+        const std::string_view provider = event.provider.rawValue();
+        const TokenCounts& t = event.tokens;
+        const Bind reported = event.reportedCostUSD ? Bind{*event.reportedCostUSD} : Bind{nullptr};
+        db.run(upsertDaily, {provider, event.model, day, t.uncachedInput, t.cacheRead,
+                             t.cacheWrite5m, t.cacheWrite1h, t.output, t.reasoning, reported});
+        db.run(upsertSession, {provider, event.sessionID, day});
+      }
+      for (size_t i = 0; i < cursors.size(); ++i) {
+        db.run(saveCursor, {cursors[i].path, cursorTexts[i]});
+      }
+    });
+    return inserted;
+  });
+}
+
+std::optional<FileCursor> UsageStore::cursor(const std::string& path) {
+  std::optional<std::string> text;
+  withDatabase([&](SQLiteDatabase& db) {
+    db.query("SELECT json FROM cursors WHERE path = ?1", {path}, [&](const Row& row) {
+      if (!text) text = std::string(row.text(0));
+    });
+  });
+  if (!text) return std::nullopt;
+  return FileCursor::fromJson(json::parse(*text));
+}
+
+std::map<std::string, FileCursor> UsageStore::allCursors() {
+  std::map<std::string, FileCursor> cursors;
+  withDatabase([&](SQLiteDatabase& db) {
+    db.query("SELECT path, json FROM cursors", {}, [&](const Row& row) {
+      try {
+        cursors.emplace(row.text(0), FileCursor::fromJson(json::parse(row.text(1))));
+      } catch (const JsonDecodeError&) {
+        // A damaged row is as good as none: that file is read again from its start.
+      }
+    });
+  });
+  return cursors;
+}
+
+void UsageStore::save(const FileCursor& cursor) {
+  const std::string text = json::dump(cursor.toJson());
+  withDatabase([&](SQLiteDatabase& db) { db.run(kSaveCursor, {cursor.path, text}); });
+}
+
+void UsageStore::resetCursors(ProviderID provider) {
+  withDatabase([&](SQLiteDatabase& db) {
+    std::vector<std::pair<std::string, std::string>> rows;
+    db.query("SELECT path, json FROM cursors", {},
+             [&](const Row& row) { rows.emplace_back(row.text(0), row.text(1)); });
+    db.transaction([&] {
+      for (const auto& [path, text] : rows) {
+        std::optional<FileCursor> cursor;
+        try {
+          cursor = FileCursor::fromJson(json::parse(text));
+        } catch (const JsonDecodeError&) {
+          continue;  // not ours to judge: keep it
+        }
+        const auto owner = cursor->context.find("provider");
+        if (owner == cursor->context.end() || owner->second != provider.rawValue()) continue;
+        db.run("DELETE FROM cursors WHERE path = ?1", {path});
+      }
+    });
+  });
+}
+
+void UsageStore::setLimits(const ProviderLimits& limits, ProviderID provider) {
+  const std::string text = json::dump(limits.toJson(DateForm::referenceSeconds));
+  withDatabase([&](SQLiteDatabase& db) {
+    db.run("INSERT OR REPLACE INTO limits(provider, json) VALUES(?1, ?2)",
+           {provider.rawValue(), text});
+  });
+}
+
+std::optional<ProviderLimits> UsageStore::limits(ProviderID provider) {
+  std::optional<std::string> text;
+  withDatabase([&](SQLiteDatabase& db) {
+    db.query("SELECT json FROM limits WHERE provider = ?1", {provider.rawValue()},
+             [&](const Row& row) {
+               if (!text) text = std::string(row.text(0));
+             });
+  });
+  if (!text) return std::nullopt;
+  return ProviderLimits::fromJson(json::parse(*text), DateForm::referenceSeconds);
+}
+
+void UsageStore::prune(Date date, const Calendar& calendar) {
+  const std::string cutoff = dayKey(date, calendar);
+  withDatabase([&](SQLiteDatabase& db) {
+    db.transaction([&] {
+      db.run("DELETE FROM daily WHERE day < ?1", {cutoff});
+      db.run("DELETE FROM sessions WHERE day < ?1", {cutoff});
+      db.run("DELETE FROM seen WHERE day < ?1", {cutoff});
+    });
+  });
+}
+
+UsageSummary UsageStore::summary(int days, Date now, const Calendar& calendar,
+                                 const PriceTable& prices) {
+  const SummaryWindow window = SummaryWindow::make(days, now, calendar);
+  std::vector<SummaryRow> rows;
+  std::vector<SessionCount> sessions;
+  withDatabase([&](SQLiteDatabase& db) {
+    const std::initializer_list<Bind> range = {window.firstKey, window.lastKey};
+    db.query(sql::kSummaryUsage, range, [&](const Row& row) {
+      const auto provider = ProviderID::fromRawValue(row.text(0));
+      if (!provider) return;
+      rows.push_back(SummaryRow{*provider, std::string(row.text(1)), std::string(row.text(2)),
+                                TokenCounts{row.integer(3), row.integer(4), row.integer(5),
+                                            row.integer(6), row.integer(7), row.integer(8)},
+                                row.isNull(9) ? std::nullopt : std::optional<double>(row.real(9))});
+    });
+    db.query(sql::kSummarySessions, range, [&](const Row& row) {
+      const auto provider = ProviderID::fromRawValue(row.text(0));
+      if (!provider) return;
+      sessions.push_back(SessionCount{*provider, std::string(row.text(1)), row.integer(2)});
+    });
+  });
+  return buildSummary(window, rows, sessions, prices);
+}
+
+}  // namespace brimlog

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "ingest/FileCursor.hpp"
+#include "model/ProviderID.hpp"
+#include "model/ProviderLimits.hpp"
+#include "model/UsageEvent.hpp"
+#include "platform/Calendar.hpp"
+#include "store/SQLiteDatabase.hpp"
+
+namespace brimlog {
+
+class PriceTable;
+struct UsageSummary;
+
+/// The local usage database: per provider, model and local day, the summed tokens and reported
+/// costs of every event ever counted; the keys already counted (so a re-read log never counts a
+/// reply twice); the first day of every session; the log readers' cursors; and each provider's
+/// last limits.
+///
+/// Every operation runs on the one connection, one at a time; callers on any thread block until
+/// theirs is done. Operations are not re-entrant. Write operations are transactions started with
+/// BEGIN IMMEDIATE: all or nothing. No busy timeout is set, so a database locked by another
+/// writer fails at once with SQLITE_BUSY instead of waiting.
+///
+///     UsageStore store{dataDir / "usage.db"};
+///     int64_t added = store.ingest(events, Calendar::current(), cursors);
+///     UsageSummary s = store.summary(30, currentDate(), Calendar::current(),
+///     PriceTable::bundled());
+class UsageStore {
+ public:
+  static constexpr int32_t schemaVersion = 1;
+
+  /// Opens or creates the database at `url`; a last path component of exactly ":memory:" opens a
+  /// private in-memory database instead. Creates the schema unless `user_version` is already
+  /// positive. Throws `UsageStoreError`.
+  explicit UsageStore(const std::filesystem::path& url);
+  ~UsageStore();
+  UsageStore(const UsageStore&) = delete;
+  UsageStore& operator=(const UsageStore&) = delete;
+
+  /// Counts a batch in one transaction and returns how many of its events were new. An event is
+  /// counted exactly when its `dedupKey` was never counted before; later events with a known key
+  /// change nothing. The given cursors are saved in the same transaction, after the events, so a
+  /// batch and the read positions that produced it are stored together or not at all.
+  int64_t ingest(std::span<const UsageEvent> events, const Calendar& calendar,
+                 std::span<const FileCursor> cursors = {});
+
+  /// The stored cursor of a log file; throws `JsonDecodeError` when the stored text is damaged.
+  std::optional<FileCursor> cursor(const std::string& path);
+
+  /// Every stored cursor by path, in one query; rows that do not decode are left out.
+  std::map<std::string, FileCursor> allCursors();
+
+  /// Stores a cursor under its path, replacing an earlier one.
+  void save(const FileCursor& cursor);
+
+  /// Deletes the cursors whose context says they belong to `provider` ("provider" = raw value);
+  /// cursors without that entry, of other providers, or that do not decode are kept.
+  void resetCursors(ProviderID provider);
+
+  /// Stores a provider's limits (dates as seconds since 2001), replacing earlier ones.
+  void setLimits(const ProviderLimits& limits, ProviderID provider);
+
+  /// A provider's stored limits; throws `JsonDecodeError` when the stored text is damaged.
+  std::optional<ProviderLimits> limits(ProviderID provider);
+
+  /// Deletes usage, session and seen rows of local days before the day of `date`; rows of that
+  /// day itself, cursors and limits are kept. An event older than the cutoff can then be counted
+  /// again if its line is read again.
+  void prune(Date date, const Calendar& calendar);
+
+  /// The last `days` local days (at least one) up to the day of `now`, priced with `prices`.
+  UsageSummary summary(int days, Date now, const Calendar& calendar, const PriceTable& prices);
+
+  /// A local day as "YYYY-MM-DD"; such keys compare chronologically as text.
+  static std::string dayKey(Date date, const Calendar& calendar);
+
+ private:
+  // Runs `body` with the connection, serialised with every other operation.
+  template <typename Body>
+  decltype(auto) withDatabase(Body&& body);
+
+  void saveCursorText(const std::string& path, const std::string& json);
+
+  std::mutex mutex_;
+  std::unique_ptr<SQLiteDatabase> db_;
+};
+
+}  // namespace brimlog

@@ -1,0 +1,339 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <fstream>
+
+#include "store/StoreSQL.hpp"
+#include "store/UsageStore.hpp"
+#include "support/TempDir.hpp"
+
+namespace brimlog {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::Pair;
+
+Date at(const char* text) { return *parseISO8601(text); }
+
+UsageEvent event(std::string key, const char* timestamp, TokenCounts tokens = {1, 0, 0, 0, 1, 0},
+                 std::optional<double> reported = std::nullopt, std::string session = "s1",
+                 std::string model = "m1", ProviderID provider = ProviderID::claude) {
+  return {provider, std::move(model), std::move(session), std::move(key), at(timestamp),
+          tokens,   reported};
+}
+
+// Reads the database with the SQLite C API directly, not through the store.
+class RawDatabase {
+ public:
+  explicit RawDatabase(const std::filesystem::path& path) {
+    EXPECT_EQ(sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE, nullptr), SQLITE_OK);
+  }
+  ~RawDatabase() { sqlite3_close(db_); }
+
+  // Every row of a query, its columns as text ("NULL" for NULL), joined with "|".
+  std::vector<std::string> rows(const std::string& sql) {
+    std::vector<std::string> result;
+    sqlite3_stmt* statement = nullptr;
+    EXPECT_EQ(sqlite3_prepare_v2(db_, sql.c_str(), -1, &statement, nullptr), SQLITE_OK) << sql;
+    while (sqlite3_step(statement) == SQLITE_ROW) {
+      std::string row;
+      for (int i = 0; i < sqlite3_column_count(statement); ++i) {
+        if (i > 0) row += '|';
+        const auto* text = sqlite3_column_text(statement, i);
+        row += text ? reinterpret_cast<const char*>(text) : "NULL";
+      }
+      result.push_back(row);
+    }
+    sqlite3_finalize(statement);
+    return result;
+  }
+
+  int exec(const std::string& sql) {
+    return sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr);
+  }
+
+ private:
+  sqlite3* db_ = nullptr;
+};
+
+class UsageStoreTest : public testing::TempDirTest {
+ protected:
+  std::filesystem::path dbPath() const { return dir() / "usage.db"; }
+  const Calendar utc = Calendar::utc();
+};
+
+TEST_F(UsageStoreTest, CreatesTheFiveTablesAndTheSchemaVersion) {
+  { UsageStore store{dbPath()}; }
+  RawDatabase raw{dbPath()};
+  EXPECT_THAT(raw.rows("PRAGMA user_version"), ElementsAre("1"));
+  EXPECT_THAT(raw.rows("PRAGMA journal_mode"), ElementsAre("wal"));
+  EXPECT_THAT(raw.rows("SELECT name FROM sqlite_master WHERE type = 'table' ORDER BY name"),
+              ElementsAre("cursors", "daily", "limits", "seen", "sessions"));
+  const auto columns = [&](const char* table) {
+    return raw.rows(
+        std::string("SELECT name || ':' || type || ':' || pk FROM pragma_table_info('") + table +
+        "')");
+  };
+  EXPECT_THAT(columns("seen"), ElementsAre("key:TEXT:1", "day:TEXT:0"));
+  EXPECT_THAT(columns("daily"),
+              ElementsAre("provider:TEXT:1", "model:TEXT:2", "day:TEXT:3", "uncached:INTEGER:0",
+                          "cache_read:INTEGER:0", "w5m:INTEGER:0", "w1h:INTEGER:0",
+                          "output:INTEGER:0", "reasoning:INTEGER:0", "reported_usd:REAL:0"));
+  EXPECT_THAT(columns("sessions"),
+              ElementsAre("provider:TEXT:1", "session_id:TEXT:2", "day:TEXT:0"));
+  EXPECT_THAT(columns("cursors"), ElementsAre("path:TEXT:1", "json:TEXT:0"));
+  EXPECT_THAT(columns("limits"), ElementsAre("provider:TEXT:1", "json:TEXT:0"));
+}
+
+TEST_F(UsageStoreTest, AnExistingSchemaVersionIsTakenAsIs) {
+  // A file whose user_version is already set gets no tables at all.
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(dbPath().c_str(), &db), SQLITE_OK);
+  sqlite3_exec(db, "PRAGMA user_version = 7; CREATE TABLE other(x)", nullptr, nullptr, nullptr);
+  sqlite3_close(db);
+  { UsageStore store{dbPath()}; }
+  RawDatabase raw{dbPath()};
+  EXPECT_THAT(raw.rows("SELECT name FROM sqlite_master WHERE type = 'table'"),
+              ElementsAre("other"));
+  EXPECT_THAT(raw.rows("PRAGMA user_version"), ElementsAre("7"));
+}
+
+TEST_F(UsageStoreTest, EveryKeyIsCountedOnceAcrossAndWithinBatches) {
+  UsageStore store{dbPath()};
+  const std::vector<UsageEvent> batch = {
+      event("a", "2025-03-01T10:00:00Z", {10, 1, 2, 3, 4, 5}),
+      event("b", "2025-03-01T11:00:00Z", {1, 1, 1, 1, 1, 1}),
+      event("a", "2025-03-01T12:00:00Z", {100, 100, 100, 100, 100, 100}),  // a repeat within
+  };
+  EXPECT_EQ(store.ingest(batch, utc), 2);
+  EXPECT_EQ(store.ingest(batch, utc), 0);
+  // A different provider, model and day do not make a known key new.
+  EXPECT_EQ(store.ingest(std::vector{event("b", "2025-04-01T00:00:00Z", {9, 9, 9, 9, 9, 9}, 1.0,
+                                           "s9", "m9", ProviderID::codex)},
+                         utc),
+            0);
+  EXPECT_EQ(store.ingest(std::vector<UsageEvent>{}, utc), 0);
+
+  RawDatabase raw{dbPath()};
+  EXPECT_THAT(raw.rows("SELECT * FROM daily"),
+              ElementsAre("claude|m1|2025-03-01|11|2|3|4|5|6|NULL"));
+  EXPECT_THAT(raw.rows("SELECT * FROM sessions"), ElementsAre("claude|s1|2025-03-01"));
+  EXPECT_THAT(raw.rows("SELECT key, day FROM seen ORDER BY key"),
+              ElementsAre("a|2025-03-01", "b|2025-03-01"));
+}
+
+TEST_F(UsageStoreTest, ReportedCostsStayNullUntilOneIsReported) {
+  UsageStore store{dbPath()};
+  RawDatabase raw{dbPath()};
+  const auto reported = [&] { return raw.rows("SELECT reported_usd FROM daily"); };
+  store.ingest(std::vector{event("1", "2025-03-01T01:00:00Z")}, utc);
+  EXPECT_THAT(reported(), ElementsAre("NULL"));
+  store.ingest(std::vector{event("2", "2025-03-01T02:00:00Z", {}, 0.25)}, utc);
+  EXPECT_THAT(reported(), ElementsAre("0.25"));
+  store.ingest(
+      std::vector{event("3", "2025-03-01T03:00:00Z"), event("4", "2025-03-01T04:00:00Z", {}, 0.5)},
+      utc);
+  EXPECT_THAT(reported(), ElementsAre("0.75"));
+}
+
+TEST_F(UsageStoreTest, ASessionKeepsItsEarliestDay) {
+  UsageStore store{dbPath()};
+  store.ingest(std::vector{event("x", "2025-03-02T10:00:00Z")}, utc);
+  store.ingest(std::vector{event("y", "2025-03-01T10:00:00Z")}, utc);
+  store.ingest(std::vector{event("z", "2025-03-05T10:00:00Z")}, utc);
+  RawDatabase raw{dbPath()};
+  EXPECT_THAT(raw.rows("SELECT day FROM sessions"), ElementsAre("2025-03-01"));
+}
+
+TEST_F(UsageStoreTest, DaysAreLocalToTheCalendar) {
+  const Calendar ny = *Calendar::named("America/New_York");
+  // 00:00:30 local on 2025-03-10 is still 2025-03-10 04:00:30 in UTC, but 23:30 local on the 9th
+  // is already the 10th in UTC.
+  EXPECT_EQ(UsageStore::dayKey(at("2025-03-10T04:00:30Z"), ny), "2025-03-10");
+  EXPECT_EQ(UsageStore::dayKey(at("2025-03-10T03:59:59.9Z"), ny), "2025-03-09");
+  EXPECT_EQ(UsageStore::dayKey(at("2025-03-10T03:30:00Z"), utc), "2025-03-10");
+  EXPECT_EQ(UsageStore::dayKey(at("0999-01-02T00:00:00Z"), utc), "0999-01-02");
+
+  UsageStore store{dbPath()};
+  store.ingest(
+      std::vector{event("late", "2025-03-10T03:59:59Z"), event("early", "2025-03-10T04:00:01Z")},
+      ny);
+  RawDatabase raw{dbPath()};
+  EXPECT_THAT(raw.rows("SELECT day, uncached FROM daily ORDER BY day"),
+              ElementsAre("2025-03-09|1", "2025-03-10|1"));
+}
+
+TEST_F(UsageStoreTest, AFailingStatementRollsTheWholeBatchBack) {
+  const FileCursor cursor{"/logs/a.jsonl", 7, 100, {{"provider", "claude"}}};
+  {
+    UsageStore store{dbPath()};
+    store.ingest(std::vector{event("before", "2025-03-01T10:00:00Z")}, utc);
+  }
+  RawDatabase raw{dbPath()};
+  ASSERT_EQ(raw.exec("CREATE TRIGGER refuse BEFORE INSERT ON daily WHEN NEW.model = 'explode' "
+                     "BEGIN SELECT RAISE(ABORT, 'refused'); END"),
+            SQLITE_OK);
+  const auto everything = [&] {
+    std::vector<std::string> all;
+    for (const char* table : {"seen", "daily", "sessions", "cursors"}) {
+      for (auto& row : raw.rows(std::string("SELECT * FROM ") + table)) all.push_back(row);
+    }
+    return all;
+  };
+  const auto before = everything();
+
+  UsageStore store{dbPath()};
+  const std::vector<UsageEvent> batch = {
+      event("new", "2025-03-02T10:00:00Z", {5, 5, 5, 5, 5, 5}, 1.0, "s2"),
+      event("boom", "2025-03-02T11:00:00Z", {}, std::nullopt, "s3", "explode"),
+  };
+  try {
+    store.ingest(batch, utc, std::vector{cursor});
+    FAIL() << "the batch was accepted";
+  } catch (const UsageStoreError& error) {
+    EXPECT_EQ(error.code(), SQLITE_CONSTRAINT);
+    EXPECT_EQ(error.message(), "refused");
+  }
+  EXPECT_EQ(everything(), before);
+  EXPECT_FALSE(store.cursor(cursor.path));
+
+  // The same store goes on working, and the events are new on the next try.
+  ASSERT_EQ(raw.exec("DROP TRIGGER refuse"), SQLITE_OK);
+  EXPECT_EQ(store.ingest(batch, utc, std::vector{cursor}), 2);
+  EXPECT_EQ(store.cursor(cursor.path), cursor);
+}
+
+TEST_F(UsageStoreTest, CursorsAreStoredReplacedAndReadBackInOneQuery) {
+  UsageStore store{dbPath()};
+  EXPECT_FALSE(store.cursor("/nowhere"));
+  FileCursor cursor{"/logs/a.jsonl", 42, 1024, {{"provider", "codex"}, {"model", "gpt-5"}}};
+  store.save(cursor);
+  EXPECT_EQ(store.cursor(cursor.path), cursor);
+  cursor.offset = 2048;
+  store.save(cursor);
+  EXPECT_EQ(store.cursor(cursor.path), cursor);
+
+  const FileCursor other{"/logs/b.jsonl", 1, 0, {}};
+  store.ingest(std::vector<UsageEvent>{}, utc, std::vector{other});
+  RawDatabase raw{dbPath()};
+  raw.exec("INSERT INTO cursors VALUES('/logs/broken', '{\"path\":1}')");
+  EXPECT_THAT(store.allCursors(), ElementsAre(Pair(cursor.path, cursor), Pair(other.path, other)));
+  EXPECT_THROW(store.cursor("/logs/broken"), JsonDecodeError);
+}
+
+TEST_F(UsageStoreTest, ResettingAProviderKeepsForeignAndUndecodableCursors) {
+  UsageStore store{dbPath()};
+  store.save({"/c1", 1, 10, {{"provider", "codex"}}});
+  store.save({"/c2", 2, 20, {{"provider", "codex"}, {"session", "s"}}});
+  store.save({"/k1", 3, 30, {{"provider", "claude"}}});
+  store.save({"/n1", 4, 40, {}});
+  store.save({"/u1", 5, 50, {{"provider", "Codex"}}});
+  RawDatabase raw{dbPath()};
+  raw.exec("INSERT INTO cursors VALUES('/bad', 'not json')");
+  // Stored under one path, naming another: the row's own path is the one deleted.
+  raw.exec(R"(INSERT INTO cursors VALUES('/moved', '{"path":"/elsewhere","inode":1,"offset":0,)"
+           R"("context":{"provider":"codex"}}'))");
+  store.resetCursors(ProviderID::codex);
+  EXPECT_THAT(raw.rows("SELECT path FROM cursors ORDER BY path"),
+              ElementsAre("/bad", "/k1", "/n1", "/u1"));
+}
+
+TEST_F(UsageStoreTest, LimitsRoundTripWithDatesAsSecondsSince2001) {
+  UsageStore store{dbPath()};
+  EXPECT_FALSE(store.limits(ProviderID::codex));
+  ProviderLimits limits;
+  limits.plan = "Plus";
+  limits.windows = {{"session", "Session", 0.4, 18000.0, at("2025-03-01T15:00:00.5Z"),
+                     LimitSource::local(at("2025-03-01T10:00:00.25Z"))}};
+  limits.fetchedAt = at("2025-03-01T10:00:00.25Z");
+  store.setLimits(limits, ProviderID::codex);
+  EXPECT_EQ(store.limits(ProviderID::codex), limits);
+  EXPECT_FALSE(store.limits(ProviderID::claude));
+
+  RawDatabase raw{dbPath()};
+  const Json stored = json::parse(raw.rows("SELECT json FROM limits")[0]);
+  EXPECT_EQ(stored["fetchedAt"], 762516000.25);
+  raw.exec("UPDATE limits SET json = '{\"windows\":[]}'");
+  EXPECT_THROW(store.limits(ProviderID::codex), JsonDecodeError);
+}
+
+TEST_F(UsageStoreTest, PruningKeepsTheCutoffDayCursorsAndLimits) {
+  UsageStore store{dbPath()};
+  store.ingest(std::vector{event("old", "2025-03-09T23:59:59Z", {}, std::nullopt, "s-old"),
+                           event("keep", "2025-03-10T00:00:00Z", {}, std::nullopt, "s-keep")},
+               utc);
+  store.save({"/c", 1, 1, {}});
+  ProviderLimits limits;
+  store.setLimits(limits, ProviderID::grok);
+  store.prune(at("2025-03-10T18:00:00Z"), utc);
+
+  RawDatabase raw{dbPath()};
+  EXPECT_THAT(raw.rows("SELECT day FROM daily"), ElementsAre("2025-03-10"));
+  EXPECT_THAT(raw.rows("SELECT session_id FROM sessions"), ElementsAre("s-keep"));
+  EXPECT_THAT(raw.rows("SELECT key FROM seen"), ElementsAre("keep"));
+  EXPECT_EQ(raw.rows("SELECT COUNT(*) FROM cursors")[0], "1");
+  EXPECT_EQ(raw.rows("SELECT COUNT(*) FROM limits")[0], "1");
+  // A pruned key counts again when its line is read again.
+  EXPECT_EQ(store.ingest(std::vector{event("old", "2025-03-09T23:59:59Z")}, utc), 1);
+}
+
+TEST_F(UsageStoreTest, InMemoryStoresArePrivate) {
+  UsageStore first{dir() / ":memory:"};
+  first.ingest(std::vector{event("a", "2025-03-01T00:00:00Z")}, utc);
+  first.save({"/c", 1, 1, {}});
+  UsageStore second{":memory:"};
+  EXPECT_FALSE(second.cursor("/c"));
+  EXPECT_EQ(second.ingest(std::vector{event("a", "2025-03-01T00:00:00Z")}, utc), 1);
+  EXPECT_FALSE(std::filesystem::exists(dir() / ":memory:"));
+}
+
+TEST_F(UsageStoreTest, FilesThatAreNotDatabasesOrAreLockedFailWithSQLitesWords) {
+  write("not.db", std::string(4096, 'x'));
+  try {
+    UsageStore store{dir() / "not.db"};
+    FAIL() << "opened a file that is not a database";
+  } catch (const UsageStoreError& error) {
+    EXPECT_EQ(error.code(), SQLITE_NOTADB);
+    EXPECT_EQ(error.message(), "file is not a database");
+  }
+  try {
+    UsageStore store{dir() / "missing" / "usage.db"};
+    FAIL() << "opened a database in a missing folder";
+  } catch (const UsageStoreError& error) {
+    EXPECT_EQ(error.code(), SQLITE_CANTOPEN);
+  }
+
+  UsageStore store{dbPath()};
+  RawDatabase other{dbPath()};
+  ASSERT_EQ(other.exec("BEGIN IMMEDIATE"), SQLITE_OK);
+  try {
+    store.ingest(std::vector{event("a", "2025-03-01T00:00:00Z")}, utc);
+    FAIL() << "wrote past another writer's lock";
+  } catch (const UsageStoreError& error) {
+    EXPECT_EQ(error.code(), SQLITE_BUSY);
+    EXPECT_EQ(error.message(), "database is locked");
+  }
+  ASSERT_EQ(other.exec("COMMIT"), SQLITE_OK);
+  EXPECT_EQ(store.ingest(std::vector{event("a", "2025-03-01T00:00:00Z")}, utc), 1);
+}
+
+TEST_F(UsageStoreTest, TheStatementsInTheBinaryAreTheFilesBesideTheStore) {
+  const std::filesystem::path store =
+      std::filesystem::path(BRIMLOG_SOURCE_DIR) / "BrimlogCore" / "store";
+  const auto fileText = [&](const char* name) {
+    std::string text = testing::readFile(store / name);
+    if (!text.empty() && text.back() == '\n') text.pop_back();
+    return text;
+  };
+  EXPECT_EQ(sql::kSchema, fileText("schema.sql"));
+  EXPECT_EQ(sql::kDailyUpsert, fileText("daily_upsert.sql"));
+  EXPECT_EQ(sql::kSessionUpsert, fileText("session_upsert.sql"));
+  EXPECT_EQ(sql::kSummaryUsage, fileText("summary_usage.sql"));
+  EXPECT_EQ(sql::kSummarySessions, fileText("summary_sessions.sql"));
+  EXPECT_TRUE(sql::kSchema.starts_with("CREATE TABLE IF NOT EXISTS seen("));
+  EXPECT_TRUE(sql::kSchema.ends_with("json TEXT NOT NULL);"));
+}
+
+}  // namespace
+}  // namespace brimlog

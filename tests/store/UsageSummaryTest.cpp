@@ -1,0 +1,266 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <cstdlib>
+
+#include "store/UsageStore.hpp"
+#include "store/UsageSummary.hpp"
+#include "support/TempDir.hpp"
+
+namespace brimlog {
+namespace {
+
+Date at(const char* text) { return *parseISO8601(text); }
+
+ModelPrice price(double input, double output, std::optional<std::string> proxy = std::nullopt) {
+  return {input, output, input / 10, input * 1.25, input * 2, std::move(proxy), "t", "2025-01-01"};
+}
+
+const PriceTable prices{{{"opus", price(15, 75)},
+                         {"sonnet", price(3, 15)},
+                         {"gpt", price(1.25, 10)},
+                         {"borrowed", price(1, 1, "gpt")}}};
+
+class UsageSummaryTest : public ::testing::Test {
+ protected:
+  void add(ProviderID provider, const char* model, const char* timestamp, TokenCounts tokens,
+           std::optional<double> reported = std::nullopt, std::string session = "s") {
+    const UsageEvent event{
+        provider, model,   std::move(session), std::to_string(next_++), at(timestamp),
+        tokens,   reported};
+    store_.ingest(std::vector{event}, calendar_);
+  }
+
+  UsageSummary summary(int days = 30, const char* now = "2025-03-30T15:00:00Z") {
+    return store_.summary(days, at(now), calendar_, prices);
+  }
+
+  Calendar calendar_ = Calendar::utc();
+  UsageStore store_{":memory:"};
+  int next_ = 0;
+};
+
+TEST_F(UsageSummaryTest, AnEmptyDatabaseGivesAnEmptyWindowEndingToday) {
+  const UsageSummary s = summary(7);
+  EXPECT_EQ(s.days, 7);
+  EXPECT_EQ(s.windowEnd, at("2025-03-30T00:00:00Z"));
+  EXPECT_TRUE(s.tools.empty() && s.daily.empty() && s.models.empty() && s.perDay.empty());
+  EXPECT_EQ(s.totalCostUSD, 0);
+  EXPECT_EQ(s.tokens, TokenCounts{});
+  EXPECT_FALSE(s.hasUnknownPrices);
+  for (int days : {0, -5}) EXPECT_EQ(summary(days).days, 1);
+}
+
+TEST_F(UsageSummaryTest, CostsTokensAndSharesAddUpPerToolModelAndDay) {
+  add(ProviderID::claude, "opus", "2025-03-29T10:00:00Z", {1'000'000, 0, 0, 0, 0, 0}, 99.0, "a");
+  add(ProviderID::claude, "sonnet", "2025-03-30T10:00:00Z", {0, 0, 0, 0, 1'000'000, 7}, {}, "b");
+  add(ProviderID::codex, "gpt", "2025-03-30T11:00:00Z", {0, 2'000'000, 0, 0, 0, 0}, {}, "c");
+  add(ProviderID::codex, "gpt", "2025-03-30T12:00:00Z", {0, 0, 0, 0, 0, 0}, {}, "c");
+  const UsageSummary s = summary(3);
+
+  EXPECT_DOUBLE_EQ(s.totalCostUSD, 15 + 15 + 0.25);
+  EXPECT_EQ(s.sessions, 3);
+  EXPECT_EQ(s.tokens, (TokenCounts{1'000'000, 2'000'000, 0, 0, 1'000'000, 7}));
+  EXPECT_DOUBLE_EQ(s.costByType.input, 15);
+  EXPECT_DOUBLE_EQ(s.costByType.cacheRead, 0.25);
+  EXPECT_DOUBLE_EQ(s.costByType.output, 15);
+  EXPECT_DOUBLE_EQ(s.cacheSavingsUSD, 2 * (1.25 - 0.125));
+
+  ASSERT_EQ(s.tools.size(), 2u);
+  EXPECT_EQ(s.tools[0].provider, ProviderID::claude);
+  EXPECT_EQ(s.tools[0].sessions, 2);
+  EXPECT_EQ(s.tools[0].tokens, 2'000'000);
+  EXPECT_DOUBLE_EQ(s.tools[0].costShare, 30 / 30.25);
+  EXPECT_DOUBLE_EQ(s.tools[0].tokenShare, 0.5);
+  EXPECT_EQ(s.tools[1].provider, ProviderID::codex);
+  EXPECT_DOUBLE_EQ(s.tools[1].tokenShare, 0.5);
+
+  // A day's series per tool, oldest first, zero where nothing happened.
+  ASSERT_EQ(s.daily.size(), 6u);
+  EXPECT_EQ(s.daily[0], (UsageSummary::DayPoint{at("2025-03-28T00:00:00Z"), ProviderID::claude}));
+  EXPECT_EQ(s.daily[1].costUSD, 15);
+  EXPECT_EQ(s.daily[5].tokens, 2'000'000);
+  // perDay leaves the empty first day out.
+  ASSERT_EQ(s.perDay.size(), 2u);
+  EXPECT_EQ(s.perDay[0], (UsageSummary::DayRow{at("2025-03-29T00:00:00Z"), 15, 1'000'000, 1}));
+  EXPECT_EQ(s.perDay[1].sessions, 2);
+
+  ASSERT_EQ(s.models.size(), 3u);
+  EXPECT_EQ(s.models[2].model, "gpt");
+  EXPECT_EQ(s.models[2].tokens.cacheRead, 2'000'000);
+  EXPECT_DOUBLE_EQ(s.models[2].tokenShare, 0.5);
+}
+
+TEST_F(UsageSummaryTest, UnknownAndBorrowedPricesAreFlagged) {
+  add(ProviderID::grok, "mystery", "2025-03-30T10:00:00Z", {500, 0, 0, 0, 500, 0});
+  add(ProviderID::grok, "reported", "2025-03-30T10:00:00Z", {10, 0, 0, 0, 0, 0}, 2.5);
+  add(ProviderID::codex, "borrowed", "2025-03-30T10:00:00Z", {1'000'000, 0, 0, 0, 0, 0});
+  const UsageSummary s = summary(1);
+  EXPECT_TRUE(s.hasUnknownPrices);
+  EXPECT_DOUBLE_EQ(s.totalCostUSD, 3.5);
+  EXPECT_DOUBLE_EQ(s.costByType.other, 2.5);
+  ASSERT_EQ(s.tools.size(), 2u);
+  EXPECT_EQ(s.tools[0].provider, ProviderID::grok);
+  EXPECT_EQ(s.tools[0].tokens, 1010);  // the unpriced tokens still count
+  EXPECT_TRUE(s.tools[0].approximate);
+  EXPECT_TRUE(s.tools[1].approximate);
+  ASSERT_EQ(s.models.size(), 3u);
+  EXPECT_EQ(s.models[0].model, "reported");
+  EXPECT_TRUE(s.models[0].approximate);
+  EXPECT_EQ(s.models[1].model, "borrowed");
+  EXPECT_EQ(s.models[2].model, "mystery");
+  EXPECT_FALSE(s.models[2].costUSD);
+  EXPECT_EQ(s.models[2].costShare, 0);
+  EXPECT_FALSE(s.models[2].approximate);
+}
+
+TEST_F(UsageSummaryTest, TiesKeepProviderOrderAndThenNames) {
+  // Equal costs (all unpriced and zero-cost reported) and equal tokens.
+  add(ProviderID::grok, "b", "2025-03-30T10:00:00Z", {10, 0, 0, 0, 0, 0}, 0.0);
+  add(ProviderID::codex, "z", "2025-03-30T10:00:00Z", {10, 0, 0, 0, 0, 0}, 0.0);
+  add(ProviderID::cursor, "a", "2025-03-30T10:00:00Z", {10, 0, 0, 0, 0, 0}, 0.0);
+  add(ProviderID::codex, "y", "2025-03-30T10:00:00Z", {10, 0, 0, 0, 0, 0}, 0.0);
+  add(ProviderID::claude, "q", "2025-03-30T10:00:00Z", {5, 0, 0, 0, 0, 0}, 0.0);
+  const UsageSummary s = summary(1);
+  std::vector<std::string> tools, models;
+  for (const auto& tool : s.tools) tools.emplace_back(tool.provider.rawValue());
+  for (const auto& row : s.models) {
+    models.push_back(std::string(row.provider.rawValue()) + "/" + row.model);
+  }
+  EXPECT_THAT(tools, ::testing::ElementsAre("claude", "codex", "grok", "cursor"));
+  EXPECT_THAT(models,
+              ::testing::ElementsAre("codex/y", "codex/z", "cursor/a", "grok/b", "claude/q"));
+}
+
+TEST_F(UsageSummaryTest, ZeroTokenRowsCountAsDataAndTheFutureIsLeftOut) {
+  add(ProviderID::codex, "gpt", "2025-03-30T10:00:00Z", {});
+  add(ProviderID::claude, "opus", "2025-03-31T00:00:00Z", {1, 0, 0, 0, 0, 0});  // tomorrow
+  const UsageSummary s = summary(30);
+  ASSERT_EQ(s.tools.size(), 1u);
+  EXPECT_EQ(s.tools[0].provider, ProviderID::codex);
+  EXPECT_EQ(s.tools[0].tokenShare, 0);
+  EXPECT_EQ(s.daily.size(), 30u);
+  EXPECT_EQ(s.daily.front().day, at("2025-03-01T00:00:00Z"));
+  EXPECT_EQ(s.daily.back().day, at("2025-03-30T00:00:00Z"));
+}
+
+TEST_F(UsageSummaryTest, WindowDaysAreLocalMidnightsAcrossDaylightSaving) {
+  calendar_ = *Calendar::named("America/New_York");
+  add(ProviderID::claude, "opus", "2025-03-09T04:30:00Z", {1, 0, 0, 0, 0, 0});  // 8 Mar, 23:30
+  add(ProviderID::codex, "gpt", "2025-03-10T04:30:00Z", {1, 0, 0, 0, 0, 0});    // 10 Mar, 00:30
+  const UsageSummary s = summary(4, "2025-03-10T15:00:00Z");
+  EXPECT_EQ(s.windowEnd, at("2025-03-10T04:00:00Z"));
+  ASSERT_EQ(s.daily.size(), 8u);
+  EXPECT_EQ(s.daily[0].day, at("2025-03-07T05:00:00Z"));
+  EXPECT_EQ(s.daily[2].day, at("2025-03-09T05:00:00Z"));
+  EXPECT_EQ(s.daily[1].tokens, 1);  // the 8th
+  EXPECT_EQ(s.daily[7].tokens, 1);  // codex on the 10th
+}
+
+class UsageSummarySessionsTest : public testing::TempDirTest {};
+
+TEST_F(UsageSummarySessionsTest, SessionsWithoutUsageRowsStillShowTheTool) {
+  const auto path = dir() / "usage.db";
+  UsageStore store{path};
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  sqlite3_exec(db,
+               "INSERT INTO sessions VALUES('grok','g1','2025-03-30'),('grok','g2','2025-03-30'),"
+               "('claude','old','2025-01-01'),('elsewhere','x','2025-03-30')",
+               nullptr, nullptr, nullptr);
+  sqlite3_close(db);
+  const UsageSummary s =
+      store.summary(30, at("2025-03-30T12:00:00Z"), Calendar::utc(), PriceTable{});
+  ASSERT_EQ(s.tools.size(), 1u);
+  EXPECT_EQ(s.tools[0], (UsageSummary::Tool{ProviderID::grok, 2, 0, 0, 0, 0, false}));
+  EXPECT_EQ(s.sessions, 2);
+  EXPECT_EQ(s.daily.size(), 30u);
+  ASSERT_EQ(s.perDay.size(), 1u);
+  EXPECT_EQ(s.perDay[0].sessions, 2);
+}
+
+TEST(UsageSummaryPreviewTest, MatchesIndependentlyComputedFigures) {
+  const UsageSummary& p = UsageSummary::preview();
+  EXPECT_EQ(p.days, 30);
+  EXPECT_EQ(p.windowEnd, at("2026-10-29T00:00:00Z"));
+  EXPECT_NEAR(p.totalCostUSD, 385.34, 1e-9);
+  EXPECT_EQ(p.sessions, 100);
+  ASSERT_EQ(p.daily.size(), 90u);
+  EXPECT_EQ(p.daily[0], (UsageSummary::DayPoint{at("2026-09-30T00:00:00Z"), ProviderID::claude,
+                                                1'960'000, 4.9}));
+  EXPECT_EQ(p.daily[29], (UsageSummary::DayPoint{at("2026-10-29T00:00:00Z"), ProviderID::claude,
+                                                 4'956'000, 12.39}));
+  EXPECT_EQ(p.daily[30].tokens, 4'032'000);
+  EXPECT_EQ(p.daily[89],
+            (UsageSummary::DayPoint{at("2026-10-29T00:00:00Z"), ProviderID::grok, 482'999, 0.69}));
+  ASSERT_EQ(p.tools.size(), 3u);
+  EXPECT_EQ(p.tools[0].provider, ProviderID::claude);
+  EXPECT_NEAR(p.tools[0].costUSD, 265.65, 1e-9);
+  EXPECT_EQ(p.tools[0].tokens, 106'259'998);
+  EXPECT_EQ(p.tools[1].tokens, 83'429'999);
+  EXPECT_EQ(p.tools[2].tokens, 18'892'992);
+  EXPECT_TRUE(p.tools[2].approximate);
+  EXPECT_EQ(p.tools[0].sessions, 64);
+  EXPECT_EQ(p.models[1].model, "gpt-5.5-codex");
+  EXPECT_EQ(p.models[1].tokens,
+            (TokenCounts{4'171'499, 70'915'499, 3'337'199, 0, 4'171'499, 1'390'499}));
+  EXPECT_EQ(p.tokens.reasoning, 1'390'499);
+  EXPECT_NEAR(p.costByType.output, 0.5 * 385.34, 1e-9);
+  EXPECT_NEAR(p.cacheSavingsUSD, 3.1 * 385.34, 1e-9);
+  ASSERT_EQ(p.perDay.size(), 30u);
+  EXPECT_EQ(p.perDay[0].sessions, 4);
+  EXPECT_EQ(p.perDay[1].sessions, 3);
+  EXPECT_NEAR(p.perDay[29].costUSD, 12.39 + p.daily[59].costUSD + 0.69, 1e-12);
+}
+
+TEST(UsageSummaryEmptyTest, IsThirtyDaysOfNothingAtTheEpoch) {
+  const UsageSummary& e = UsageSummary::empty();
+  EXPECT_EQ(e.days, 30);
+  EXPECT_EQ(e.windowEnd, dateFromUnixSeconds(0));
+  EXPECT_TRUE(e.tools.empty());
+  EXPECT_EQ(e.totalCostUSD, 0);
+}
+
+TEST(UsageSummaryLastDaysTest, ReachesBackWithZerosInTheCurrentCalendar) {
+  const char* saved = std::getenv("TZ");
+  const std::string previous = saved ? saved : "";
+  ::setenv("TZ", "UTC", 1);
+  const UsageSummary& p = UsageSummary::preview();
+  const auto last7 = p.lastDays(7, ProviderID::codex);
+  ASSERT_EQ(last7.size(), 7u);
+  EXPECT_EQ(last7.front(), p.daily[53]);
+  EXPECT_EQ(last7.back(), p.daily[59]);
+  const auto cursor = p.lastDays(3, ProviderID::cursor);
+  ASSERT_EQ(cursor.size(), 3u);
+  EXPECT_EQ(cursor[2], (UsageSummary::DayPoint{p.windowEnd, ProviderID::cursor, 0, 0}));
+  const auto longer = p.lastDays(40, ProviderID::grok);
+  ASSERT_EQ(longer.size(), 40u);
+  EXPECT_EQ(longer[0].tokens, 0);  // before the window
+  EXPECT_EQ(longer[10], p.daily[60]);
+  EXPECT_TRUE(p.lastDays(0, ProviderID::claude).empty());
+  if (saved) {
+    ::setenv("TZ", previous.c_str(), 1);
+  } else {
+    ::unsetenv("TZ");
+  }
+}
+
+TEST(UsageSummaryJsonTest, RoundTripsAndLeavesAnAbsentModelCostOut) {
+  UsageSummary s = UsageSummary::preview();
+  s.models[2].costUSD.reset();
+  for (const DateForm form : {DateForm::iso8601, DateForm::referenceSeconds}) {
+    const Json json = json::parse(json::dump(s.toJson(form)));
+    EXPECT_FALSE(json["models"][2].contains("costUSD"));
+    EXPECT_EQ(UsageSummary::fromJson(json, form), s);
+  }
+  const Json iso = s.toJson(DateForm::iso8601);
+  EXPECT_EQ(iso["windowEnd"], "2026-10-29T00:00:00Z");
+  EXPECT_EQ(iso["tools"][0]["provider"], "claude");
+  Json missing = iso;
+  missing.erase("perDay");
+  EXPECT_THROW(UsageSummary::fromJson(missing, DateForm::iso8601), JsonDecodeError);
+}
+
+}  // namespace
+}  // namespace brimlog
