@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <sqlite3.h>
 
+#include <unordered_map>
+
 #include "store/PriceTable.hpp"
 #include "store/StoreSQL.hpp"
 #include "store/SummaryBuilder.hpp"
@@ -38,6 +40,83 @@ class DayKeys {
   Date end_{};
 };
 
+// The new events of a batch, summed per daily row and per session before they are written: one
+// upsert per (provider, model, day) and per session instead of two per event. The rows end up
+// exactly as if every event had been upserted on its own: integer sums do not depend on their
+// order, a session keeps its earliest day either way, and rows are created in the order their
+// first events came. Reported costs are floating-point sums, whose last bits depend on the order
+// of addition, so an event that reports a cost is written on its own, in sequence, after
+// everything summed before it.
+class BatchTotals {
+ public:
+  explicit BatchTotals(SQLiteDatabase& db)
+      : db_(db),
+        upsertDaily_(db.prepared(sql::kDailyUpsert)),
+        upsertSession_(db.prepared(sql::kSessionUpsert)) {}
+
+  void add(const UsageEvent& event, const std::string& day) {
+    const std::string_view provider = event.provider.rawValue();
+    if (event.reportedCostUSD) {
+      flush();
+      writeDaily(provider, event.model, day, event.tokens, *event.reportedCostUSD);
+    } else {
+      std::string key = fmt::format("{}\x1f{}\x1f{}", provider, event.model, day);
+      const auto [found, isNew] = dailyIndex_.try_emplace(std::move(key), daily_.size());
+      if (isNew) daily_.push_back({event.provider, event.model, day, TokenCounts{}});
+      daily_[found->second].tokens += event.tokens;
+    }
+    std::string sessionKey = fmt::format("{}\x1f{}", provider, event.sessionID);
+    const auto [found, isNew] = sessionIndex_.try_emplace(std::move(sessionKey), sessions_.size());
+    if (isNew) {
+      sessions_.push_back({event.provider, event.sessionID, day});
+    } else if (day < sessions_[found->second].day) {
+      sessions_[found->second].day = day;
+    }
+  }
+
+  // Writes everything summed so far, in the order of first appearance.
+  void flush() {
+    for (const Daily& row : daily_) {
+      writeDaily(row.provider.rawValue(), row.model, row.day, row.tokens, std::nullopt);
+    }
+    for (const Session& session : sessions_) {
+      db_.run(upsertSession_, {session.provider.rawValue(), session.id, session.day});
+    }
+    daily_.clear();
+    dailyIndex_.clear();
+    sessions_.clear();
+    sessionIndex_.clear();
+  }
+
+ private:
+  struct Daily {
+    ProviderID provider;
+    std::string model;
+    std::string day;
+    TokenCounts tokens;
+  };
+  struct Session {
+    ProviderID provider;
+    std::string id;
+    std::string day;
+  };
+
+  void writeDaily(std::string_view provider, const std::string& model, const std::string& day,
+                  const TokenCounts& t, std::optional<double> reported) {
+    db_.run(upsertDaily_, {provider, model, day, t.uncachedInput, t.cacheRead, t.cacheWrite5m,
+                           t.cacheWrite1h, t.output, t.reasoning,
+                           reported ? Bind{*reported} : Bind{nullptr}});
+  }
+
+  SQLiteDatabase& db_;
+  PreparedStatement upsertDaily_;
+  PreparedStatement upsertSession_;
+  std::vector<Daily> daily_;
+  std::unordered_map<std::string, size_t> dailyIndex_;
+  std::vector<Session> sessions_;
+  std::unordered_map<std::string, size_t> sessionIndex_;
+};
+
 }  // namespace
 
 UsageStore::UsageStore(const std::filesystem::path& url) {
@@ -45,6 +124,11 @@ UsageStore::UsageStore(const std::filesystem::path& url) {
   auto db = std::make_unique<SQLiteDatabase>(
       path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX);
   db->exec("PRAGMA journal_mode=WAL");
+  // A cache that holds a few months of keys, so a large ingest is not spent re-reading pages;
+  // in WAL mode NORMAL still commits atomically and loses at most the last transactions on a
+  // power cut, and a batch is stored together with its cursors, so such a loss is only read again.
+  db->exec("PRAGMA cache_size=-32768");
+  db->exec("PRAGMA synchronous=NORMAL");
   std::optional<int64_t> version;
   db->query("PRAGMA user_version", {}, [&](const Row& row) {
     if (!version) version = row.integer(0);
@@ -82,22 +166,17 @@ int64_t UsageStore::ingest(std::span<const UsageEvent> events, const Calendar& c
   DayKeys dayKeys{calendar};
   return withDatabase([&](SQLiteDatabase& db) {
     const PreparedStatement insertSeen = db.prepared(kInsertSeen);
-    const PreparedStatement upsertDaily = db.prepared(sql::kDailyUpsert);
-    const PreparedStatement upsertSession = db.prepared(sql::kSessionUpsert);
     const PreparedStatement saveCursor = db.prepared(kSaveCursor);
+    BatchTotals totals{db};
     int64_t inserted = 0;
     db.transaction([&] {
       for (const UsageEvent& event : events) {
         const std::string& day = dayKeys(event.timestamp);
         if (db.run(insertSeen, {event.dedupKey, day}) == 0) continue;  // counted before
         ++inserted;
-        const std::string_view provider = event.provider.rawValue();
-        const TokenCounts& t = event.tokens;
-        const Bind reported = event.reportedCostUSD ? Bind{*event.reportedCostUSD} : Bind{nullptr};
-        db.run(upsertDaily, {provider, event.model, day, t.uncachedInput, t.cacheRead,
-                             t.cacheWrite5m, t.cacheWrite1h, t.output, t.reasoning, reported});
-        db.run(upsertSession, {provider, event.sessionID, day});
+        totals.add(event, day);
       }
+      totals.flush();
       for (size_t i = 0; i < cursors.size(); ++i) {
         db.run(saveCursor, {cursors[i].path, cursorTexts[i]});
       }

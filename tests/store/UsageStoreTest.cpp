@@ -123,6 +123,36 @@ TEST_F(UsageStoreTest, EveryKeyIsCountedOnceAcrossAndWithinBatches) {
               ElementsAre("a|2025-03-01", "b|2025-03-01"));
 }
 
+TEST_F(UsageStoreTest, ABatchLeavesTheSameRowsAsItsEventsOneByOne) {
+  const std::vector<UsageEvent> events = {
+      event("1", "2025-03-02T10:00:00Z", {1, 2, 3, 4, 5, 6}, std::nullopt, "s1", "m1"),
+      event("2", "2025-03-01T10:00:00Z", {1, 1, 1, 1, 1, 1}, 0.1, "s2", "m2", ProviderID::grok),
+      event("3", "2025-03-02T11:00:00Z", {7, 0, 0, 0, 7, 0}, std::nullopt, "s1", "m1"),
+      event("4", "2025-03-01T11:00:00Z", {1, 1, 1, 1, 1, 1}, 0.2, "s2", "m2", ProviderID::grok),
+      event("5", "2025-03-01T12:00:00Z", {2, 0, 0, 0, 0, 0}, std::nullopt, "s2", "m2",
+            ProviderID::grok),
+      event("1", "2025-03-03T10:00:00Z", {9, 9, 9, 9, 9, 9}),  // a repeat: ignored
+      event("6", "2025-03-01T09:00:00Z", {3, 0, 0, 0, 3, 0}, 0.3, "s1", "m1"),
+      event("7", "2025-02-28T09:00:00Z", {0, 0, 0, 0, 0, 0}, std::nullopt, "s1", "m3"),
+  };
+  UsageStore batched{dir() / "batched.db"};
+  UsageStore single{dir() / "single.db"};
+  EXPECT_EQ(batched.ingest(events, utc), 7);
+  for (const UsageEvent& e : events) single.ingest(std::vector{e}, utc);
+  RawDatabase a{dir() / "batched.db"};
+  RawDatabase b{dir() / "single.db"};
+  for (const char* query : {"SELECT rowid, * FROM daily ORDER BY rowid",
+                            "SELECT rowid, * FROM sessions ORDER BY rowid",
+                            "SELECT rowid, * FROM seen ORDER BY rowid"}) {
+    EXPECT_EQ(a.rows(query), b.rows(query)) << query;
+  }
+  EXPECT_THAT(a.rows("SELECT provider, model, day, reported_usd FROM daily ORDER BY rowid"),
+              ElementsAre("claude|m1|2025-03-02|NULL", "grok|m2|2025-03-01|0.3",
+                          "claude|m1|2025-03-01|0.3", "claude|m3|2025-02-28|NULL"));
+  EXPECT_THAT(a.rows("SELECT session_id, day FROM sessions ORDER BY rowid"),
+              ElementsAre("s1|2025-02-28", "s2|2025-03-01"));
+}
+
 TEST_F(UsageStoreTest, ReportedCostsStayNullUntilOneIsReported) {
   UsageStore store{dbPath()};
   RawDatabase raw{dbPath()};
