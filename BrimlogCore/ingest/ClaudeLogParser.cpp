@@ -58,6 +58,11 @@ std::optional<UsageEvent> ClaudeLogParser::event(std::string_view line) {
 }
 
 std::optional<UsageEvent> ClaudeLogParser::event(PaddedLine line) {
+  // Most lines are the user's side (tool output, file contents): settle those on their type
+  // alone, without building their tree.
+  if (const auto type = logjson::leadingType(line); type && *type != "assistant") {
+    return std::nullopt;
+  }
   return eventFrom(logjson::parseObject(line));
 }
 

@@ -17,10 +17,8 @@ namespace brimlog {
 ///
 ///     std::optional<FileCursor> cursor = store.cursor(path);
 ///     for (bool atEOF = false; !atEOF;) {
-///       JSONLTail::Result r = JSONLTail::read(path, cursor, 4 << 20);  // one chunk alive at a time
-///       for (PaddedLine line : r.lines) consume(line);
-///       cursor = r.cursor;
-///       atEOF = r.atEOF;
+///       JSONLTail::Result r = JSONLTail::read(path, cursor, 4 << 20);  // one chunk alive at a
+///       time for (PaddedLine line : r.lines) consume(line); cursor = r.cursor; atEOF = r.atEOF;
 ///     }
 class JSONLTail {
  public:

@@ -28,6 +28,33 @@ std::optional<object> parseObject(PaddedLine line) {
   return asObject(threadParser().parse(line.bytes.data(), line.bytes.size(), false));
 }
 
+std::optional<std::string_view> leadingType(PaddedLine line) {
+  thread_local simdjson::ondemand::parser parser;
+  simdjson::ondemand::document document;
+  simdjson::ondemand::object root;
+  if (parser.iterate(line.bytes.data(), line.bytes.size(), line.bytes.size() + LineBatch::kPadding)
+              .get(document) != simdjson::SUCCESS ||
+      document.get_object().get(root) != simdjson::SUCCESS) {
+    return std::nullopt;
+  }
+  for (auto result : root) {
+    simdjson::ondemand::field field;
+    if (std::move(result).get(field) != simdjson::SUCCESS) return std::nullopt;
+    // A key's raw bytes run to its closing quote; a backslash before it means an escape.
+    const char* key = field.key().raw();
+    size_t length = 0;
+    for (; key[length] != '"'; ++length) {
+      if (key[length] == '\\') return std::nullopt;
+    }
+    if (std::string_view(key, length) == "type") {
+      std::string_view value;
+      if (field.value().get_string().get(value) != simdjson::SUCCESS) return std::nullopt;
+      return value;
+    }
+  }
+  return std::nullopt;
+}
+
 int64_t tokenCount(object parent, std::string_view key) {
   element value;
   if (parent.at_key(key).get(value) != simdjson::SUCCESS) return 0;

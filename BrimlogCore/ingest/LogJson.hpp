@@ -23,6 +23,14 @@ using simdjson::dom::object;
 std::optional<object> parseObject(std::string_view bytes);
 std::optional<object> parseObject(PaddedLine line);
 
+/// The value of a line's first top-level "type" key, read without building the whole tree: the
+/// line is indexed but only that one value is decoded, so the long strings of other lines (tool
+/// output, file contents) are neither copied nor unescaped. Nothing whenever the answer might
+/// differ from what the full parser would read: the line is not an object, has no "type" string,
+/// or a key before it is written with an escape (the full parser compares keys after
+/// unescaping). The view lives until the thread's next call.
+std::optional<std::string_view> leadingType(PaddedLine line);
+
 /// The value under `key`, or nothing when the key is missing.
 inline std::optional<element> field(object parent, std::string_view key) {
   element value;

@@ -127,6 +127,41 @@ TEST(ClaudeLogParserTest, EscapedTextIsDecodedBeforeComparing) {
   EXPECT_EQ(event->tokens.output, 1);
 }
 
+class ClaudeLogParserFileTest : public testing::TempDirTest {};
+
+// Lines read from a file take a quick look at their type first; the outcome must be the one the
+// full parse of the same bytes gives, whatever the keys and their spelling.
+TEST_F(ClaudeLogParserFileTest, TheQuickTypeCheckAgreesWithTheFullParse) {
+  const std::string usage = R"("message":{"id":"m","usage":{"output_tokens":3}})";
+  const std::string stamp = R"("timestamp":"2025-06-01T12:34:56Z")";
+  const std::vector<std::string> lines = {
+      "{\"type\":\"assistant\"," + stamp + "," + usage + "}",
+      "{\"type\":\"user\"," + stamp + "," + usage + "}",
+      "{\"typ\\u0065\":\"assistant\",\"type\":\"user\"," + stamp + "," + usage + "}",
+      "{\"type\":\"user\",\"typ\\u0065\":\"assistant\"," + stamp + "," + usage + "}",
+      "{\"type\":\"assis\\u0074ant\"," + stamp + "," + usage + "}",
+      "{\"type\":\"assistant\",\"type\":\"user\"," + stamp + "," + usage + "}",
+      "{\"type\":\"user\",\"type\":\"assistant\"," + stamp + "," + usage + "}",
+      "{\"kind\":1," + stamp + "," + usage + ",\"type\":\"assistant\"}",
+      "{\"type\":7," + stamp + "," + usage + "}",
+      "{\"type\":\"user\"," + stamp + "," + usage + "} trailing",
+      "{\"type\":\"assistant\"," + stamp + "," + usage + "} trailing",
+      "[\"type\",\"assistant\"]",
+      "{\"type\":\"user\",\"bad\":\"\xff\"}",
+  };
+  std::string file;
+  for (const auto& line : lines) file += line + "\n";
+  const auto read = JSONLTail::read(write("t.jsonl", file), std::nullopt, 1 << 20);
+  ASSERT_EQ(read.lines.size(), lines.size());
+  int events = 0;
+  for (size_t i = 0; i < lines.size(); ++i) {
+    const auto quick = ClaudeLogParser::event(read.lines[i]);
+    EXPECT_EQ(quick, ClaudeLogParser::event(std::string_view(lines[i]))) << lines[i];
+    events += quick.has_value();
+  }
+  EXPECT_EQ(events, 5);
+}
+
 TEST(ClaudeLogParserTest, ManyThreadsParseAtOnce) {
   std::vector<std::thread> threads;
   std::atomic<int> mismatches{0};
@@ -173,7 +208,9 @@ TEST(ClaudeLogParserTest, RealTranscriptsParseLineByLine) {
     do {  // small chunks, so lines straddle many chunk boundaries
       read = JSONLTail::read(fixtures / "claude" / name, cursor, 64 << 10);
       for (PaddedLine line : read.lines) {
-        if (auto event = ClaudeLogParser::event(line)) events.push_back(std::move(*event));
+        auto event = ClaudeLogParser::event(line);
+        EXPECT_EQ(event, ClaudeLogParser::event(line.bytes)) << name;
+        if (event) events.push_back(std::move(*event));
       }
       cursor = read.cursor;
     } while (!read.atEOF);
