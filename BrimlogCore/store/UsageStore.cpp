@@ -103,9 +103,9 @@ class BatchTotals {
 
   void writeDaily(std::string_view provider, const std::string& model, const std::string& day,
                   const TokenCounts& t, std::optional<double> reported) {
-    db_.run(upsertDaily_, {provider, model, day, t.uncachedInput, t.cacheRead, t.cacheWrite5m,
-                           t.cacheWrite1h, t.output, t.reasoning,
-                           reported ? Bind{*reported} : Bind{nullptr}});
+    db_.run(upsertDaily_,
+            {provider, model, day, t.uncachedInput, t.cacheRead, t.cacheWrite5m, t.cacheWrite1h,
+             t.output, t.reasoning, reported ? Bind{*reported} : Bind{nullptr}});
   }
 
   SQLiteDatabase& db_;
@@ -157,7 +157,8 @@ std::string UsageStore::dayKey(Date date, const Calendar& calendar) {
 }
 
 int64_t UsageStore::ingest(std::span<const UsageEvent> events, const Calendar& calendar,
-                           std::span<const FileCursor> cursors) {
+                           std::span<const FileCursor> cursors,
+                           std::array<int64_t, 4>* addedByProvider) {
   // Encode first: a cursor that cannot be written fails the call before any statement runs.
   std::vector<std::string> cursorTexts;
   cursorTexts.reserve(cursors.size());
@@ -169,11 +170,13 @@ int64_t UsageStore::ingest(std::span<const UsageEvent> events, const Calendar& c
     const PreparedStatement saveCursor = db.prepared(kSaveCursor);
     BatchTotals totals{db};
     int64_t inserted = 0;
+    std::array<int64_t, 4> added{};
     db.transaction([&] {
       for (const UsageEvent& event : events) {
         const std::string& day = dayKeys(event.timestamp);
         if (db.run(insertSeen, {event.dedupKey, day}) == 0) continue;  // counted before
         ++inserted;
+        ++added[event.provider.index()];
         totals.add(event, day);
       }
       totals.flush();
@@ -181,6 +184,9 @@ int64_t UsageStore::ingest(std::span<const UsageEvent> events, const Calendar& c
         db.run(saveCursor, {cursors[i].path, cursorTexts[i]});
       }
     });
+    if (addedByProvider) {
+      for (size_t i = 0; i < added.size(); ++i) (*addedByProvider)[i] += added[i];
+    }
     return inserted;
   });
 }

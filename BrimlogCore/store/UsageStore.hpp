@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -51,9 +52,12 @@ class UsageStore {
   /// Counts a batch in one transaction and returns how many of its events were new. An event is
   /// counted exactly when its `dedupKey` was never counted before; later events with a known key
   /// change nothing. The given cursors are saved in the same transaction, after the events, so a
-  /// batch and the read positions that produced it are stored together or not at all.
+  /// batch and the read positions that produced it are stored together or not at all. When
+  /// `addedByProvider` is given, the new events are also added to it per provider (by
+  /// `ProviderID::index()`), once the transaction has committed.
   int64_t ingest(std::span<const UsageEvent> events, const Calendar& calendar,
-                 std::span<const FileCursor> cursors = {});
+                 std::span<const FileCursor> cursors = {},
+                 std::array<int64_t, 4>* addedByProvider = nullptr);
 
   /// The stored cursor of a log file; throws `JsonDecodeError` when the stored text is damaged.
   std::optional<FileCursor> cursor(const std::string& path);
