@@ -3,7 +3,7 @@ BUILD_DIR ?= build
 CMAKE_FLAGS ?=
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: all deps configure build test bench format clean
+.PHONY: all deps configure build test bench run demo format clean
 
 all: build
 
@@ -20,6 +20,18 @@ build: configure
 
 test: build
 	ctest --test-dir $(BUILD_DIR) --output-on-failure -j $(JOBS)
+
+# The report of your own tools' logs, in your own database.
+run: build
+	$(BUILD_DIR)/bin/brimlog report
+
+# A report of a generated sample home, in a throw-away database.
+demo: build
+	@examples/make-demo-home examples/home
+	@db=$$(mktemp -d); \
+	  $(BUILD_DIR)/bin/brimlog report --home examples/home --db $$db/usage.db && echo && \
+	  $(BUILD_DIR)/bin/brimlog report tools --no-sync --home examples/home --db $$db/usage.db; \
+	  status=$$?; rm -rf $$db; exit $$status
 
 bench: build
 	bench/run-bench $(BUILD_DIR)

@@ -1,0 +1,93 @@
+// brimlog: reads the AI coding tools' logs into the usage database and reports on them.
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <optional>
+#include <string>
+
+#include "Commands.hpp"
+#include "platform/AppVersion.hpp"
+#include "store/SQLiteDatabase.hpp"
+
+namespace {
+
+std::optional<std::string> given(const CLI::Option* option, const std::string& value) {
+  if (option->count() == 0) return std::nullopt;
+  return value;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  using namespace brimlog;
+
+  CLI::App app{
+      "Brimlog meters how you use AI coding tools (Claude Code, Codex, Grok Build): it reads the "
+      "tools' own logs, counts every model reply once, and reports tokens and what they would "
+      "cost at API list prices.",
+      "brimlog"};
+  app.set_version_flag("--version", std::string(appVersion()));
+  app.require_subcommand(0, 1);
+
+  std::string home, database, zone, now;
+  CLI::Option* homeOption =
+      app.add_option("--home", home, "Where the tools' data lives (default: your home directory)")
+          ->type_name("DIR");
+  CLI::Option* databaseOption =
+      app.add_option("--db", database,
+                     "The usage database (default: $XDG_DATA_HOME/brimlog/usage.db, else "
+                     "~/.local/share/brimlog/usage.db)")
+          ->type_name("FILE");
+  CLI::Option* zoneOption =
+      app.add_option("--tz", zone, "IANA time zone of the report's days (default: local zone)")
+          ->type_name("ZONE");
+  CLI::Option* nowOption =
+      app.add_option("--now", now,
+                     "An ISO 8601 instant taken as now, for reproducible reports (default: the "
+                     "clock)")
+          ->type_name("TIME");
+
+  SyncOptions sync;
+  CLI::App* syncCommand =
+      app.add_subcommand("sync", "Read the replies logged since the last run into the database");
+  syncCommand->add_flag("--offline", sync.offline, "Fetch nothing from the tools' services");
+  syncCommand->add_flag("--json", sync.json, "Print the pass's result as JSON");
+
+  ReportOptions report;
+  std::string view = "daily";
+  CLI::App* reportCommand = app.add_subcommand(
+      "report", "Show the usage and cost of the last days (reads new replies first)");
+  reportCommand->add_option("view", view, "daily, models or tools (default: daily)")
+      ->check(CLI::IsMember({"daily", "models", "tools"}));
+  reportCommand->add_option("--days", report.days, "How many days up to today (default: 30)")
+      ->check(CLI::Range(1, 3650));
+  reportCommand->add_flag("--json", report.json, "Print the summary as JSON");
+  reportCommand->add_flag("--no-sync", report.noSync, "Report what is stored; read no logs");
+
+  for (CLI::App* command : {syncCommand, reportCommand}) {
+    command->fallthrough();
+    command->footer(
+        "Shared options, before or after the subcommand: --home DIR, --db FILE, --tz ZONE, "
+        "--now TIME (see brimlog --help).");
+  }
+
+  CLI11_PARSE(app, argc, argv);
+
+  try {
+    Commands commands{HostSettings::resolve(given(homeOption, home),
+                                            given(databaseOption, database),
+                                            given(zoneOption, zone), given(nowOption, now))};
+    if (syncCommand->parsed()) return commands.sync(sync);
+    report.view = *ReportFormatter::viewNamed(view);
+    return commands.report(report);
+  } catch (const CommandError& error) {
+    fmt::print(stderr, "brimlog: {}\n", error.what());
+  } catch (const UsageStoreError& error) {
+    fmt::print(stderr, "brimlog: database {}: {}\n", error.code(), error.message());
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "brimlog: {}\n", error.what());
+  }
+  return 1;
+}

@@ -1,0 +1,162 @@
+// Runs the real `brimlog` executable against homes and databases in a temporary folder.
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <filesystem>
+
+#include "platform/ChildProcess.hpp"
+#include "platform/Json.hpp"
+#include "store/PriceTable.hpp"
+#include "store/UsageStore.hpp"
+#include "store/UsageSummary.hpp"
+#include "support/TempDir.hpp"
+
+namespace brimlog {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+struct CommandRun {
+  int status = -1;
+  std::string output;  // standard output and standard error together
+};
+
+std::string quoted(const std::string& text) {
+  std::string out(1, '\'');
+  for (char c : text) {
+    if (c == '\'') {
+      out.append("'\\''");
+    } else {
+      out.push_back(c);
+    }
+  }
+  out.push_back('\'');
+  return out;
+}
+
+class BrimlogCommandTest : public testing::TempDirTest {
+ protected:
+  fs::path home() const { return dir() / "home"; }
+  fs::path db() const { return dir() / "data" / "usage.db"; }
+
+  // Runs brimlog with the arguments (and environment assignments, "NAME=value"), standard error
+  // folded into standard output.
+  CommandRun brimlog(const std::vector<std::string>& arguments,
+                     const std::vector<std::string>& environment = {}) {
+    std::string command = "exec env";
+    for (const std::string& assignment : environment)
+      command.append(" ").append(quoted(assignment));
+    command.append(" ").append(quoted(BRIMLOG_BINARY));
+    for (const std::string& argument : arguments) command.append(" ").append(quoted(argument));
+    command.append(" 2>&1");
+    ChildProcess::Result result = ChildProcess::run("/bin/sh", {"-c", command}, Seconds{60});
+    EXPECT_EQ(result.outcome, ChildProcess::Outcome::exited) << command;
+    return {result.exitStatus, result.output};
+  }
+
+  std::vector<std::string> withHome(std::vector<std::string> arguments) {
+    arguments.insert(arguments.end(), {"--home", home().string(), "--db", db().string(), "--now",
+                                       "2026-11-20T12:00:00Z", "--tz", "Europe/Berlin"});
+    return arguments;
+  }
+
+  void writeSampleHome() {
+    write("home/.claude/projects/p/s.jsonl",
+          R"({"type":"assistant","sessionId":"c1","timestamp":"2026-11-19T23:30:00Z","message":)"
+          R"({"id":"m1","model":"claude-sonnet-4-5","usage":{"input_tokens":1000,)"
+          R"("output_tokens":2000}}})"
+          "\n");
+    write("home/.grok/sessions/g.json",
+          R"({"sessionId":"g1","turns":[{"turnNumber":1,"endedAt":"2026-11-18T10:00:00Z",)"
+          R"("modelUsage":{"grok-unlisted":{"inputTokens":500,"outputTokens":100,)"
+          R"("costUsdTicks":25000000000}}}]})");
+  }
+};
+
+TEST_F(BrimlogCommandTest, SyncsThenReportsInTheGivenZone) {
+  writeSampleHome();
+  CommandRun sync = brimlog(withHome({"sync"}));
+  EXPECT_EQ(sync.status, 0) << sync.output;
+  EXPECT_THAT(sync.output, HasSubstr("Read 2 new replies from 2 files in "));
+  // The database's folder was made private.
+  struct stat status {};
+  ASSERT_EQ(::stat(db().parent_path().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0700u);
+
+  CommandRun again = brimlog(withHome({"sync", "--json"}));
+  EXPECT_EQ(again.status, 0) << again.output;
+  const Json json = Json::parse(again.output);
+  EXPECT_EQ(json["ingest"]["filesScanned"], 2);
+  EXPECT_EQ(json["ingest"]["filesRead"], 0);
+  EXPECT_EQ(json["ingest"]["newEvents"]["claude"], 0);
+
+  // 23:30 UTC on the 19th is the 20th in Berlin.
+  CommandRun report = brimlog(withHome({"report", "--no-sync"}));
+  EXPECT_EQ(report.status, 0) << report.output;
+  EXPECT_THAT(report.output, HasSubstr("(Europe/Berlin)"));
+  EXPECT_THAT(report.output, HasSubstr("2026-11-20"));
+  EXPECT_THAT(report.output, Not(HasSubstr("2026-11-19")));
+  EXPECT_THAT(report.output, HasSubstr("~$2.50"));  // Grok's reported cost
+  EXPECT_THAT(report.output, HasSubstr("Claude"));
+}
+
+TEST_F(BrimlogCommandTest, ReportJsonDecodesToTheStoredSummary) {
+  writeSampleHome();
+  CommandRun report = brimlog(withHome({"report", "models", "--days", "7", "--json"}));
+  ASSERT_EQ(report.status, 0) << report.output;
+  const UsageSummary printed =
+      UsageSummary::fromJson(Json::parse(report.output), DateForm::iso8601);
+
+  UsageStore store{db()};
+  const UsageSummary stored =
+      store.summary(7, *parseISO8601("2026-11-20T12:00:00Z"), *Calendar::named("Europe/Berlin"),
+                    PriceTable::bundled());
+  EXPECT_EQ(printed, stored);
+  EXPECT_EQ(printed.days, 7);
+  EXPECT_EQ(printed.tools.size(), 2u);
+}
+
+TEST_F(BrimlogCommandTest, TellsWhatIsWrongWithoutACrash) {
+  fs::create_directories(home());
+  struct Case {
+    std::vector<std::string> arguments;
+    const char* message;
+  };
+  const std::vector<Case> cases = {
+      {{"report", "--tz", "Mars/Olympus_Mons"}, "unknown time zone"},
+      {{"report", "--now", "yesterday"}, "--now yesterday: not an ISO 8601 date-time"},
+      {{"report", "--home", (dir() / "nowhere").string()}, "--home"},
+      {{"report", "--db", (dir() / "file-not-dir" / "usage.db").string()}, "database"},
+      {{"report", "weekly"}, "weekly"},
+      {{"report", "--days", "0"}, "--days"},
+  };
+  write("file-not-dir", "a file where a folder should be");
+  for (const Case& c : cases) {
+    std::vector<std::string> arguments = c.arguments;
+    if (std::find(arguments.begin(), arguments.end(), "--home") == arguments.end()) {
+      arguments.insert(arguments.end(), {"--home", home().string()});
+    }
+    if (std::find(arguments.begin(), arguments.end(), "--db") == arguments.end()) {
+      arguments.insert(arguments.end(), {"--db", db().string()});
+    }
+    CommandRun run = brimlog(arguments);
+    SCOPED_TRACE(run.output);
+    EXPECT_NE(run.status, 0);
+    EXPECT_THAT(run.output, HasSubstr(c.message));
+    EXPECT_THAT(run.output, Not(HasSubstr("terminate called")));
+  }
+
+  CommandRun help = brimlog({"report", "--help"});
+  EXPECT_EQ(help.status, 0);
+  EXPECT_THAT(help.output, HasSubstr("--days"));
+  EXPECT_THAT(help.output, HasSubstr("--home"));  // shared options are listed too
+}
+
+}  // namespace
+}  // namespace brimlog
