@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdio>
+#include <memory>
+#include <vector>
 
 #include "HostSettings.hpp"
+#include "LimitsFetcher.hpp"
 #include "ReportFormatter.hpp"
 
 namespace brimlog {
@@ -10,6 +13,12 @@ namespace brimlog {
 struct SyncOptions {
   /// Fetch nothing from the tools' services.
   bool offline = false;
+  /// Fetch every tool's limits now, however recent the last fetch.
+  bool refresh = false;
+  bool json = false;
+};
+
+struct LimitsOptions {
   bool json = false;
 };
 
@@ -28,12 +37,21 @@ class Commands {
  public:
   explicit Commands(HostSettings settings, std::FILE* out = stdout);
 
+  /// Reads new replies, then fetches the tools' limits as the refresh timing allows.
   int sync(const SyncOptions& options);
   int report(const ReportOptions& options);
+  /// The stored limits of every tool.
+  int limits(const LimitsOptions& options);
+  /// What a bare `brimlog` shows: a sync, then the limits and the 30-day totals per tool.
+  int overview(const SyncOptions& options);
 
  private:
+  std::vector<FetchOutcome> fetchLimits(bool force);
+  std::shared_ptr<UsageStore> store();
+
   std::FILE* out_;
   HostSettings settings_;
+  std::shared_ptr<UsageStore> store_;
 };
 
 }  // namespace brimlog

@@ -26,7 +26,8 @@ int main(int argc, char** argv) {
   CLI::App app{
       "Brimlog meters how you use AI coding tools (Claude Code, Codex, Grok Build): it reads the "
       "tools' own logs, counts every model reply once, and reports tokens and what they would "
-      "cost at API list prices.",
+      "cost at API list prices. Without a command it syncs and shows your limits and the last "
+      "30 days per tool.",
       "brimlog"};
   app.set_version_flag("--version", std::string(appVersion()));
   app.require_subcommand(0, 1);
@@ -53,6 +54,8 @@ int main(int argc, char** argv) {
   CLI::App* syncCommand =
       app.add_subcommand("sync", "Read the replies logged since the last run into the database");
   syncCommand->add_flag("--offline", sync.offline, "Fetch nothing from the tools' services");
+  syncCommand->add_flag("--refresh", sync.refresh,
+                        "Fetch every tool's limits now, however recent the last fetch");
   syncCommand->add_flag("--json", sync.json, "Print the pass's result as JSON");
 
   ReportOptions report;
@@ -66,7 +69,12 @@ int main(int argc, char** argv) {
   reportCommand->add_flag("--json", report.json, "Print the summary as JSON");
   reportCommand->add_flag("--no-sync", report.noSync, "Report what is stored; read no logs");
 
-  for (CLI::App* command : {syncCommand, reportCommand}) {
+  LimitsOptions limits;
+  CLI::App* limitsCommand =
+      app.add_subcommand("limits", "Show each tool's plan, status and limits as last fetched");
+  limitsCommand->add_flag("--json", limits.json, "Print the stored limits as JSON");
+
+  for (CLI::App* command : {syncCommand, reportCommand, limitsCommand}) {
     command->fallthrough();
     command->footer(
         "Shared options, before or after the subcommand: --home DIR, --db FILE, --tz ZONE, "
@@ -80,8 +88,12 @@ int main(int argc, char** argv) {
                                             given(databaseOption, database),
                                             given(zoneOption, zone), given(nowOption, now))};
     if (syncCommand->parsed()) return commands.sync(sync);
-    report.view = *ReportFormatter::viewNamed(view);
-    return commands.report(report);
+    if (limitsCommand->parsed()) return commands.limits(limits);
+    if (reportCommand->parsed()) {
+      report.view = *ReportFormatter::viewNamed(view);
+      return commands.report(report);
+    }
+    return commands.overview(SyncOptions{});
   } catch (const CommandError& error) {
     fmt::print(stderr, "brimlog: {}\n", error.what());
   } catch (const UsageStoreError& error) {

@@ -33,6 +33,12 @@ class CredentialError : public std::runtime_error {
 
 std::string_view caseName(CredentialError::Kind kind);
 
+/// The whole contents of a credential file, the common `CredentialSource::file` of every source.
+/// Throws CredentialError: `notFound` when the file or a folder on its way does not exist
+/// (ENOENT, ENOTDIR); `denied` for every other failure, a folder or another file that is not a
+/// regular one included. The message names the path and the reason.
+std::string readCredentialFile(const std::filesystem::path& path);
+
 /// Where the limit fetchers get the user's sign-in secrets. Fetchers take one at construction so
 /// a test double or another platform's secret store can stand in.
 class CredentialSource {

@@ -140,4 +140,19 @@ std::string dump(const Json& value) {
   return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
+std::optional<std::string> optionalString(const Json& object, std::string_view key) {
+  if (const Json* value = optional(object, key)) return string(*value, key);
+  return std::nullopt;
+}
+
+std::optional<double> optionalNumber(const Json& object, std::string_view key) {
+  if (const Json* value = optional(object, key)) return number(*value, key);
+  return std::nullopt;
+}
+
+const Json* optionalObject(const Json& object, std::string_view key) {
+  const Json* value = optional(object, key);
+  return value ? &json::object(*value, key) : nullptr;
+}
+
 }  // namespace brimlog::json

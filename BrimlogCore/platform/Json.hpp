@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -49,6 +50,12 @@ uint64_t unsignedInteger(const Json& value, std::string_view key);
 bool boolean(const Json& value, std::string_view key);
 const Json& object(const Json& value, std::string_view key);
 const Json& array(const Json& value, std::string_view key);
+
+/// Typed reads of a member that may be missing or null (nothing, or nullptr, then); a member of
+/// another type throws like the reads above.
+std::optional<std::string> optionalString(const Json& object, std::string_view key);
+std::optional<double> optionalNumber(const Json& object, std::string_view key);
+const Json* optionalObject(const Json& object, std::string_view key);
 
 /// A finite number as JSON; throws `JsonEncodeError` naming `key` for an infinity or NaN.
 Json finite(double value, std::string_view key);

@@ -1,0 +1,124 @@
+#include "LimitsFetcher.hpp"
+
+#include <future>
+#include <string_view>
+
+#include "HostSettings.hpp"
+#include "limits/ClaudeLimitsProvider.hpp"
+#include "limits/CodexLimitsProvider.hpp"
+#include "limits/CursorProvider.hpp"
+#include "limits/GrokLimitsProvider.hpp"
+#include "limits/RefreshPolicy.hpp"
+#include "store/UsageStore.hpp"
+
+namespace brimlog {
+namespace {
+
+// The host part of an http(s) URL, without brackets or port; empty when there is none.
+std::string hostOf(std::string_view url, std::string_view scheme) {
+  std::string_view rest = url.substr(scheme.size());
+  rest = rest.substr(0, rest.find_first_of("/?#"));
+  if (auto at = rest.rfind('@'); at != std::string_view::npos) rest = rest.substr(at + 1);
+  if (rest.starts_with('[')) {
+    auto close = rest.find(']');
+    return close == std::string_view::npos ? std::string() : std::string(rest.substr(1, close - 1));
+  }
+  return std::string(rest.substr(0, rest.find(':')));
+}
+
+}  // namespace
+
+bool LimitsEndpoints::isAcceptable(const std::string& url) {
+  if (url.starts_with("https://")) return !hostOf(url, "https://").empty();
+  if (url.starts_with("http://")) {
+    const std::string host = hostOf(url, "http://");
+    return host == "127.0.0.1" || host == "::1" || host == "localhost";
+  }
+  return false;
+}
+
+LimitsEndpoints LimitsEndpoints::fromEnvironment(
+    const std::function<const char*(const char*)>& lookup) {
+  LimitsEndpoints endpoints{std::string(ClaudeLimitsProvider::defaultEndpoint),
+                            std::string(CodexLimitsProvider::defaultEndpoint)};
+  auto take = [&](const char* name, std::string& target) {
+    const char* value = lookup(name);
+    if (!value || !*value) return;
+    if (!isAcceptable(value)) {
+      throw CommandError(std::string(name) + "=" + value +
+                         ": must be an https:// URL, or http:// to 127.0.0.1, ::1 or localhost");
+    }
+    target = value;
+  };
+  take("BRIMLOG_CLAUDE_USAGE_URL", endpoints.claude);
+  take("BRIMLOG_CODEX_USAGE_URL", endpoints.codex);
+  return endpoints;
+}
+
+LimitsFetcher::LimitsFetcher(std::shared_ptr<UsageStore> store, ProviderLocations locations,
+                             std::shared_ptr<const CredentialSource> credentials,
+                             std::shared_ptr<const HTTPClient> http, LimitsEndpoints endpoints,
+                             std::filesystem::path codexHome)
+    : store_(std::move(store)),
+      locations_(std::move(locations)),
+      credentials_(std::move(credentials)),
+      http_(std::move(http)),
+      endpoints_(std::move(endpoints)),
+      codexHome_(std::move(codexHome)) {}
+
+std::vector<std::unique_ptr<LimitsProvider>> LimitsFetcher::providers() const {
+  std::vector<std::unique_ptr<LimitsProvider>> providers;
+  for (ProviderID provider : ProviderID::allCases) {
+    if (!locations_.isPresent(provider)) continue;
+    switch (provider) {
+      case ProviderID::claude:
+        providers.push_back(
+            std::make_unique<ClaudeLimitsProvider>(credentials_, http_, endpoints_.claude));
+        break;
+      case ProviderID::codex:
+        providers.push_back(std::make_unique<CodexLimitsProvider>(store_, credentials_, http_,
+                                                                  codexHome_, endpoints_.codex));
+        break;
+      case ProviderID::grok:
+        providers.push_back(
+            std::make_unique<GrokLimitsProvider>(credentials_, http_, locations_.home() / ".grok"));
+        break;
+      case ProviderID::cursor:
+        providers.push_back(
+            std::make_unique<CursorProvider>(credentials_, http_, locations_.cursorStateDB()));
+        break;
+    }
+  }
+  return providers;
+}
+
+std::vector<FetchOutcome> LimitsFetcher::run(Date now, RefreshState& state, bool force) {
+  std::vector<std::unique_ptr<LimitsProvider>> due = providers();
+  std::vector<FetchOutcome> outcomes;
+  std::vector<std::future<ProviderLimits>> answers;
+  for (const auto& provider : due) {
+    const RefreshState::Entry& entry = state[provider->id()];
+    const bool fetch =
+        force || RefreshPolicy::shouldRefreshOnOpen(entry.lastFetch, entry.lastAttempt, now);
+    outcomes.push_back({provider->id(), fetch, std::nullopt});
+    if (!fetch) continue;
+    // One request per tool, all at once: the slowest service bounds the wait, not their sum.
+    answers.push_back(
+        std::async(std::launch::async, [&provider, now] { return provider->fetch(now); }));
+  }
+  size_t next = 0;
+  for (FetchOutcome& outcome : outcomes) {
+    if (!outcome.fetched) continue;
+    ProviderLimits limits = answers[next++].get();
+    store_->setLimits(limits, outcome.provider);
+    RefreshState::Entry& entry = state[outcome.provider];
+    entry.lastAttempt = now;
+    if (limits.status == ProviderStatus::ok) entry.lastFetch = now;
+    entry.delay =
+        RefreshPolicy::nextDelay(limits.status, entry.delay.value_or(RefreshPolicy::minInterval));
+    outcome.limits = std::move(limits);
+  }
+  return outcomes;
+}
+
+}  // namespace brimlog

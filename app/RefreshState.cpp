@@ -1,0 +1,93 @@
+#include "RefreshState.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <fstream>
+#include <sstream>
+#include <system_error>
+
+#include "platform/FileDescriptor.hpp"
+
+namespace brimlog {
+namespace fs = std::filesystem;
+
+Json RefreshState::toJson() const {
+  Json json = Json::object();
+  for (ProviderID provider : ProviderID::allCases) {
+    const Entry& entry = (*this)[provider];
+    if (!entry.lastFetch && !entry.lastAttempt && !entry.delay) continue;
+    Json item = Json::object();
+    if (entry.lastFetch) item["lastFetch"] = formatISO8601(*entry.lastFetch);
+    if (entry.lastAttempt) item["lastAttempt"] = formatISO8601(*entry.lastAttempt);
+    if (entry.delay) item["delay"] = *entry.delay;
+    json[std::string(provider.rawValue())] = item;
+  }
+  return json;
+}
+
+RefreshState RefreshState::fromJson(const Json& json) {
+  RefreshState state;
+  if (!json.is_object()) return state;
+  for (ProviderID provider : ProviderID::allCases) {
+    auto found = json.find(std::string(provider.rawValue()));
+    if (found == json.end() || !found->is_object()) continue;
+    Entry& entry = state[provider];
+    // Each field on its own: one damaged value does not cost the others.
+    auto date = [&](const char* key) -> std::optional<Date> {
+      auto value = found->find(key);
+      if (value == found->end() || !value->is_string()) return std::nullopt;
+      return parseISO8601(value->get<std::string>());
+    };
+    entry.lastFetch = date("lastFetch");
+    entry.lastAttempt = date("lastAttempt");
+    auto delay = found->find("delay");
+    if (delay != found->end() && delay->is_number()) entry.delay = delay->get<double>();
+  }
+  return state;
+}
+
+fs::path RefreshState::pathFor(const fs::path& database) {
+  fs::path path = database;
+  path += ".refresh.json";
+  return path;
+}
+
+RefreshState RefreshState::load(const fs::path& path) {
+  std::ifstream in{path};
+  if (!in) return {};
+  std::stringstream text;
+  text << in.rdbuf();
+  try {
+    return fromJson(Json::parse(text.str()));
+  } catch (const Json::exception&) {
+    return {};
+  }
+}
+
+void RefreshState::save(const fs::path& path) const {
+  const std::string text = toJson().dump(2) + "\n";
+  fs::path temporary = path;
+  temporary += ".tmp";
+  auto fail = [&](const char* what, const fs::path& which) {
+    throw fs::filesystem_error(what, which, std::error_code(errno, std::generic_category()));
+  };
+  {
+    const FileDescriptor fd{
+        ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)};
+    if (!fd) fail("Cannot write the refresh state", temporary);
+    size_t written = 0;
+    while (written < text.size()) {
+      const ssize_t n = ::write(fd.get(), text.data() + written, text.size() - written);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) fail("Cannot write the refresh state", temporary);
+      written += static_cast<size_t>(n);
+    }
+  }
+  if (::rename(temporary.c_str(), path.c_str()) != 0) {
+    fail("Cannot replace the refresh state", path);
+  }
+}
+
+}  // namespace brimlog

@@ -1,0 +1,134 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "limits/SecurityCLICredentialSource.hpp"
+#include "support/TempDir.hpp"
+
+namespace brimlog {
+namespace {
+
+using Kind = CredentialError::Kind;
+const std::string kService = "Claude Code-credentials";
+
+// The kind of error a call throws, or nothing when it returns.
+template <typename Call>
+std::optional<Kind> errorOf(Call&& call) {
+  try {
+    call();
+  } catch (const CredentialError& error) {
+    return error.kind();
+  }
+  return std::nullopt;
+}
+
+class SecurityCLICredentialSourceTest : public testing::TempDirTest {
+ protected:
+  // A stand-in for the keychain tool: records its arguments, then runs `body`.
+  SecurityCLICredentialSource tool(const std::string& body) {
+    const auto path = write("security", "#!/bin/sh\nprintf '%s\\n' \"$@\" > '" +
+                                            (dir() / "arguments").string() + "'\n" + body);
+    ::chmod(path.c_str(), 0755);
+    SecurityCLICredentialSource source;
+    source.executableURL = path;
+    return source;
+  }
+};
+
+TEST_F(SecurityCLICredentialSourceTest, ReturnsThePasswordWithoutTrailingLineEnds) {
+  struct Case {
+    std::string printed;
+    std::string secret;
+  };
+  const Case cases[] = {
+      {R"(hunter2\n)", "hunter2"},
+      {R"(pass \r\n\n\r\r\n)", "pass "},
+      {R"(  lead\ninner \tend\n)", "  lead\ninner \tend"},
+      {R"(no line end)", "no line end"},
+      {R"(\r\n)", ""},
+      {"", ""},
+      {R"(sk-ant-oat01-é\n)", "sk-ant-oat01-é"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.printed);
+    EXPECT_EQ(tool("printf '" + c.printed + "'\n").keychainSecret(kService), c.secret);
+  }
+  EXPECT_EQ(testing::readFile(dir() / "arguments"),
+            "find-generic-password\n-s\nClaude Code-credentials\n-w\n");
+}
+
+TEST_F(SecurityCLICredentialSourceTest, MapsExitStatusesAndBadOutputToErrors) {
+  EXPECT_EQ(errorOf([&] { tool("exit 44\n").keychainSecret(kService); }), Kind::notFound);
+  EXPECT_EQ(errorOf([&] { tool("exit 1\n").keychainSecret(kService); }), Kind::denied);
+  EXPECT_EQ(errorOf([&] { tool("exit 51\n").keychainSecret(kService); }), Kind::denied);
+  EXPECT_EQ(errorOf([&] { tool("kill -TERM $$\n").keychainSecret(kService); }), Kind::denied);
+  EXPECT_EQ(errorOf([&] { tool("printf '\\377\\376pw\\n'\n").keychainSecret(kService); }),
+            Kind::malformed);
+
+  SecurityCLICredentialSource missing;
+  missing.executableURL = dir() / "no-such-tool";
+  EXPECT_EQ(errorOf([&] { missing.keychainSecret(kService); }), Kind::denied);
+
+  // The message says what was asked for and why, never what the tool printed.
+  try {
+    tool("echo topsecret\nexit 51\n").keychainSecret(kService);
+    ADD_FAILURE() << "expected an error";
+  } catch (const CredentialError& error) {
+    const std::string message = error.what();
+    EXPECT_NE(message.find(kService), std::string::npos) << message;
+    EXPECT_NE(message.find("51"), std::string::npos) << message;
+    EXPECT_EQ(message.find("topsecret"), std::string::npos) << message;
+  }
+}
+
+TEST_F(SecurityCLICredentialSourceTest, AToolPastItsDeadlineIsTerminatedAndDenied) {
+  const std::string pidFile = (dir() / "pid").string();
+  auto source = tool("echo $$ > '" + pidFile + "'\nsleep 30\n");
+  source.timeout = 1.0;  // room for a loaded machine to start the script
+  EXPECT_EQ(errorOf([&] { source.keychainSecret(kService); }), Kind::denied);
+  ASSERT_TRUE(std::filesystem::exists(pidFile));
+  const pid_t pid = std::stoi(testing::readFile(pidFile));
+  EXPECT_FALSE(std::filesystem::exists("/proc/" + std::to_string(pid)));
+
+  // Exited in time, but something it started still holds the output open: no reliable answer.
+  auto leaver = tool("printf 'pw\\n'\nsleep 30 &\nexit 0\n");
+  leaver.timeout = 0.3;
+  EXPECT_EQ(errorOf([&] { leaver.keychainSecret(kService); }), Kind::denied);
+}
+
+TEST_F(SecurityCLICredentialSourceTest, OutputLargerThanAPipeHoldsIsReadWhole) {
+  auto source = tool("head -c 1500000 /dev/zero | tr '\\0' 'k'\necho\n");
+  source.timeout = 10;  // a stalled tool fails the test in 10 s rather than 30
+  const auto secret = source.keychainSecret(kService);
+  EXPECT_EQ(secret.size(), 1'500'000u);
+  EXPECT_EQ(secret.find_first_not_of('k'), std::string::npos);
+}
+
+TEST_F(SecurityCLICredentialSourceTest, ReadsFilesAndMapsReadFailures) {
+  const SecurityCLICredentialSource source;
+  const std::string bytes("{\"t\":1}\n\xff\0", 10);
+  EXPECT_EQ(source.file(write("codex/auth.json", bytes)), bytes);  // bytes as they are
+  EXPECT_EQ(source.file(write("empty.json", "")), "");
+
+  EXPECT_EQ(errorOf([&] { source.file(dir() / "missing.json"); }), Kind::notFound);
+  EXPECT_EQ(errorOf([&] { source.file(dir() / "no-folder" / "auth.json"); }), Kind::notFound);
+  EXPECT_EQ(errorOf([&] { source.file(dir() / "empty.json" / "auth.json"); }), Kind::notFound);
+  EXPECT_EQ(errorOf([&] { source.file(dir() / "codex"); }), Kind::denied);
+
+  try {
+    source.file(dir() / "missing.json");
+  } catch (const CredentialError& error) {
+    EXPECT_NE(std::string(error.what()).find("missing.json"), std::string::npos);
+  }
+
+  if (::geteuid() != 0) {  // root reads anything
+    const auto locked = write("locked.json", "secret");
+    ::chmod(locked.c_str(), 0);
+    EXPECT_EQ(errorOf([&] { source.file(locked); }), Kind::denied);
+  }
+}
+
+}  // namespace
+}  // namespace brimlog
