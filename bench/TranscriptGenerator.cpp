@@ -256,7 +256,8 @@ void TranscriptGenerator::appendHeader(std::string& out, bool withSlug) {
   } else {
     appendQuoted(out, parentUuid_);
   }
-  out += ",\"isSidechain\":false,\"userType\":\"external\",\"cwd\":";
+  out += options_.isSidechain ? ",\"isSidechain\":true" : ",\"isSidechain\":false";
+  out += ",\"userType\":\"external\",\"cwd\":";
   appendJsonString(out, options_.cwd);
   out += ",\"sessionId\":";
   appendQuoted(out, sessionId_);

@@ -38,6 +38,9 @@ class TranscriptGenerator {
     std::string sessionId;
     std::string cwd = "/home/dev/projects/harbor";
     std::string gitBranch = "main";
+    /// Written as `isSidechain` on every line: true for a subagent's transcript, which carries
+    /// its parent session's id.
+    bool isSidechain = false;
     /// The tool's version, written on every line.
     std::string version = "2.1.39";
     /// Written into each usage object when not empty (the tool's 2.1 versions add it).
@@ -131,6 +134,8 @@ class TranscriptGenerator {
   bool replyOpen() const { return reply_.linesLeft > 0; }
   /// What the builders wrote since the session began.
   const Stats& stats() const { return stats_; }
+  /// The session clock: the instant of the latest line, in milliseconds since 1970.
+  int64_t clockMillis() const { return clockMillis_; }
 
   /// Appends `raw` as a JSON string literal: quotes, backslashes and control characters escaped,
   /// other bytes (UTF-8 included) as they are.
