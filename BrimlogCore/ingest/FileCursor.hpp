@@ -2,7 +2,9 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/Json.hpp"
 
@@ -27,6 +29,9 @@ struct FileCursor {
   /// {"path":…,"inode":…,"offset":…,"context":{…}}; all four keys are required when decoding.
   Json toJson() const;
   static FileCursor fromJson(const Json& json);
+  /// The same from the JSON text; nothing when the text does not decode. Much faster than
+  /// `fromJson(json::parse(text))` for the cursors this program writes.
+  static std::optional<FileCursor> fromJsonText(std::string_view text);
 };
 
 }  // namespace brimlog

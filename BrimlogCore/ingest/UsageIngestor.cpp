@@ -1,5 +1,6 @@
 #include "ingest/UsageIngestor.hpp"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <condition_variable>
 #include <deque>
 #include <exception>
+#include <future>
 #include <limits>
 #include <mutex>
 #include <system_error>
@@ -87,7 +89,7 @@ int64_t mtimeNanoseconds(const struct stat& status) {
 enum class JobKind { readLines, readDocument, flushPending };
 
 struct Job {
-  fs::path path;
+  std::string path;  // a plain string: a pass holds thousands and compares them with cursors
   ProviderID provider = ProviderID::claude;
   JobKind kind = JobKind::readLines;
   std::optional<FileCursor> cursor;
@@ -206,7 +208,7 @@ class FileReader {
  private:
   void skip(const Job& job, std::string reason) {
     Output output;
-    output.skipped = SkippedFile{job.path.string(), std::move(reason)};
+    output.skipped = SkippedFile{job.path, std::move(reason)};
     output.fileDone = true;
     queue_.push(std::move(output));
   }
@@ -368,7 +370,7 @@ class FileReader {
 
     Output output;
     output.events = std::move(parsed.events);
-    output.cursor = FileCursor{job.path.string(),
+    output.cursor = FileCursor{job.path,
                                inode,
                                static_cast<int64_t>(have),
                                {{kProviderKey, "grok"},
@@ -395,24 +397,113 @@ struct Tree {
   std::string_view extension;
 };
 
-// Finds the log files of one tool. Symbolic links inside the tree are not followed, so a link
-// cannot pull another tree's files (or the same file twice) into the pass.
-void walk(const Tree& tree, std::vector<std::pair<fs::path, ProviderID>>& files,
-          std::vector<SkippedFile>& skipped) {
-  std::error_code error;
-  if (!fs::is_directory(tree.root, error)) return;  // the tool is not installed
-  fs::recursive_directory_iterator it{tree.root, fs::directory_options::skip_permission_denied,
-                                      error};
-  for (; !error && it != fs::recursive_directory_iterator{}; it.increment(error)) {
-    const fs::directory_entry& entry = *it;
-    std::error_code typeError;
-    const fs::file_status status = entry.symlink_status(typeError);
-    if (typeError || !fs::is_regular_file(status)) continue;
-    if (entry.path().extension() != tree.extension) continue;
-    files.emplace_back(entry.path(), tree.provider);
+struct FoundFile {
+  std::string path;
+  ProviderID provider;
+  struct stat status;
+};
+
+// Finds the log files of one tool, with directory handles and one fstatat per entry (no path is
+// resolved twice, and the stat doubles as the file's size and inode for the cursor check).
+// Symbolic links inside the tree are not followed, so a link cannot pull another tree's files,
+// or the same file twice, into the pass. Folders that cannot be opened are left out, as a
+// folder the user cannot read holds nothing of theirs.
+class TreeWalker {
+ public:
+  TreeWalker(const Tree& tree, std::vector<FoundFile>& files) : tree_(tree), files_(files) {}
+
+  void walk() {
+    const FileDescriptor root{::open(tree_.root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    if (!root) return;  // no folder: the tool is not installed
+    const std::string rootPath = tree_.root.string();
+    std::vector<std::string> subfolders = list(root.get(), rootPath);
+
+    // A warm pass is mostly this walk, and mostly system calls: two threads share the top
+    // folders (Claude's projects), each with its own results, joined in a fixed order.
+    std::vector<FoundFile> second;
+    std::atomic<size_t> next{0};
+    auto share = [&](TreeWalker& walker) {
+      for (size_t i = next++; i < subfolders.size(); i = next++) {
+        walker.descend(root.get(), rootPath, subfolders[i]);
+      }
+    };
+    if (subfolders.size() > 1) {
+      std::thread helper{[&] {
+        TreeWalker other{tree_, second};
+        share(other);
+      }};
+      share(*this);
+      helper.join();
+    } else {
+      share(*this);
+    }
+    std::move(second.begin(), second.end(), std::back_inserter(files_));
   }
-  if (error) skipped.push_back({tree.root.string(), "Cannot list directory: " + error.message()});
-}
+
+ private:
+  static std::string childPath(const std::string& dir, std::string_view name) {
+    std::string path;
+    path.reserve(dir.size() + 1 + name.size());
+    path.append(dir);
+    if (path.empty() || path.back() != '/') path.push_back('/');
+    path.append(name);
+    return path;
+  }
+
+  void walk(int dirFD, const std::string& dirPath) {
+    for (const std::string& name : list(dirFD, dirPath)) descend(dirFD, dirPath, name);
+  }
+
+  void descend(int dirFD, const std::string& dirPath, const std::string& name) {
+    const FileDescriptor sub{
+        ::openat(dirFD, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)};
+    if (sub) walk(sub.get(), childPath(dirPath, name));
+  }
+
+  // Records the folder's files and returns its subfolders.
+  std::vector<std::string> list(int dirFD, const std::string& dirPath) {
+    std::vector<std::string> subfolders;
+    // The listing is read with getdents64 into one buffer: no DIR stream, whose set-up costs
+    // three more system calls per folder, and folders are most of what a warm pass visits.
+    for (;;) {
+      const ssize_t filled = ::getdents64(dirFD, buffer_.data(), buffer_.size());
+      if (filled <= 0) break;  // the end, or a folder that cannot be listed: take what we have
+      for (ssize_t at = 0; at < filled;) {
+        const auto* entry = reinterpret_cast<const dirent64*>(buffer_.data() + at);
+        at += entry->d_reclen;
+        visit(dirFD, dirPath, *entry, subfolders);
+      }
+    }
+    return subfolders;
+  }
+
+  void visit(int dirFD, const std::string& dirPath, const dirent64& entry,
+             std::vector<std::string>& subfolders) {
+    const std::string_view name = entry.d_name;
+    if (name == "." || name == "..") return;
+    // Most file systems tell an entry's type in the listing; others need a stat to know.
+    const bool typed = entry.d_type != DT_UNKNOWN;
+    if (typed && entry.d_type == DT_DIR) {
+      subfolders.emplace_back(name);
+      return;
+    }
+    if (typed && entry.d_type != DT_REG) return;  // links, sockets and the like
+    // ".jsonl" alone is a hidden file, not a session.
+    const bool named = name.size() > tree_.extension.size() && name.ends_with(tree_.extension);
+    if (typed && !named) return;
+    struct stat status {};
+    if (::fstatat(dirFD, entry.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) return;
+    if (S_ISDIR(status.st_mode)) {
+      subfolders.emplace_back(name);
+    } else if (S_ISREG(status.st_mode) && named) {
+      files_.push_back({childPath(dirPath, name), tree_.provider, status});
+    }
+  }
+
+  const Tree& tree_;
+  std::vector<FoundFile>& files_;
+  std::vector<char> buffer_ = std::vector<char>(32 << 10);
+};
 
 // Joins the workers on every path out of a pass, stopping them first if the pass failed.
 class WorkerPool {
@@ -479,26 +570,21 @@ IngestResult UsageIngestor::run(Date now) {
     trees.push_back({dir, ProviderID::codex, ".jsonl"});
   }
   trees.push_back({locations_.grokSessions(), ProviderID::grok, ".json"});
-  std::vector<std::pair<fs::path, ProviderID>> files;
-  for (const Tree& tree : trees) walk(tree, files, result.skipped);
+  // One query for every cursor, made while the folders are walked, and the walk's stat of each
+  // file: an unchanged home costs no reads, and its two halves overlap.
+  std::future<std::map<std::string, FileCursor>> storedCursors =
+      std::async(std::launch::async, [this] { return store_.allCursors(); });
+  std::vector<FoundFile> files;
+  for (const Tree& tree : trees) TreeWalker{tree, files}.walk();
   result.filesScanned = files.size();
-
-  // One query for every cursor, then a stat per file: an unchanged home costs no reads.
-  std::map<std::string, FileCursor> cursors = store_.allCursors();
+  std::map<std::string, FileCursor> cursors = storedCursors.get();
   std::vector<Job> jobs;
   int64_t bytesTotal = 0;
-  for (auto& [path, provider] : files) {
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) {
-      result.skipped.push_back(
-          {path.string(), "Cannot examine log file: " +
-                              std::error_code(errno, std::generic_category()).message()});
-      continue;
-    }
+  for (auto& [path, provider, status] : files) {
     Job job{path, provider,
             provider == ProviderID::grok ? JobKind::readDocument : JobKind::readLines, std::nullopt,
             status.st_size};
-    if (auto found = cursors.find(path.string()); found != cursors.end()) {
+    if (auto found = cursors.find(path); found != cursors.end()) {
       job.cursor = std::move(found->second);
     }
     const FileCursor* cursor = job.cursor ? &*job.cursor : nullptr;

@@ -1,40 +1,95 @@
 #include "limits/CurlHTTPClient.hpp"
 
 #include <curl/curl.h>
+#include <dlfcn.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 
 namespace brimlog {
 namespace {
 
+// libcurl, and the two dozen libraries it brings (TLS, Kerberos, LDAP, ...), are loaded on the
+// first request rather than when the program starts: most runs of the command never make one,
+// and loading them costs more than everything else a run with nothing new does.
+struct CurlLibrary {
+  decltype(&::curl_global_init) global_init = nullptr;
+  decltype(&::curl_easy_strerror) easy_strerror = nullptr;
+  decltype(&::curl_easy_init) easy_init = nullptr;
+  decltype(&::curl_easy_cleanup) easy_cleanup = nullptr;
+  decltype(&::curl_easy_setopt) easy_setopt = nullptr;
+  decltype(&::curl_easy_perform) easy_perform = nullptr;
+  decltype(&::curl_easy_getinfo) easy_getinfo = nullptr;
+  decltype(&::curl_slist_append) slist_append = nullptr;
+  decltype(&::curl_slist_free_all) slist_free_all = nullptr;
+  decltype(&::curl_url) url = nullptr;
+  decltype(&::curl_url_cleanup) url_cleanup = nullptr;
+  decltype(&::curl_url_set) url_set = nullptr;
+  decltype(&::curl_url_get) url_get = nullptr;
+  decltype(&::curl_free) free = nullptr;
+};
+
+const CurlLibrary& curl() {
+  static const CurlLibrary library = [] {
+    void* handle = nullptr;
+    for (const char* name : {"libcurl.so.4", "libcurl.so"}) {
+      if ((handle = ::dlopen(name, RTLD_NOW | RTLD_LOCAL))) break;
+    }
+    if (!handle) {
+      const char* reason = ::dlerror();
+      throw URLError(URLError::Code::other,
+                     std::string("Cannot load libcurl: ") + (reason ? reason : "not found"));
+    }
+    CurlLibrary library;
+    auto load = [handle](auto& function, const char* name) {
+      function =
+          reinterpret_cast<std::remove_reference_t<decltype(function)>>(::dlsym(handle, name));
+      if (!function) {
+        throw URLError(URLError::Code::other, std::string("libcurl lacks ") + name);
+      }
+    };
+    load(library.global_init, "curl_global_init");
+    load(library.easy_strerror, "curl_easy_strerror");
+    load(library.easy_init, "curl_easy_init");
+    load(library.easy_cleanup, "curl_easy_cleanup");
+    load(library.easy_setopt, "curl_easy_setopt");
+    load(library.easy_perform, "curl_easy_perform");
+    load(library.easy_getinfo, "curl_easy_getinfo");
+    load(library.slist_append, "curl_slist_append");
+    load(library.slist_free_all, "curl_slist_free_all");
+    load(library.url, "curl_url");
+    load(library.url_cleanup, "curl_url_cleanup");
+    load(library.url_set, "curl_url_set");
+    load(library.url_get, "curl_url_get");
+    load(library.free, "curl_free");
+    // libcurl's global state is set up once and kept for the life of the process.
+    if (const CURLcode code = library.global_init(CURL_GLOBAL_DEFAULT); code != CURLE_OK) {
+      throw URLError(URLError::Code::other,
+                     std::string("Cannot initialise libcurl: ") + library.easy_strerror(code));
+    }
+    return library;
+  }();
+  return library;
+}
+
 struct EasyCleanup {
-  void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+  void operator()(CURL* handle) const { curl().easy_cleanup(handle); }
 };
 struct ListCleanup {
-  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+  void operator()(curl_slist* list) const { curl().slist_free_all(list); }
 };
 struct URLCleanup {
-  void operator()(CURLU* url) const { curl_url_cleanup(url); }
+  void operator()(CURLU* url) const { curl().url_cleanup(url); }
 };
 struct CurlFree {
-  void operator()(char* text) const { curl_free(text); }
+  void operator()(char* text) const { curl().free(text); }
 };
 using EasyHandle = std::unique_ptr<CURL, EasyCleanup>;
 using HeaderList = std::unique_ptr<curl_slist, ListCleanup>;
-
-// libcurl's global state is set up once, by whichever request comes first, and kept for the
-// life of the process.
-void initialiseCurlOnce() {
-  static const CURLcode code = curl_global_init(CURL_GLOBAL_DEFAULT);
-  if (code != CURLE_OK) {
-    throw URLError(URLError::Code::other,
-                   std::string("Cannot initialise libcurl: ") + curl_easy_strerror(code));
-  }
-}
 
 // What a request's URL is checked and named by. Only the host appears in errors: paths and
 // queries may carry identifiers, headers carry tokens.
@@ -45,17 +100,17 @@ struct Target {
 
 Target targetOf(const std::string& url) {
   Target target;
-  const std::unique_ptr<CURLU, URLCleanup> parsed(curl_url());
-  if (!parsed || curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME) !=
-                     CURLUE_OK) {
+  const std::unique_ptr<CURLU, URLCleanup> parsed(curl().url());
+  if (!parsed || curl().url_set(parsed.get(), CURLUPART_URL, url.c_str(),
+                                CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
     return target;
   }
   char* part = nullptr;
-  if (curl_url_get(parsed.get(), CURLUPART_SCHEME, &part, 0) == CURLUE_OK) {
+  if (curl().url_get(parsed.get(), CURLUPART_SCHEME, &part, 0) == CURLUE_OK) {
     const std::unique_ptr<char, CurlFree> owned(part);
     target.scheme = part;
   }
-  if (curl_url_get(parsed.get(), CURLUPART_HOST, &part, 0) == CURLUE_OK) {
+  if (curl().url_get(parsed.get(), CURLUPART_HOST, &part, 0) == CURLUE_OK) {
     const std::unique_ptr<char, CurlFree> owned(part);
     target.host = part;
   }
@@ -152,7 +207,7 @@ size_t receiveHeader(char* data, size_t size, size_t count, void* context) {
 }  // namespace
 
 HTTPResponse CurlHTTPClient::send(const HTTPRequest& request) const {
-  initialiseCurlOnce();
+  curl();
   const Target target = targetOf(request.url);
   const std::string& host = target.host;
   const auto refuse = [&host](const std::string& reason) {
@@ -165,7 +220,7 @@ HTTPResponse CurlHTTPClient::send(const HTTPRequest& request) const {
 
   HeaderList headers;
   const auto addHeader = [&](const std::string& line) {
-    curl_slist* const head = curl_slist_append(headers.get(), line.c_str());
+    curl_slist* const head = curl().slist_append(headers.get(), line.c_str());
     if (head == nullptr) throw refuse("out of memory");
     headers.release();
     headers.reset(head);
@@ -186,12 +241,12 @@ HTTPResponse CurlHTTPClient::send(const HTTPRequest& request) const {
   if (!hasContentType) addHeader("Content-Type:");
   if (!hasExpect) addHeader("Expect:");
 
-  const EasyHandle handle(curl_easy_init());
+  const EasyHandle handle(curl().easy_init());
   if (!handle) throw refuse("cannot create a transfer");
-  CURL* const curl = handle.get();
+  CURL* const transferHandle = handle.get();
   const auto set = [&](CURLoption option, auto value) {
-    if (const CURLcode code = curl_easy_setopt(curl, option, value); code != CURLE_OK) {
-      throw refuse(std::string("cannot configure the transfer: ") + curl_easy_strerror(code));
+    if (const CURLcode code = curl().easy_setopt(transferHandle, option, value); code != CURLE_OK) {
+      throw refuse(std::string("cannot configure the transfer: ") + curl().easy_strerror(code));
     }
   };
 
@@ -236,14 +291,14 @@ HTTPResponse CurlHTTPClient::send(const HTTPRequest& request) const {
     set(CURLOPT_CUSTOMREQUEST, method.c_str());
   }
 
-  const CURLcode code = curl_easy_perform(curl);
+  const CURLcode code = curl().easy_perform(transferHandle);
   if (code != CURLE_OK) {
-    std::string reason = errorText[0] != '\0' ? errorText : curl_easy_strerror(code);
+    std::string reason = errorText[0] != '\0' ? errorText : curl().easy_strerror(code);
     while (!reason.empty() && (reason.back() == '\n' || reason.back() == '\r')) reason.pop_back();
     throw URLError(codeFor(code), "Request to " + host + " failed: " + reason);
   }
   long status = 0;
-  curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+  curl().easy_getinfo(transferHandle, CURLINFO_RESPONSE_CODE, &status);
   if (status <= 0) {
     throw URLError(URLError::Code::badServerResponse,
                    "Request to " + host + " failed: the answer is not an HTTP response");

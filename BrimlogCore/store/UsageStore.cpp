@@ -206,10 +206,9 @@ std::map<std::string, FileCursor> UsageStore::allCursors() {
   std::map<std::string, FileCursor> cursors;
   withDatabase([&](SQLiteDatabase& db) {
     db.query("SELECT path, json FROM cursors", {}, [&](const Row& row) {
-      try {
-        cursors.emplace(row.text(0), FileCursor::fromJson(json::parse(row.text(1))));
-      } catch (const JsonDecodeError&) {
-        // A damaged row is as good as none: that file is read again from its start.
+      // A damaged row is as good as none: that file is read again from its start.
+      if (auto cursor = FileCursor::fromJsonText(row.text(1))) {
+        cursors.emplace(row.text(0), std::move(*cursor));
       }
     });
   });

@@ -12,6 +12,13 @@ TEST(FileCursorTest, RoundTripsThroughItsStoredForm) {
                           {{"provider", "codex"}, {"session", "s1"}, {"model", "gpt-5"}}};
   const std::string text = json::dump(cursor.toJson());
   EXPECT_EQ(FileCursor::fromJson(json::parse(text)), cursor);
+  EXPECT_EQ(FileCursor::fromJsonText(text), cursor);
+  // Shapes the quick reader leaves to the general one decode the same way.
+  for (const char* other : {R"({"path":"p","inode":7.0,"offset":12.0,"context":{}})",
+                            R"({"path":"p","inode":7,"offset":12,"context":{"a":"1","a":"2"}})",
+                            R"({"context":{},"offset":12,"inode":7,"path":"p"})"}) {
+    EXPECT_EQ(FileCursor::fromJsonText(other), FileCursor::fromJson(json::parse(other))) << other;
+  }
   EXPECT_EQ(FileCursor::fromJson(json::parse(R"({"path":"p","inode":0,"offset":0,"context":{}})")),
             (FileCursor{"p", 0, 0, {}}));
 }
@@ -29,6 +36,7 @@ TEST(FileCursorTest, DecodingNeedsAllFourKeysWithTheirTypes) {
            R"([])",
        }) {
     EXPECT_THROW(FileCursor::fromJson(json::parse(bad)), JsonDecodeError) << bad;
+    EXPECT_FALSE(FileCursor::fromJsonText(bad)) << bad;
   }
 }
 
