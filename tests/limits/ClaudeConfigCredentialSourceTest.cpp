@@ -2,6 +2,7 @@
 #include <stdlib.h>
 
 #include "limits/ClaudeConfigCredentialSource.hpp"
+#include "support/StubCredentialSource.hpp"
 #include "support/TempDir.hpp"
 
 namespace brimlog {
@@ -12,15 +13,7 @@ const std::string kService = "Claude Code-credentials";
 const std::string kRecord = R"({"claudeAiOauth":{"accessToken":"sk-ant-oat01-x"}})"
                             "\n";
 
-template <typename Call>
-std::optional<Kind> errorOf(Call&& call) {
-  try {
-    call();
-  } catch (const CredentialError& error) {
-    return error.kind();
-  }
-  return std::nullopt;
-}
+using testing::errorOf;
 
 // Sets an environment variable for the life of the object and puts the old value back after.
 class ScopedEnvironment {

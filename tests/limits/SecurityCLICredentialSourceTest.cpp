@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "limits/SecurityCLICredentialSource.hpp"
+#include "support/StubCredentialSource.hpp"
 #include "support/TempDir.hpp"
 
 namespace brimlog {
@@ -13,16 +14,7 @@ namespace {
 using Kind = CredentialError::Kind;
 const std::string kService = "Claude Code-credentials";
 
-// The kind of error a call throws, or nothing when it returns.
-template <typename Call>
-std::optional<Kind> errorOf(Call&& call) {
-  try {
-    call();
-  } catch (const CredentialError& error) {
-    return error.kind();
-  }
-  return std::nullopt;
-}
+using testing::errorOf;
 
 class SecurityCLICredentialSourceTest : public testing::TempDirTest {
  protected:

@@ -54,4 +54,15 @@ struct StubCredentialSource : CredentialSource {
   }
 };
 
+/// The kind of CredentialError a call throws, or nothing when it returns.
+template <typename Call>
+std::optional<CredentialError::Kind> errorOf(Call&& call) {
+  try {
+    call();
+  } catch (const CredentialError& error) {
+    return error.kind();
+  }
+  return std::nullopt;
+}
+
 }  // namespace brimlog::testing
