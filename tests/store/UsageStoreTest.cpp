@@ -110,9 +110,9 @@ TEST_F(UsageStoreTest, ABatchLeavesTheSameRowsAsItsEventsOneByOne) {
   for (const UsageEvent& e : events) single.ingest(std::vector{e}, utc);
   RawDatabase a{dir() / "batched.db"};
   RawDatabase b{dir() / "single.db"};
-  for (const char* query : {"SELECT rowid, * FROM daily ORDER BY rowid",
-                            "SELECT rowid, * FROM sessions ORDER BY rowid",
-                            "SELECT rowid, * FROM seen ORDER BY rowid"}) {
+  for (const char* query :
+       {"SELECT rowid, * FROM daily ORDER BY rowid", "SELECT rowid, * FROM sessions ORDER BY rowid",
+        "SELECT rowid, * FROM seen ORDER BY rowid"}) {
     EXPECT_EQ(a.rows(query), b.rows(query)) << query;
   }
   EXPECT_THAT(a.rows("SELECT provider, model, day, reported_usd FROM daily ORDER BY rowid"),
