@@ -133,9 +133,7 @@ std::shared_ptr<UsageStore> Commands::store() {
   return store_;
 }
 
-std::vector<FetchOutcome> Commands::fetchLimits(bool force) {
-  // Check the endpoints before anything is read, so a bad setting costs no secret.
-  LimitsEndpoints endpoints = LimitsEndpoints::fromEnvironment();
+std::vector<FetchOutcome> Commands::fetchLimits(LimitsEndpoints endpoints, bool force) {
   const ProviderLocations locations{settings_.home};
   LimitsFetcher fetcher{store(),
                         locations,
@@ -158,10 +156,12 @@ std::vector<FetchOutcome> Commands::fetchLimits(bool force) {
 
 int Commands::sync(const SyncOptions& options) {
   std::shared_ptr<UsageStore> opened = store();
-  if (!options.offline) LimitsEndpoints::fromEnvironment();  // refuse a bad URL before reading
+  // The endpoints are checked before anything is read, so a bad setting costs no time or secret.
+  std::optional<LimitsEndpoints> endpoints;
+  if (!options.offline) endpoints = LimitsEndpoints::fromEnvironment();
   const IngestResult result = ingest(*opened, settings_);
   std::vector<FetchOutcome> outcomes;
-  if (!options.offline) outcomes = fetchLimits(options.refresh);
+  if (endpoints) outcomes = fetchLimits(std::move(*endpoints), options.refresh);
 
   if (options.json) {
     Json limits = Json::object();
@@ -229,9 +229,10 @@ int Commands::limits(const LimitsOptions& options) {
 
 int Commands::overview(const SyncOptions& options) {
   std::shared_ptr<UsageStore> opened = store();
-  if (!options.offline) LimitsEndpoints::fromEnvironment();
+  std::optional<LimitsEndpoints> endpoints;
+  if (!options.offline) endpoints = LimitsEndpoints::fromEnvironment();
   ingest(*opened, settings_);
-  if (!options.offline) fetchLimits(options.refresh);
+  if (endpoints) fetchLimits(std::move(*endpoints), options.refresh);
   limits({});
   fmt::print(out_, "\n");
   const UsageSummary summary =

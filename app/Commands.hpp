@@ -46,7 +46,7 @@ class Commands {
   int overview(const SyncOptions& options);
 
  private:
-  std::vector<FetchOutcome> fetchLimits(bool force);
+  std::vector<FetchOutcome> fetchLimits(LimitsEndpoints endpoints, bool force);
   std::shared_ptr<UsageStore> store();
 
   std::FILE* out_;

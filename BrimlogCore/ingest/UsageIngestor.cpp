@@ -136,11 +136,6 @@ class OutputQueue {
     return output;
   }
 
-  bool idle() {
-    std::lock_guard lock{mutex_};
-    return items_.empty();
-  }
-
   void addProducers(size_t count) {
     std::lock_guard lock{mutex_};
     producers_ += count;
@@ -273,12 +268,11 @@ class FileReader {
   // on whether any usage-record line appears in it, later lines included.
   void readCodex(const Job& job) {
     std::optional<FileCursor> cursor = job.cursor;
-    auto fresh = [&](const std::map<std::string, std::string>& context) {
-      return CodexLogParser{context};
-    };
-    CodexLogParser parser = fresh(cursor ? cursor->context : std::map<std::string, std::string>{});
+    CodexLogParser parser{cursor ? cursor->context : std::map<std::string, std::string>{}};
     int64_t total = cursor ? integerEntry(cursor->context, kTotalKey).value_or(0) : 0;
     bool hasUsageRecords = cursor && cursor->context.count(kUsageRecordsKey) > 0;
+    // The session the running total belongs to, as of the last line read.
+    std::string session = parser.context().count("session") ? parser.context().at("session") : "";
 
     Output output;
     std::vector<UsageEvent> recordEvents;
@@ -287,14 +281,12 @@ class FileReader {
     for (bool atEOF = false; !atEOF;) {
       JSONLTail::Result read = JSONLTail::read(job.path, cursor, options_.chunkBytes);
       if (read.reset) {
-        parser = fresh({});
+        parser = CodexLogParser{};
+        session.clear();
         total = 0;
         hasUsageRecords = false;
       }
       for (PaddedLine line : read.lines) {
-        const auto sessionBefore = parser.context().find("session");
-        const std::string before =
-            sessionBefore == parser.context().end() ? std::string{} : sessionBefore->second;
         std::optional<CodexLine> result = parser.consume(line, details);
         if (details.usageRecord) hasUsageRecords = true;
         if (result) {
@@ -307,9 +299,13 @@ class FileReader {
           }
         }
         const auto& context = parser.context();
-        const auto session = context.find("session");
-        const std::string current = session == context.end() ? std::string{} : session->second;
-        if (current != before) total = 0;  // a new session counts from zero again
+        const auto found = context.find("session");
+        const std::string_view current =
+            found == context.end() ? std::string_view{} : std::string_view{found->second};
+        if (current != session) {  // a new session counts from zero again
+          session = current;
+          total = 0;
+        }
         if (details.tokenCount && details.tokenCount->total > total) {
           total = details.tokenCount->total;
           if (details.tokenCount->timestamp) {
@@ -317,8 +313,8 @@ class FileReader {
             UsageEvent event;
             event.provider = ProviderID::codex;
             event.model = model == context.end() ? "unknown" : model->second;
-            event.sessionID = current;
-            event.dedupKey = current + "#" + std::to_string(total);
+            event.sessionID = session;
+            event.dedupKey = session + "#" + std::to_string(total);
             event.timestamp = *details.tokenCount->timestamp;
             event.tokens = details.tokenCount->last;
             countEvents.push_back(std::move(event));
