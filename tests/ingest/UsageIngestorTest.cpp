@@ -301,14 +301,6 @@ TEST_F(UsageIngestorTest, ReportsFilesItCannotReadAndGoesOn) {
   }
 }
 
-TEST_F(UsageIngestorTest, AnEmptyOrMissingHomeIsAnEmptyPass) {
-  fs::create_directories(home());
-  IngestResult result = pass(now_);
-  EXPECT_EQ(result.filesScanned, 0u);
-  EXPECT_THAT(result.skipped, IsEmpty());
-  EXPECT_THAT(totals(), IsEmpty());
-}
-
 // Per-file totals over the real logs, against figures worked out independently from the files:
 // for Claude the sum over distinct message ids of the last line's counts, for Codex the final
 // cumulative total_token_usage.
