@@ -221,9 +221,10 @@ void simdjsonChunked(benchmark::State& state) {
   reportCounters(state, bytes, lines, 0);
 }
 
-// (b) The product path: JSONLTail::read in chunks of `maxBytes` until the end of the file, and
-// ClaudeLogParser::event on every line where it lies.
-void jsonlTailClaude(benchmark::State& state) {
+// Reads the data file as the product does, JSONLTail::read in chunks of `maxBytes` until the end,
+// and runs ClaudeLogParser::event on every line that `skip` does not settle first.
+template <typename Skip>
+void parseClaudeTranscript(benchmark::State& state, Skip skip) {
   const auto& path = dataPath();
   const int64_t maxBytes = state.range(0);
   resetPeakResident();
@@ -237,6 +238,7 @@ void jsonlTailClaude(benchmark::State& state) {
         JSONLTail::Result result = JSONLTail::read(path, cursor, maxBytes);
         for (PaddedLine line : result.lines) {
           ++lines;
+          if (skip(line)) continue;
           if (const auto event = ClaudeLogParser::event(line)) {
             ++events;
             outputTokens += event->tokens.output;
@@ -252,6 +254,11 @@ void jsonlTailClaude(benchmark::State& state) {
   }
   benchmark::DoNotOptimize(outputTokens);
   reportCounters(state, bytes, lines, events);
+}
+
+// (b) The product path: ClaudeLogParser::event on every line where it lies.
+void jsonlTailClaude(benchmark::State& state) {
+  parseClaudeTranscript(state, [](PaddedLine) { return false; });
 }
 
 // (c) JSONLTail::read alone, parsing nothing: the reader's share of (b).
@@ -313,35 +320,8 @@ bool skippableLine(simdjson::ondemand::parser& parser, PaddedLine line) {
 // (d) An exploration, not a product path: (b) with the On-Demand check above in front of
 // ClaudeLogParser::event. Measures what such a pre-check in the parser would gain.
 void jsonlTailClaudePrechecked(benchmark::State& state) {
-  const auto& path = dataPath();
-  const int64_t maxBytes = state.range(0);
-  resetPeakResident();
   simdjson::ondemand::parser parser;
-  uint64_t bytes = 0, lines = 0, events = 0;
-  int64_t outputTokens = 0;
-  try {
-    for (auto _ : state) {
-      std::optional<FileCursor> cursor;
-      for (;;) {
-        JSONLTail::Result result = JSONLTail::read(path, cursor, maxBytes);
-        for (PaddedLine line : result.lines) {
-          ++lines;
-          if (skippableLine(parser, line)) continue;
-          if (const auto event = ClaudeLogParser::event(line)) {
-            ++events;
-            outputTokens += event->tokens.output;
-          }
-        }
-        cursor = std::move(result.cursor);
-        if (result.atEOF) break;
-      }
-      bytes += static_cast<uint64_t>(cursor->offset);
-    }
-  } catch (const std::exception& e) {
-    state.SkipWithError(e.what());
-  }
-  benchmark::DoNotOptimize(outputTokens);
-  reportCounters(state, bytes, lines, events);
+  parseClaudeTranscript(state, [&parser](PaddedLine line) { return skippableLine(parser, line); });
 }
 
 BENCHMARK(simdjsonBaseline)->Unit(benchmark::kMillisecond)->UseRealTime();
