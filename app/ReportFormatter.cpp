@@ -6,14 +6,10 @@
 #include <optional>
 
 #include "TextTable.hpp"
+#include "store/UsageStore.hpp"
 
 namespace brimlog {
 namespace {
-
-std::string dayText(Date day, const Calendar& calendar) {
-  const CalendarDay d = calendar.day(day);
-  return fmt::format("{:04}-{:02}-{:02}", d.year, d.month, d.day);
-}
 
 std::string cost(std::optional<double> usd, bool approximate) {
   if (!usd) return "-";
@@ -55,9 +51,10 @@ std::string ReportFormatter::render(const UsageSummary& summary, View view,
                                     const Calendar& calendar) {
   const std::optional<Date> first = calendar.addingDays(
       -static_cast<int>(std::max<int64_t>(summary.days, 1) - 1), summary.windowEnd);
-  std::string out = fmt::format("Usage of the last {} days, {} to {} ({})\n\n", summary.days,
-                                dayText(first.value_or(summary.windowEnd), calendar),
-                                dayText(summary.windowEnd, calendar), calendar.zoneName());
+  std::string out =
+      fmt::format("Usage of the last {} days, {} to {} ({})\n\n", summary.days,
+                  UsageStore::dayKey(first.value_or(summary.windowEnd), calendar),
+                  UsageStore::dayKey(summary.windowEnd, calendar), calendar.zoneName());
   if (summary.tools.empty()) return out + "No usage recorded in this period.\n";
   switch (view) {
     case View::daily:
@@ -99,7 +96,7 @@ std::string ReportFormatter::daily(const UsageSummary& summary, const Calendar& 
   TextTable table{columns};
 
   for (const UsageSummary::DayRow& row : summary.perDay) {
-    std::vector<std::string> cells{dayText(row.day, calendar)};
+    std::vector<std::string> cells{UsageStore::dayKey(row.day, calendar)};
     for (ProviderID provider : providers) {
       auto found = costs.find({unixSeconds(row.day), provider.index()});
       cells.push_back(found == costs.end() ? "" : formatUSD(found->second));

@@ -150,13 +150,6 @@ bool isMethodToken(std::string_view method) {
   });
 }
 
-bool sameName(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-    return std::tolower(static_cast<unsigned char>(x)) ==
-           std::tolower(static_cast<unsigned char>(y));
-  });
-}
-
 std::string_view trimmed(std::string_view text) {
   const auto first = text.find_first_not_of(" \t");
   if (first == std::string_view::npos) return {};
@@ -232,8 +225,8 @@ HTTPResponse CurlHTTPClient::send(const HTTPRequest& request) const {
       throw refuse("a header name is not valid");
     }
     if (hasLineBreakOrNul(value)) throw refuse("the " + name + " header holds a line break");
-    hasContentType = hasContentType || sameName(name, "Content-Type");
-    hasExpect = hasExpect || sameName(name, "Expect");
+    hasContentType = hasContentType || sameHeaderName(name, "Content-Type");
+    hasExpect = hasExpect || sameHeaderName(name, "Expect");
     // "Name;" is curl's way of sending a header with an empty value.
     addHeader(value.empty() ? name + ";" : name + ": " + value);
   }

@@ -5,15 +5,17 @@
 
 namespace brimlog {
 
+bool sameHeaderName(std::string_view a, std::string_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
+    return std::tolower(static_cast<unsigned char>(x)) ==
+           std::tolower(static_cast<unsigned char>(y));
+  });
+}
+
 std::optional<std::string> HTTPResponse::header(std::string_view name) const {
-  auto sameName = [name](const std::pair<std::string, std::string>& header) {
-    return std::equal(header.first.begin(), header.first.end(), name.begin(), name.end(),
-                      [](char a, char b) {
-                        return std::tolower(static_cast<unsigned char>(a)) ==
-                               std::tolower(static_cast<unsigned char>(b));
-                      });
-  };
-  auto found = std::find_if(headers.begin(), headers.end(), sameName);
+  auto found = std::find_if(headers.begin(), headers.end(), [name](const auto& header) {
+    return sameHeaderName(header.first, name);
+  });
   if (found == headers.end()) return std::nullopt;
   return found->second;
 }

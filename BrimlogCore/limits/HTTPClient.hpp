@@ -9,6 +9,9 @@
 
 namespace brimlog {
 
+/// Whether two header names are the same: HTTP compares them without regard to case.
+bool sameHeaderName(std::string_view a, std::string_view b);
+
 /// One HTTP request as the limit fetchers build it.
 struct HTTPRequest {
   std::string method = "GET";
