@@ -6,8 +6,8 @@
 #include <memory>
 
 #include "ProgressBar.hpp"
+#include "StoreIngestSink.hpp"
 #include "TextTable.hpp"
-#include "ingest/ProviderLocations.hpp"
 #include "ingest/UsageIngestor.hpp"
 #include "limits/ClaudeConfigCredentialSource.hpp"
 #include "limits/CodexLimitsProvider.hpp"
@@ -23,7 +23,8 @@ IngestResult ingest(UsageStore& store, const HostSettings& settings) {
   ProgressBar bar;
   IngestOptions options;
   options.progress = [&bar](const IngestProgress& progress) { bar.update(progress); };
-  UsageIngestor ingestor{store, ProviderLocations{settings.home}, settings.calendar, options};
+  StoreIngestSink sink{store, settings.calendar};
+  UsageIngestor ingestor{sink, settings.tools.logFolders(), options};
   IngestResult result = ingestor.run(settings.now);
   bar.finish();
   for (const SkippedFile& file : result.skipped) {
@@ -134,14 +135,10 @@ std::shared_ptr<UsageStore> Commands::store() {
 }
 
 std::vector<FetchOutcome> Commands::fetchLimits(LimitsEndpoints endpoints, bool force) {
-  const ProviderLocations locations{settings_.home};
-  LimitsFetcher fetcher{store(),
-                        locations,
+  LimitsFetcher fetcher{store(), settings_.tools,
                         std::make_shared<ClaudeConfigCredentialSource>(
-                            ClaudeConfigCredentialSource::fromEnvironment(settings_.home)),
-                        std::make_shared<CurlHTTPClient>(),
-                        std::move(endpoints),
-                        CodexLimitsProvider::defaultCodexHome(settings_.home)};
+                            settings_.home, settings_.tools.claudeDirs.front()),
+                        std::make_shared<CurlHTTPClient>(), std::move(endpoints)};
   const std::filesystem::path statePath = RefreshState::pathFor(settings_.database);
   RefreshState state = RefreshState::load(statePath);
   std::vector<FetchOutcome> outcomes = fetcher.run(settings_.now, state, force);
@@ -158,7 +155,7 @@ int Commands::sync(const SyncOptions& options) {
   std::shared_ptr<UsageStore> opened = store();
   // The endpoints are checked before anything is read, so a bad setting costs no time or secret.
   std::optional<LimitsEndpoints> endpoints;
-  if (!options.offline) endpoints = LimitsEndpoints::fromEnvironment();
+  if (!options.offline) endpoints = LimitsEndpoints::from(settings_);
   const IngestResult result = ingest(*opened, settings_);
   std::vector<FetchOutcome> outcomes;
   if (endpoints) outcomes = fetchLimits(std::move(*endpoints), options.refresh);
@@ -230,7 +227,7 @@ int Commands::limits(const LimitsOptions& options) {
 int Commands::overview(const SyncOptions& options) {
   std::shared_ptr<UsageStore> opened = store();
   std::optional<LimitsEndpoints> endpoints;
-  if (!options.offline) endpoints = LimitsEndpoints::fromEnvironment();
+  if (!options.offline) endpoints = LimitsEndpoints::from(settings_);
   ingest(*opened, settings_);
   if (endpoints) fetchLimits(std::move(*endpoints), options.refresh);
   limits({});

@@ -8,61 +8,79 @@
 #include <cstring>
 #include <vector>
 
-#include "ingest/ProviderLocations.hpp"
-
 namespace brimlog {
 namespace fs = std::filesystem;
 
-HostSettings HostSettings::resolve(const std::optional<std::string>& home,
-                                   const std::optional<std::string>& database,
-                                   const std::optional<std::string>& zone,
-                                   const std::optional<std::string>& now) {
+std::optional<std::string> processEnvironment(const char* name) {
+  const char* value = std::getenv(name);
+  if (value == nullptr) return std::nullopt;
+  return std::string(value);
+}
+
+HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLookup& environment) {
   HostSettings settings;
-  if (home) {
+  // The user's own home, which the database's default follows even when --home points the
+  // reading elsewhere.
+  fs::path userHome = ProviderLocations::live().home();
+  if (auto home = environment("HOME"); home && fs::path(*home).is_absolute()) userHome = *home;
+  if (given.home) {
+    const std::string& home = *given.home;
     std::error_code error;
-    if (!fs::is_directory(*home, error)) {
-      throw CommandError("--home " + *home + ": " +
+    if (!fs::is_directory(home, error)) {
+      throw CommandError("--home " + home + ": " +
                          (error ? error.message() : std::string("no such directory")));
     }
-    if (::access(home->c_str(), R_OK | X_OK) != 0) {
-      throw CommandError("--home " + *home + ": " + std::strerror(errno));
+    if (::access(home.c_str(), R_OK | X_OK) != 0) {
+      throw CommandError("--home " + home + ": " + std::strerror(errno));
     }
-    settings.home = *home;
+    settings.home = home;
   } else {
-    settings.home = ProviderLocations::live().home();
+    settings.home = userHome;
+  }
+  settings.tools = ToolFolders::resolve(settings.home, environment("CLAUDE_CONFIG_DIR"),
+                                        environment("CODEX_HOME"));
+
+  if (given.database) {
+    settings.database = *given.database;
+  } else {
+    const std::optional<std::string> dataHome = environment("XDG_DATA_HOME");
+    const fs::path base = dataHome && fs::path(*dataHome).is_absolute()
+                              ? fs::path(*dataHome)
+                              : userHome / ".local" / "share";
+    settings.database = base / "brimlog" / "usage.db";
   }
 
-  settings.database = database ? fs::path(*database) : defaultDatabase();
-
-  if (zone) {
-    std::optional<Calendar> calendar = Calendar::named(*zone);
+  if (given.zone) {
+    std::optional<Calendar> calendar = Calendar::named(*given.zone);
     if (!calendar) {
-      throw CommandError("--tz " + *zone +
+      throw CommandError("--tz " + *given.zone +
                          ": unknown time zone (use an IANA name such as Europe/Berlin)");
     }
     settings.calendar = *calendar;
   } else {
-    settings.calendar = Calendar::current();
+    const std::optional<std::string> tz = environment("TZ");
+    settings.calendar = Calendar::local(tz ? std::optional<std::string_view>(*tz) : std::nullopt);
   }
 
-  if (now) {
-    std::optional<Date> date = parseISO8601(*now);
+  if (given.now) {
+    std::optional<Date> date = parseISO8601(*given.now);
     if (!date) {
-      throw CommandError("--now " + *now +
+      throw CommandError("--now " + *given.now +
                          ": not an ISO 8601 date-time with a zone (such as 2026-11-20T09:30:00Z)");
     }
     settings.now = *date;
   } else {
     settings.now = currentDate();
   }
-  return settings;
-}
 
-fs::path HostSettings::defaultDatabase() {
-  const char* dataHome = std::getenv("XDG_DATA_HOME");
-  fs::path base = dataHome && *dataHome ? fs::path(dataHome)
-                                        : ProviderLocations::live().home() / ".local/share";
-  return base / "brimlog" / "usage.db";
+  auto endpoint = [&](const char* name) -> std::optional<std::string> {
+    auto value = environment(name);
+    if (value && value->empty()) return std::nullopt;
+    return value;
+  };
+  settings.claudeUsageURL = endpoint("BRIMLOG_CLAUDE_USAGE_URL");
+  settings.codexUsageURL = endpoint("BRIMLOG_CODEX_USAGE_URL");
+  return settings;
 }
 
 void HostSettings::prepareDatabaseDirectory() const {

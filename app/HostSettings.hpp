@@ -1,10 +1,12 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
 
+#include "ToolFolders.hpp"
 #include "platform/Calendar.hpp"
 #include "platform/Date.hpp"
 
@@ -16,25 +18,40 @@ class CommandError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// What every subcommand works with, resolved once from the shared options: where the tools'
-/// data lives, the database, the calendar of the report's days and the one reading of the clock.
+/// The value of an environment variable, or nothing when it is unset.
+using EnvironmentLookup = std::function<std::optional<std::string>(const char* name)>;
+
+/// The process's own environment.
+std::optional<std::string> processEnvironment(const char* name);
+
+/// The shared options as given on the command line; absent ones take their defaults.
+struct CommandLine {
+  std::optional<std::string> home;
+  std::optional<std::string> database;
+  std::optional<std::string> zone;
+  std::optional<std::string> now;
+};
+
+/// What every subcommand works with, resolved once from the shared options and the environment:
+/// where the tools' data lives, the database, the calendar of the report's days, the one
+/// reading of the clock, and the limit endpoints asked for. Nothing below the host reads the
+/// environment; everything it needs is handed down from here.
 struct HostSettings {
   std::filesystem::path home;
+  ToolFolders tools;
   std::filesystem::path database;
   Calendar calendar = Calendar::utc();
   Date now;
+  /// BRIMLOG_CLAUDE_USAGE_URL and BRIMLOG_CODEX_USAGE_URL as set; checked when limits are asked.
+  std::optional<std::string> claudeUsageURL;
+  std::optional<std::string> codexUsageURL;
 
-  /// The options as given on the command line; absent ones take their defaults (the user's home,
-  /// `defaultDatabase()`, the local time zone, the clock). Throws CommandError naming the option
-  /// for an unknown zone, an unparsable instant, or a home directory that is missing or cannot
-  /// be read.
-  static HostSettings resolve(const std::optional<std::string>& home,
-                              const std::optional<std::string>& database,
-                              const std::optional<std::string>& zone,
-                              const std::optional<std::string>& now);
-
-  /// ${XDG_DATA_HOME:-$HOME/.local/share}/brimlog/usage.db
-  static std::filesystem::path defaultDatabase();
+  /// Defaults: home $HOME (else the user database's), the database
+  /// ${XDG_DATA_HOME:-$HOME/.local/share}/brimlog/usage.db (the user's, whatever --home says), the
+  /// zone of TZ (else /etc/localtime), the clock. Throws CommandError naming the option for an
+  /// unknown zone, an unparsable instant, or a home directory that is missing or cannot be read.
+  static HostSettings resolve(const CommandLine& given,
+                              const EnvironmentLookup& environment = processEnvironment);
 
   /// Creates the database's missing parent directories, readable by the user alone (0700).
   /// Throws CommandError with the directory and the system's reason.

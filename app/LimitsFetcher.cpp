@@ -37,55 +37,51 @@ bool LimitsEndpoints::isAcceptable(const std::string& url) {
   return false;
 }
 
-LimitsEndpoints LimitsEndpoints::fromEnvironment(
-    const std::function<const char*(const char*)>& lookup) {
+LimitsEndpoints LimitsEndpoints::from(const HostSettings& settings) {
   LimitsEndpoints endpoints{std::string(ClaudeLimitsProvider::defaultEndpoint),
                             std::string(CodexLimitsProvider::defaultEndpoint)};
-  auto take = [&](const char* name, std::string& target) {
-    const char* value = lookup(name);
-    if (!value || !*value) return;
-    if (!isAcceptable(value)) {
-      throw CommandError(std::string(name) + "=" + value +
+  auto take = [&](const char* name, const std::optional<std::string>& value, std::string& target) {
+    if (!value) return;
+    if (!isAcceptable(*value)) {
+      throw CommandError(std::string(name) + "=" + *value +
                          ": must be an https:// URL, or http:// to 127.0.0.1, ::1 or localhost");
     }
-    target = value;
+    target = *value;
   };
-  take("BRIMLOG_CLAUDE_USAGE_URL", endpoints.claude);
-  take("BRIMLOG_CODEX_USAGE_URL", endpoints.codex);
+  take("BRIMLOG_CLAUDE_USAGE_URL", settings.claudeUsageURL, endpoints.claude);
+  take("BRIMLOG_CODEX_USAGE_URL", settings.codexUsageURL, endpoints.codex);
   return endpoints;
 }
 
-LimitsFetcher::LimitsFetcher(std::shared_ptr<UsageStore> store, ProviderLocations locations,
+LimitsFetcher::LimitsFetcher(std::shared_ptr<UsageStore> store, ToolFolders tools,
                              std::shared_ptr<const CredentialSource> credentials,
-                             std::shared_ptr<const HTTPClient> http, LimitsEndpoints endpoints,
-                             std::filesystem::path codexHome)
+                             std::shared_ptr<const HTTPClient> http, LimitsEndpoints endpoints)
     : store_(std::move(store)),
-      locations_(std::move(locations)),
+      tools_(std::move(tools)),
       credentials_(std::move(credentials)),
       http_(std::move(http)),
-      endpoints_(std::move(endpoints)),
-      codexHome_(std::move(codexHome)) {}
+      endpoints_(std::move(endpoints)) {}
 
 std::vector<std::unique_ptr<LimitsProvider>> LimitsFetcher::providers() const {
   std::vector<std::unique_ptr<LimitsProvider>> providers;
   for (ProviderID provider : ProviderID::allCases) {
-    if (!locations_.isPresent(provider)) continue;
+    if (!tools_.isPresent(provider)) continue;
     switch (provider) {
       case ProviderID::claude:
         providers.push_back(
             std::make_unique<ClaudeLimitsProvider>(credentials_, http_, endpoints_.claude));
         break;
       case ProviderID::codex:
-        providers.push_back(std::make_unique<CodexLimitsProvider>(store_, credentials_, http_,
-                                                                  codexHome_, endpoints_.codex));
+        providers.push_back(std::make_unique<CodexLimitsProvider>(
+            store_, credentials_, http_, tools_.codexHome, endpoints_.codex));
         break;
       case ProviderID::grok:
         providers.push_back(
-            std::make_unique<GrokLimitsProvider>(credentials_, http_, locations_.home() / ".grok"));
+            std::make_unique<GrokLimitsProvider>(credentials_, http_, tools_.home / ".grok"));
         break;
       case ProviderID::cursor:
-        providers.push_back(
-            std::make_unique<CursorProvider>(credentials_, http_, locations_.cursorStateDB()));
+        providers.push_back(std::make_unique<CursorProvider>(credentials_, http_,
+                                                             tools_.locations().cursorStateDB()));
         break;
     }
   }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -9,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "HostSettings.hpp"
 #include "RefreshState.hpp"
-#include "ingest/ProviderLocations.hpp"
 #include "limits/CredentialSource.hpp"
 #include "limits/HTTPClient.hpp"
 #include "limits/LimitsProvider.hpp"
@@ -26,11 +25,10 @@ struct LimitsEndpoints {
   std::string claude;
   std::string codex;
 
-  /// Reads the two variables through `lookup` (the process environment by default). Throws
-  /// CommandError for a URL that is neither https nor http to this machine (127.0.0.1, ::1,
-  /// localhost): a token must never travel unencrypted over a network.
-  static LimitsEndpoints fromEnvironment(const std::function<const char*(const char*)>& lookup =
-                                             [](const char* name) { return std::getenv(name); });
+  /// The endpoints the settings name. Throws CommandError for a URL that is neither https nor
+  /// http to this machine (127.0.0.1, ::1, localhost): a token must never travel unencrypted
+  /// over a network.
+  static LimitsEndpoints from(const HostSettings& settings);
 
   /// Whether a URL may carry a sign-in token: https anywhere, http only to this machine.
   static bool isAcceptable(const std::string& url);
@@ -49,12 +47,11 @@ struct FetchOutcome {
 /// Secrets are read where the tools keep them and go nowhere but into the requests.
 class LimitsFetcher {
  public:
-  LimitsFetcher(std::shared_ptr<UsageStore> store, ProviderLocations locations,
+  LimitsFetcher(std::shared_ptr<UsageStore> store, ToolFolders tools,
                 std::shared_ptr<const CredentialSource> credentials,
-                std::shared_ptr<const HTTPClient> http, LimitsEndpoints endpoints,
-                std::filesystem::path codexHome);
+                std::shared_ptr<const HTTPClient> http, LimitsEndpoints endpoints);
 
-  /// The providers of the tools present under the home, in the usual order.
+  /// The providers of the tools present, in the usual order.
   std::vector<std::unique_ptr<LimitsProvider>> providers() const;
 
   /// Fetches the providers that are due (all of them when `force`), stores their answers and
@@ -63,11 +60,10 @@ class LimitsFetcher {
 
  private:
   std::shared_ptr<UsageStore> store_;
-  ProviderLocations locations_;
+  ToolFolders tools_;
   std::shared_ptr<const CredentialSource> credentials_;
   std::shared_ptr<const HTTPClient> http_;
   LimitsEndpoints endpoints_;
-  std::filesystem::path codexHome_;
 };
 
 }  // namespace brimlog

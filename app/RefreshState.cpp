@@ -4,11 +4,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
-#include <sstream>
 #include <system_error>
 
 #include "platform/FileDescriptor.hpp"
+#include "platform/WholeFile.hpp"
 
 namespace brimlog {
 namespace fs = std::filesystem;
@@ -55,12 +54,10 @@ fs::path RefreshState::pathFor(const fs::path& database) {
 }
 
 RefreshState RefreshState::load(const fs::path& path) {
-  std::ifstream in{path};
-  if (!in) return {};
-  std::stringstream text;
-  text << in.rdbuf();
   try {
-    return fromJson(Json::parse(text.str()));
+    return fromJson(Json::parse(WholeFile::read(path).bytes));
+  } catch (const fs::filesystem_error&) {
+    return {};
   } catch (const Json::exception&) {
     return {};
   }

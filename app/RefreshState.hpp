@@ -1,10 +1,9 @@
 #pragma once
 
-#include <array>
 #include <filesystem>
 #include <optional>
 
-#include "model/ProviderID.hpp"
+#include "model/PerProvider.hpp"
 #include "platform/Date.hpp"
 #include "platform/Json.hpp"
 
@@ -27,10 +26,10 @@ struct RefreshState {
     bool operator==(const Entry&) const = default;
   };
 
-  std::array<Entry, 4> entries{};
+  PerProvider<Entry> entries;
 
-  Entry& operator[](ProviderID provider) { return entries[provider.index()]; }
-  const Entry& operator[](ProviderID provider) const { return entries[provider.index()]; }
+  Entry& operator[](ProviderID provider) { return entries[provider]; }
+  const Entry& operator[](ProviderID provider) const { return entries[provider]; }
 
   bool operator==(const RefreshState&) const = default;
 

@@ -51,10 +51,9 @@ std::string ReportFormatter::render(const UsageSummary& summary, View view,
                                     const Calendar& calendar) {
   const std::optional<Date> first = calendar.addingDays(
       -static_cast<int>(std::max<int64_t>(summary.days, 1) - 1), summary.windowEnd);
-  std::string out =
-      fmt::format("Usage of the last {} days, {} to {} ({})\n\n", summary.days,
-                  UsageStore::dayKey(first.value_or(summary.windowEnd), calendar),
-                  UsageStore::dayKey(summary.windowEnd, calendar), calendar.zoneName());
+  std::string out = fmt::format("Usage of the last {} days, {} to {} ({})\n\n", summary.days,
+                                calendar.dayKey(first.value_or(summary.windowEnd)),
+                                calendar.dayKey(summary.windowEnd), calendar.zoneName());
   if (summary.tools.empty()) return out + "No usage recorded in this period.\n";
   switch (view) {
     case View::daily:
@@ -96,7 +95,7 @@ std::string ReportFormatter::daily(const UsageSummary& summary, const Calendar& 
   TextTable table{columns};
 
   for (const UsageSummary::DayRow& row : summary.perDay) {
-    std::vector<std::string> cells{UsageStore::dayKey(row.day, calendar)};
+    std::vector<std::string> cells{calendar.dayKey(row.day)};
     for (ProviderID provider : providers) {
       auto found = costs.find({unixSeconds(row.day), provider.index()});
       cells.push_back(found == costs.end() ? "" : formatUSD(found->second));

@@ -81,12 +81,29 @@ int main(int argc, char** argv) {
         "--now TIME (see brimlog --help).");
   }
 
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& request) {
+    return app.exit(request);
+  } catch (const CLI::CallForAllHelp& request) {
+    return app.exit(request);
+  } catch (const CLI::CallForVersion& request) {
+    return app.exit(request);
+  } catch (const CLI::ParseError& error) {
+    // A value that parses but is not allowed is the user's setting to fix (1); a command line
+    // that does not parse at all is a usage mistake (2).
+    const bool wrongValue = dynamic_cast<const CLI::ValidationError*>(&error) != nullptr ||
+                            dynamic_cast<const CLI::ConversionError*>(&error) != nullptr;
+    fmt::print(stderr, "brimlog: {} (see brimlog --help)\n", error.what());
+    return wrongValue ? 1 : 2;
+  }
 
   try {
-    Commands commands{HostSettings::resolve(given(homeOption, home),
-                                            given(databaseOption, database),
-                                            given(zoneOption, zone), given(nowOption, now))};
+    const HostSettings settings =
+        HostSettings::resolve({given(homeOption, home), given(databaseOption, database),
+                               given(zoneOption, zone), given(nowOption, now)});
+    Calendar::setCurrent(settings.calendar);
+    Commands commands{settings};
     if (syncCommand->parsed()) return commands.sync(sync);
     if (limitsCommand->parsed()) return commands.limits(limits);
     if (reportCommand->parsed()) {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "ingest/LogJson.hpp"
+#include "platform/TextCase.hpp"
 
 namespace brimlog {
 namespace {
@@ -36,20 +37,10 @@ std::optional<Date> timestampOf(object root) {
   return parseISO8601(*text);
 }
 
-// Codex counts cached tokens inside its input total; the plain input is the rest.
-int64_t uncachedInput(int64_t input, int64_t cached) {
-  int64_t difference = 0;
-  if (__builtin_sub_overflow(input, cached, &difference)) {
-    // Only a negative cached count can push the difference past the top.
-    return cached < 0 ? std::numeric_limits<int64_t>::max() : 0;
-  }
-  return std::max<int64_t>(difference, 0);
-}
-
 TokenCounts usageCounts(object usage, std::string_view cacheWriteKey) {
   const int64_t cached = logjson::tokenCount(usage, "cached_input_tokens");
   TokenCounts tokens;
-  tokens.uncachedInput = uncachedInput(logjson::tokenCount(usage, "input_tokens"), cached);
+  tokens.uncachedInput = logjson::uncachedInput(logjson::tokenCount(usage, "input_tokens"), cached);
   tokens.cacheRead = cached;
   if (!cacheWriteKey.empty()) tokens.cacheWrite5m = logjson::tokenCount(usage, cacheWriteKey);
   tokens.output = logjson::tokenCount(usage, "output_tokens");
@@ -119,9 +110,7 @@ std::optional<ProviderLimits> limitsSnapshot(object payload, std::optional<Date>
   // "plus" reads as "Plus"; only an ASCII first letter changes case.
   if (const auto planType = logjson::string(*rateLimits, "plan_type");
       planType && !planType->empty()) {
-    std::string plan(*planType);
-    if (plan[0] >= 'a' && plan[0] <= 'z') plan[0] = static_cast<char>(plan[0] - 'a' + 'A');
-    limits.plan = std::move(plan);
+    limits.plan = uppercasedFirst(*planType);
   }
   limits.status = ProviderStatus::ok;
   limits.fetchedAt = *asOf;

@@ -19,21 +19,11 @@ struct NumberedTurn {
   object turn;
 };
 
-// Grok counts cached tokens inside its input total; the plain input is the rest.
-int64_t uncachedInput(int64_t input, int64_t cached) {
-  int64_t difference = 0;
-  if (__builtin_sub_overflow(input, cached, &difference)) {
-    // Only a negative cached count can push the difference past the top.
-    return cached < 0 ? std::numeric_limits<int64_t>::max() : 0;
-  }
-  return std::max<int64_t>(difference, 0);
-}
-
 UsageEvent usageEvent(std::string_view sessionID, int64_t turnNumber, std::string_view model,
                       object usage, Date endedAt) {
   const int64_t cached = logjson::tokenCount(usage, "cachedReadTokens");
   TokenCounts tokens;
-  tokens.uncachedInput = uncachedInput(logjson::tokenCount(usage, "inputTokens"), cached);
+  tokens.uncachedInput = logjson::uncachedInput(logjson::tokenCount(usage, "inputTokens"), cached);
   tokens.cacheRead = cached;
   tokens.cacheWrite5m = logjson::tokenCount(usage, "cacheCreationTokens");
   tokens.output = logjson::tokenCount(usage, "outputTokens");

@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <optional>
 
-#include "ingest/FileCursor.hpp"
 #include "ingest/LineBatch.hpp"
+#include "model/FileCursor.hpp"
 
 namespace brimlog {
 

@@ -1,5 +1,6 @@
 #include "ingest/LogJson.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -95,6 +96,15 @@ std::optional<double> number(object parent, std::string_view key) {
 bool isTrue(object parent, std::string_view key) {
   bool value = false;
   return parent.at_key(key).get_bool().get(value) == simdjson::SUCCESS && value;
+}
+
+int64_t uncachedInput(int64_t input, int64_t cached) {
+  int64_t difference = 0;
+  if (__builtin_sub_overflow(input, cached, &difference)) {
+    // Only a negative cached count can push the difference past the top.
+    return cached < 0 ? std::numeric_limits<int64_t>::max() : 0;
+  }
+  return std::max<int64_t>(difference, 0);
 }
 
 }  // namespace brimlog::logjson

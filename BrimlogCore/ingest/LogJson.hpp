@@ -54,6 +54,10 @@ inline std::optional<object> objectField(object parent, std::string_view key) {
 /// true as 1 and false as 0; a missing key, null, or any other type counts as 0.
 int64_t tokenCount(object parent, std::string_view key);
 
+/// The input tokens that were not read from the cache, where a tool (Codex, Grok) counts cached
+/// tokens inside its input total: input - cached, never below 0, saturating at the top.
+int64_t uncachedInput(int64_t input, int64_t cached);
+
 /// A JSON number as a double; nothing for a missing key or any other type.
 std::optional<double> number(object parent, std::string_view key);
 

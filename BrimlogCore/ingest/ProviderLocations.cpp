@@ -35,10 +35,6 @@ std::filesystem::path userDatabaseHome() {
 }
 
 std::filesystem::path currentHome() {
-  if (const char* variable = std::getenv("HOME")) {
-    std::filesystem::path home(variable);
-    if (home.is_absolute()) return home;
-  }
   std::filesystem::path home = userDatabaseHome();
   if (home.is_absolute()) return home;
   return "/";

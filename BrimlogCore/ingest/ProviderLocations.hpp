@@ -45,8 +45,8 @@ class ProviderLocations {
   /// absent. Nothing inside is looked at.
   bool isPresent(ProviderID provider) const;
 
-  /// The current user's locations: home is $HOME when it is an absolute path, else the home
-  /// directory of the user database's entry for this process's user ("/" if neither is known).
+  /// The current user's locations: home is the home directory of the user database's entry for
+  /// this process's user ("/" if it is not known). The host prefers $HOME when it is set.
   /// Built once, on first use, safely from any thread.
   static const ProviderLocations& live();
 

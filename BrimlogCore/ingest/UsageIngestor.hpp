@@ -1,29 +1,18 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "ingest/ProviderLocations.hpp"
-#include "model/ProviderLimits.hpp"
-#include "platform/Calendar.hpp"
+#include "ingest/IngestSink.hpp"
+#include "ingest/LogReader.hpp"
+#include "ingest/TreeWalker.hpp"
 #include "platform/Date.hpp"
 #include "platform/Json.hpp"
 
 namespace brimlog {
-
-class UsageStore;
-
-/// A file a pass could not read, and why.
-struct SkippedFile {
-  std::string path;
-  std::string reason;
-
-  bool operator==(const SkippedFile&) const = default;
-};
 
 /// How far a pass has got, reported after every file (or every chunk of a large one).
 struct IngestProgress {
@@ -54,14 +43,14 @@ struct IngestOptions {
 
 /// What one pass did.
 struct IngestResult {
-  /// Log files found under the tools' directories.
+  /// Log files found in the folders.
   size_t filesScanned = 0;
   /// Files opened and read because they were new or had changed.
   size_t filesRead = 0;
   int64_t linesRead = 0;
   int64_t bytesRead = 0;
-  /// Events counted for the first time, by `ProviderID::index()`.
-  std::array<int64_t, 4> newEvents{};
+  /// Events counted for the first time.
+  PerProvider<int64_t> newEvents;
   std::vector<SkippedFile> skipped;
   /// The newest Codex limits read from the logs in this pass, and whether they replaced the
   /// stored ones (they do when they are newer).
@@ -70,45 +59,35 @@ struct IngestResult {
   double elapsedSeconds = 0;
 
   int64_t totalNewEvents() const;
-  int64_t newEventsOf(ProviderID provider) const { return newEvents[provider.index()]; }
 
   /// {"filesScanned":…, "filesRead":…, "linesRead":…, "bytesRead":…,
   ///  "newEvents":{"claude":…,…}, "skipped":[{"path":…,"reason":…}], "elapsedSeconds":…}
   Json toJson() const;
 };
 
-/// Walks the tools' log directories and counts every reply not yet counted, reading each file
+/// One pass over the tools' log folders: counts every reply not yet counted, reading each file
 /// only from where the previous pass stopped.
 ///
-/// Files are parsed on worker threads; the calling thread commits their events together with
-/// the cursors of the files they came from, in large transactions. A pass that stops part way
-/// (a crash, a failed commit) leaves every file either counted up to its stored cursor or not at
-/// all, so the next pass neither loses nor repeats a reply.
+/// The pass plans and commits; the tools' readers (`ClaudeLogReader`, `CodexLogReader`,
+/// `GrokLogReader`) decide which files changed and turn them into events on worker threads.
+/// The calling thread commits their events together with the cursors of the files they came
+/// from, in large transactions. A pass that stops part way (a crash, a failed commit) leaves
+/// every file either counted up to its stored cursor or not at all, so the next pass neither
+/// loses nor repeats a reply.
 ///
-/// Claude Code writes one reply over several lines with the same key, the last one holding the
-/// final output count: of each run of consecutive events with one key only the last is counted.
-/// The run at the end of a transcript may still be growing, so its latest event waits in the
-/// file's cursor until another reply follows it or it is `pendingGrace` seconds old.
-///
-/// Codex logs carry usage in `token_count` events with a cumulative total; every event that
-/// raises the total counts its last response's usage (keyed session#total). A file holding
-/// usage-record lines counts those alone.
-///
-///     UsageIngestor ingestor{store, ProviderLocations{home}, Calendar::current()};
+///     UsageIngestor ingestor{sink, folders};
 ///     IngestResult result = ingestor.run(currentDate());
 class UsageIngestor {
  public:
-  UsageIngestor(UsageStore& store, ProviderLocations locations, Calendar calendar,
-                IngestOptions options = {});
+  UsageIngestor(IngestSink& sink, std::vector<LogFolder> folders, IngestOptions options = {});
 
-  /// One pass. Unreadable files are reported in the result and skipped; a store that fails
-  /// throws `UsageStoreError` once the workers have stopped.
+  /// One pass. Unreadable files are reported in the result and skipped; a sink that fails
+  /// throws its error once the workers have stopped.
   IngestResult run(Date now);
 
  private:
-  UsageStore& store_;
-  ProviderLocations locations_;
-  Calendar calendar_;
+  IngestSink& sink_;
+  std::vector<LogFolder> folders_;
   IngestOptions options_;
 };
 

@@ -1,9 +1,10 @@
 #include "platform/Calendar.hpp"
 
 #include <date/tz.h>
+#include <fmt/format.h>
 
+#include <atomic>
 #include <cmath>
-#include <cstdlib>
 #include <stdexcept>
 
 namespace brimlog {
@@ -38,11 +39,10 @@ const date::time_zone* locate(std::string_view name) {
   }
 }
 
-// The zone named by TZ: "Europe/Paris", ":Europe/Paris" or a path into the zoneinfo tree.
-const date::time_zone* zoneFromEnvironment() {
-  const char* value = std::getenv("TZ");
-  if (value == nullptr) return nullptr;
-  std::string_view name{value};
+// The zone a TZ value names: "Europe/Paris", ":Europe/Paris" or a path into the zoneinfo tree.
+const date::time_zone* zoneFromTZ(std::optional<std::string_view> value) {
+  if (!value) return nullptr;
+  std::string_view name{*value};
   if (name.empty()) return locate("UTC");  // an empty TZ means UTC to the C library too
   if (name.front() == ':') name.remove_prefix(1);
   if (const auto pos = name.find("zoneinfo/"); pos != std::string_view::npos) {
@@ -53,14 +53,25 @@ const date::time_zone* zoneFromEnvironment() {
 
 }  // namespace
 
-Calendar Calendar::current() {
-  if (const auto* zone = zoneFromEnvironment()) return Calendar{zone};
+Calendar Calendar::local(std::optional<std::string_view> tz) {
+  if (const auto* zone = zoneFromTZ(tz)) return Calendar{zone};
   try {
     return Calendar{date::current_zone()};
   } catch (const std::exception&) {
     return utc();
   }
 }
+
+namespace {
+std::atomic<const date::time_zone*> installedZone{nullptr};
+}  // namespace
+
+Calendar Calendar::current() {
+  if (const auto* zone = installedZone.load()) return Calendar{zone};
+  return local(std::nullopt);
+}
+
+void Calendar::setCurrent(Calendar calendar) { installedZone.store(calendar.zone_); }
 
 std::optional<Calendar> Calendar::named(std::string_view zoneName) {
   if (const auto* zone = locate(zoneName)) return Calendar{zone};
@@ -118,6 +129,11 @@ bool Calendar::isWeekend(Date date) const {
   const auto local = zone_->to_local(split(date).first);
   const date::weekday weekday{date::floor<date::days>(local)};
   return weekday == date::Saturday || weekday == date::Sunday;
+}
+
+std::string Calendar::dayKey(Date date) const {
+  const CalendarDay local = day(date);
+  return fmt::format("{:04d}-{:02d}-{:02d}", local.year, local.month, local.day);
 }
 
 }  // namespace brimlog

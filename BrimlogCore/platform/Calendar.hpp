@@ -31,9 +31,18 @@ struct CalendarDay {
 ///     std::optional<Date> tomorrow = ny.addingDays(1, today);  // midnight again, even in March
 class Calendar {
  public:
-  /// The process's local zone: the zone named by `TZ` when it is set and known, otherwise the
-  /// system's /etc/localtime, and UTC when neither can be read.
+  /// The local zone: the zone that `tz` (the value of the TZ variable, as the host read it)
+  /// names when it is given and known, otherwise the system's /etc/localtime, and UTC when
+  /// neither can be read. An empty `tz` means UTC, as it does to the C library.
+  static Calendar local(std::optional<std::string_view> tz);
+
+  /// The process's calendar: the one the host installed with `setCurrent`, else `local` of the
+  /// system's zone. Rules that speak of "the current calendar" use this one.
   static Calendar current();
+
+  /// Installs the process's calendar once the host has resolved its settings; safe from any
+  /// thread.
+  static void setCurrent(Calendar calendar);
 
   /// A calendar for an IANA zone name such as "Europe/Paris" or "UTC"; nothing for an unknown name.
   static std::optional<Calendar> named(std::string_view zoneName);
@@ -54,6 +63,10 @@ class Calendar {
 
   /// The local year, month and day of `date`.
   CalendarDay day(Date date) const;
+
+  /// The local day of `date` as "YYYY-MM-DD" (years below 1000 zero-padded): the key by which
+  /// the store and the reports name a day. Such keys compare chronologically as text.
+  std::string dayKey(Date date) const;
 
   /// Whether `date` falls on a Saturday or Sunday, locally.
   bool isWeekend(Date date) const;

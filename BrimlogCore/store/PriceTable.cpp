@@ -1,9 +1,7 @@
 #include "store/PriceTable.hpp"
 
-#include <fstream>
-#include <sstream>
-
 #include "platform/Resources.hpp"
+#include "platform/WholeFile.hpp"
 
 namespace brimlog {
 namespace {
@@ -83,13 +81,14 @@ PriceTable PriceTable::bundled() {
 }
 
 PriceTable PriceTable::load(const std::filesystem::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  if (!in) return {};
-  std::ostringstream text;
-  text << in.rdbuf();
-  if (in.bad()) return {};
+  std::string text;
   try {
-    const Json document = json::parse(text.str());
+    text = WholeFile::read(file).bytes;
+  } catch (const std::filesystem::filesystem_error&) {
+    return {};
+  }
+  try {
+    const Json document = json::parse(text);
     Models models;
     for (const auto& [name, price] :
          json::object(json::require(document, "models"), "models").items()) {

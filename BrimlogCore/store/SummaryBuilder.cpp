@@ -5,7 +5,7 @@
 #include <map>
 #include <unordered_map>
 
-#include "store/UsageStore.hpp"
+#include "model/PerProvider.hpp"
 
 namespace brimlog {
 namespace {
@@ -33,10 +33,10 @@ SummaryWindow SummaryWindow::make(int days, Date now, const Calendar& calendar) 
   for (int k = -(window.days - 1); k <= 0; ++k) {
     if (const auto date = calendar.addingDays(k, window.today)) {
       window.dates.push_back(*date);
-      window.keys.push_back(UsageStore::dayKey(*date, calendar));
+      window.keys.push_back(calendar.dayKey(*date));
     }
   }
-  window.lastKey = UsageStore::dayKey(window.today, calendar);
+  window.lastKey = calendar.dayKey(window.today);
   window.firstKey = window.keys.empty() ? window.lastKey : window.keys.front();
   return window;
 }
@@ -47,23 +47,23 @@ UsageSummary buildSummary(const SummaryWindow& window, std::span<const SummaryRo
   summary.days = window.days;
   summary.windowEnd = window.today;
 
-  std::array<Totals, 4> byProvider{};
-  std::array<std::optional<int64_t>, 4> sessionsByProvider{};
-  std::array<bool, 4> approximateByProvider{};
+  PerProvider<Totals> byProvider;
+  PerProvider<std::optional<int64_t>> sessionsByProvider;
+  PerProvider<bool> approximateByProvider;
   std::unordered_map<std::string, Totals> byDay;
   std::unordered_map<std::string, int64_t> sessionsByDay;
-  std::array<std::unordered_map<std::string, Totals>, 4> byProviderDay;
+  PerProvider<std::unordered_map<std::string, Totals>> byProviderDay;
   std::map<std::pair<int, std::string>, ModelTotals> byModel;
 
   for (const SummaryRow& row : rows) {
-    const int p = row.provider.index();
+    const ProviderID p = row.provider;
     const PricedCost priced = prices.cost(row.model, row.tokens, row.reported);
     const int64_t processed = row.tokens.processed();
 
     Totals& provider = byProvider[p];
     Totals& day = byDay[row.day];
     Totals& providerDay = byProviderDay[p][row.day];
-    ModelTotals& model = byModel[{p, row.model}];
+    ModelTotals& model = byModel[{p.index(), row.model}];
     for (Totals* totals : {&provider, &day, &providerDay}) {
       totals->present = true;
       totals->tokens = saturatingAdd(totals->tokens, processed);
@@ -89,7 +89,7 @@ UsageSummary buildSummary(const SummaryWindow& window, std::span<const SummaryRo
   }
 
   for (const SessionCount& count : sessions) {
-    auto& provider = sessionsByProvider[count.provider.index()];
+    auto& provider = sessionsByProvider[count.provider];
     provider = provider.value_or(0) + count.count;
     sessionsByDay[count.day] += count.count;
     summary.sessions += count.count;
@@ -100,21 +100,21 @@ UsageSummary buildSummary(const SummaryWindow& window, std::span<const SummaryRo
 
   std::vector<ProviderID> withData;
   for (const ProviderID id : ProviderID::allCases) {
-    if (byProvider[id.index()].present || sessionsByProvider[id.index()]) withData.push_back(id);
+    if (byProvider[id].present || sessionsByProvider[id]) withData.push_back(id);
   }
 
   for (const ProviderID id : withData) {
-    const Totals& totals = byProvider[id.index()];
-    summary.tools.push_back({id, sessionsByProvider[id.index()].value_or(0), totals.tokens,
-                             totals.cost, share(totals.cost, totalCost),
+    const Totals& totals = byProvider[id];
+    summary.tools.push_back({id, sessionsByProvider[id].value_or(0), totals.tokens, totals.cost,
+                             share(totals.cost, totalCost),
                              share(static_cast<double>(totals.tokens), totalTokens),
-                             approximateByProvider[id.index()]});
+                             approximateByProvider[id]});
   }
   std::stable_sort(summary.tools.begin(), summary.tools.end(),
                    [](const auto& a, const auto& b) { return a.costUSD > b.costUSD; });
 
   for (const ProviderID id : withData) {
-    const auto& days = byProviderDay[id.index()];
+    const auto& days = byProviderDay[id];
     for (size_t i = 0; i < window.dates.size(); ++i) {
       const auto found = days.find(window.keys[i]);
       summary.daily.push_back(found == days.end() ? UsageSummary::DayPoint{window.dates[i], id}

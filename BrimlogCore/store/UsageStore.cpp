@@ -25,7 +25,7 @@ class DayKeys {
 
   const std::string& operator()(Date date) {
     if (!(date >= start_ && date < end_)) {
-      key_ = UsageStore::dayKey(date, calendar_);
+      key_ = calendar_.dayKey(date);
       start_ = calendar_.startOfDay(date);
       end_ = calendar_.addingDays(1, start_).value_or(start_);
       if (!(date >= start_ && date < end_)) end_ = start_;  // never cache an odd bound
@@ -151,14 +151,9 @@ decltype(auto) UsageStore::withDatabase(Body&& body) {
   return body(*db_);
 }
 
-std::string UsageStore::dayKey(Date date, const Calendar& calendar) {
-  const CalendarDay day = calendar.day(date);
-  return fmt::format("{:04d}-{:02d}-{:02d}", day.year, day.month, day.day);
-}
-
 int64_t UsageStore::ingest(std::span<const UsageEvent> events, const Calendar& calendar,
                            std::span<const FileCursor> cursors,
-                           std::array<int64_t, 4>* addedByProvider) {
+                           PerProvider<int64_t>* addedByProvider) {
   // Encode first: a cursor that cannot be written fails the call before any statement runs.
   std::vector<std::string> cursorTexts;
   cursorTexts.reserve(cursors.size());
@@ -170,13 +165,13 @@ int64_t UsageStore::ingest(std::span<const UsageEvent> events, const Calendar& c
     const PreparedStatement saveCursor = db.prepared(kSaveCursor);
     BatchTotals totals{db};
     int64_t inserted = 0;
-    std::array<int64_t, 4> added{};
+    PerProvider<int64_t> added;
     db.transaction([&] {
       for (const UsageEvent& event : events) {
         const std::string& day = dayKeys(event.timestamp);
         if (db.run(insertSeen, {event.dedupKey, day}) == 0) continue;  // counted before
         ++inserted;
-        ++added[event.provider.index()];
+        ++added[event.provider];
         totals.add(event, day);
       }
       totals.flush();
@@ -185,7 +180,8 @@ int64_t UsageStore::ingest(std::span<const UsageEvent> events, const Calendar& c
       }
     });
     if (addedByProvider) {
-      for (size_t i = 0; i < added.size(); ++i) (*addedByProvider)[i] += added[i];
+      for (ProviderID provider : ProviderID::allCases)
+        (*addedByProvider)[provider] += added[provider];
     }
     return inserted;
   });
@@ -262,7 +258,7 @@ std::optional<ProviderLimits> UsageStore::limits(ProviderID provider) {
 }
 
 void UsageStore::prune(Date date, const Calendar& calendar) {
-  const std::string cutoff = dayKey(date, calendar);
+  const std::string cutoff = calendar.dayKey(date);
   withDatabase([&](SQLiteDatabase& db) {
     db.transaction([&] {
       db.run("DELETE FROM daily WHERE day < ?1", {cutoff});

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "ingest/FileCursor.hpp"
-#include "model/ProviderID.hpp"
+#include "model/FileCursor.hpp"
+#include "model/PerProvider.hpp"
 #include "model/ProviderLimits.hpp"
 #include "model/UsageEvent.hpp"
 #include "platform/Calendar.hpp"
@@ -53,11 +53,11 @@ class UsageStore {
   /// counted exactly when its `dedupKey` was never counted before; later events with a known key
   /// change nothing. The given cursors are saved in the same transaction, after the events, so a
   /// batch and the read positions that produced it are stored together or not at all. When
-  /// `addedByProvider` is given, the new events are also added to it per provider (by
-  /// `ProviderID::index()`), once the transaction has committed.
+  /// `addedByProvider` is given, the new events are also added to it per provider, once the
+  /// transaction has committed.
   int64_t ingest(std::span<const UsageEvent> events, const Calendar& calendar,
                  std::span<const FileCursor> cursors = {},
-                 std::array<int64_t, 4>* addedByProvider = nullptr);
+                 PerProvider<int64_t>* addedByProvider = nullptr);
 
   /// The stored cursor of a log file; throws `JsonDecodeError` when the stored text is damaged.
   std::optional<FileCursor> cursor(const std::string& path);
@@ -85,9 +85,6 @@ class UsageStore {
 
   /// The last `days` local days (at least one) up to the day of `now`, priced with `prices`.
   UsageSummary summary(int days, Date now, const Calendar& calendar, const PriceTable& prices);
-
-  /// A local day as "YYYY-MM-DD"; such keys compare chronologically as text.
-  static std::string dayKey(Date date, const Calendar& calendar);
 
  private:
   // Runs `body` with the connection, serialised with every other operation.

@@ -123,40 +123,152 @@ TEST_F(BrimlogCommandTest, ReportJsonDecodesToTheStoredSummary) {
   EXPECT_EQ(printed.tools.size(), 2u);
 }
 
-TEST_F(BrimlogCommandTest, TellsWhatIsWrongWithoutACrash) {
+TEST_F(BrimlogCommandTest, TellsWhatIsWrongInOneLineWithTheDocumentedStatus) {
   fs::create_directories(home());
   struct Case {
+    const char* name;
     std::vector<std::string> arguments;
+    int status;
     const char* message;
   };
   const std::vector<Case> cases = {
-      {{"report", "--tz", "Mars/Olympus_Mons"}, "unknown time zone"},
-      {{"report", "--now", "yesterday"}, "--now yesterday: not an ISO 8601 date-time"},
-      {{"report", "--home", (dir() / "nowhere").string()}, "--home"},
-      {{"report", "--db", (dir() / "file-not-dir" / "usage.db").string()}, "database"},
-      {{"report", "weekly"}, "weekly"},
-      {{"report", "--days", "0"}, "--days"},
+      {"unknown option", {"--bogus"}, 2, "--bogus"},
+      {"missing value", {"report", "--days"}, 2, "--days"},
+      {"unknown command", {"weekly"}, 2, "weekly"},
+      {"days out of range", {"report", "--days", "0"}, 1, "--days"},
+      {"days not a number", {"report", "--days", "x"}, 1, "--days"},
+      {"unknown view", {"report", "weekly"}, 1, "weekly"},
+      {"unknown zone", {"report", "--tz", "Mars/Olympus_Mons"}, 1, "unknown time zone"},
+      {"bad instant", {"report", "--now", "yesterday"}, 1, "--now yesterday: not an ISO 8601"},
+      {"missing home", {"report", "--home", (dir() / "nowhere").string()}, 1, "--home"},
+      {"database under a file",
+       {"report", "--db", (dir() / "file-not-dir" / "usage.db").string()},
+       1,
+       "database"},
   };
   write("file-not-dir", "a file where a folder should be");
   for (const Case& c : cases) {
-    std::vector<std::string> arguments = c.arguments;
-    if (std::find(arguments.begin(), arguments.end(), "--home") == arguments.end()) {
-      arguments.insert(arguments.end(), {"--home", home().string()});
+    SCOPED_TRACE(c.name);
+    // The case's own arguments come last, so a missing value stays missing.
+    std::vector<std::string> arguments;
+    for (const char* option : {"--home", "--db"}) {
+      if (std::find(c.arguments.begin(), c.arguments.end(), option) != c.arguments.end()) continue;
+      arguments.insert(arguments.end(),
+                       {option, option == std::string("--home") ? home().string() : db().string()});
     }
-    if (std::find(arguments.begin(), arguments.end(), "--db") == arguments.end()) {
-      arguments.insert(arguments.end(), {"--db", db().string()});
-    }
+    arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
     CommandRun run = brimlog(arguments);
-    SCOPED_TRACE(run.output);
-    EXPECT_NE(run.status, 0);
+    EXPECT_EQ(run.status, c.status) << run.output;
     EXPECT_THAT(run.output, HasSubstr(c.message));
-    EXPECT_THAT(run.output, Not(HasSubstr("terminate called")));
+    EXPECT_THAT(run.output, ::testing::StartsWith("brimlog: "));
+    EXPECT_EQ(std::count(run.output.begin(), run.output.end(), '\n'), 1) << run.output;
   }
 
   CommandRun help = brimlog({"report", "--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_THAT(help.output, HasSubstr("--days"));
   EXPECT_THAT(help.output, HasSubstr("--home"));  // shared options are listed too
+}
+
+// Claude Code's folders come from CLAUDE_CONFIG_DIR (a comma-separated list) or else both
+// ~/.claude and ~/.config/claude; Codex's from CODEX_HOME or else ~/.codex. Logs and sign-ins
+// are both read from there.
+TEST_F(BrimlogCommandTest, ReadsTheToolsWhereTheirVariablesPutThem) {
+  auto reply = [](const char* id) {
+    return fmt::format(
+        R"({{"type":"assistant","sessionId":"c1","timestamp":"2026-11-19T10:00:00Z","message":)"
+        R"({{"id":"{}","model":"claude-sonnet-4-5","usage":{{"input_tokens":10,)"
+        R"("output_tokens":20}}}}}})"
+        "\n",
+        id);
+  };
+  auto credentials = [](const std::string& token) {
+    return R"({"claudeAiOauth":{"accessToken":")" + token + R"(","expiresAt":4102444800000}})";
+  };
+  const std::string codexLog =
+      R"({"timestamp":"2026-11-19T10:00:00Z","type":"session_meta","payload":{"id":"s1"}})"
+      "\n"
+      R"({"timestamp":"2026-11-19T10:00:01Z","type":"event_msg","payload":{"type":"token_count",)"
+      R"("info":{"total_token_usage":{"total_tokens":30},"last_token_usage":{"input_tokens":20,)"
+      R"("output_tokens":10}}}})"
+      "\n";
+  struct Case {
+    const char* name;
+    std::vector<std::pair<std::string, std::string>> files;  // under dir()
+    std::vector<std::string> environment;
+    int claudeReplies, codexReplies;
+    const char* claudeToken;  // the sign-in that reaches the Claude service, if any
+    bool codexAsked;
+  };
+  const std::string a = (dir() / "a").string(), b = (dir() / "b").string();
+  const std::vector<Case> cases = {
+      {"one CLAUDE_CONFIG_DIR",
+       {{"a/projects/p/s.jsonl", reply("m1")},
+        {"a/.credentials.json", credentials("tok-a")},
+        {"home/.claude/projects/p/s.jsonl", reply("not-read")}},
+       {"CLAUDE_CONFIG_DIR=" + a},
+       1,
+       0,
+       "tok-a",
+       false},
+      {"two CLAUDE_CONFIG_DIR folders, one reply in both",
+       {{"a/projects/p/s.jsonl", reply("m1") + reply("shared")},
+        {"b/projects/q/t.jsonl", reply("shared") + reply("m2")},
+        {"b/.credentials.json", credentials("tok-b")}},
+       {"CLAUDE_CONFIG_DIR=" + a + "," + b},
+       3,
+       0,
+       "tok-b",
+       false},
+      {"~/.config/claude beside ~/.claude",
+       {{"home/.claude/projects/p/s.jsonl", reply("m1")},
+        {"home/.config/claude/projects/p/s.jsonl", reply("m2")},
+        {"home/.config/claude/.credentials.json", credentials("tok-config")}},
+       {},
+       2,
+       0,
+       "tok-config",
+       false},
+      {"CODEX_HOME",
+       {{"codex/sessions/2026/11/19/r.jsonl", codexLog},
+        {"codex/auth.json", R"({"tokens":{"access_token":"tok-codex","account_id":"x"}})"},
+        {"home/.codex/sessions/r.jsonl", codexLog}},
+       {"CODEX_HOME=" + (dir() / "codex").string()},
+       0,
+       1,
+       nullptr,
+       true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    fs::remove_all(dir() / "a");
+    fs::remove_all(dir() / "b");
+    fs::remove_all(dir() / "codex");
+    fs::remove_all(home());
+    fs::remove_all(db().parent_path());
+    fs::create_directories(home());
+    for (const auto& [path, contents] : c.files) write(path, contents);
+    testing::StubHTTPServer claude{"/api/oauth/usage"};
+    claude.respond(200, "{}");
+    testing::StubHTTPServer codex{"/backend-api/wham/usage"};
+    codex.respond(200, "{}");
+    std::vector<std::string> environment = {"BRIMLOG_CLAUDE_USAGE_URL=" + claude.url(),
+                                            "BRIMLOG_CODEX_USAGE_URL=" + codex.url(),
+                                            "CLAUDE_CONFIG_DIR=", "CODEX_HOME="};
+    environment.insert(environment.end(), c.environment.begin(), c.environment.end());
+
+    CommandRun sync = brimlog(withHome({"sync", "--json"}), environment);
+    ASSERT_EQ(sync.status, 0) << sync.output;
+    const Json json = Json::parse(sync.output);
+    EXPECT_EQ(json["ingest"]["newEvents"]["claude"], c.claudeReplies);
+    EXPECT_EQ(json["ingest"]["newEvents"]["codex"], c.codexReplies);
+    if (c.claudeToken) {
+      ASSERT_EQ(claude.requests().size(), 1u);
+      EXPECT_EQ(claude.requests()[0].header("Authorization"),
+                std::string("Bearer ") + c.claudeToken);
+    }
+    EXPECT_EQ(codex.requests().size(), c.codexAsked ? 1u : 0u);
+  }
 }
 
 TEST_F(BrimlogCommandTest, SyncFetchesLimitsAsTheTimingAllowsAndNeverShowsAToken) {

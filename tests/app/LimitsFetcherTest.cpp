@@ -24,16 +24,12 @@ TEST(LimitsFetcherTest, TokensTravelOnlyEncryptedOrToThisMachine) {
                           "ftp://127.0.0.1/u", "https://", "", "HTTP://127.0.0.2/"}) {
     EXPECT_FALSE(LimitsEndpoints::isAcceptable(url)) << url;
   }
-  auto environment = [](const char* claude) {
-    return [claude](const char* name) -> const char* {
-      return std::string_view(name) == "BRIMLOG_CLAUDE_USAGE_URL" ? claude : nullptr;
-    };
-  };
-  EXPECT_EQ(LimitsEndpoints::fromEnvironment(environment(nullptr)).claude,
-            "https://api.anthropic.com/api/oauth/usage");
-  EXPECT_EQ(LimitsEndpoints::fromEnvironment(environment("http://127.0.0.1:1/x")).claude,
-            "http://127.0.0.1:1/x");
-  EXPECT_THROW(LimitsEndpoints::fromEnvironment(environment("http://example.com/x")), CommandError);
+  HostSettings settings;
+  EXPECT_EQ(LimitsEndpoints::from(settings).claude, "https://api.anthropic.com/api/oauth/usage");
+  settings.claudeUsageURL = "http://127.0.0.1:1/x";
+  EXPECT_EQ(LimitsEndpoints::from(settings).claude, "http://127.0.0.1:1/x");
+  settings.claudeUsageURL = "http://example.com/x";
+  EXPECT_THROW(LimitsEndpoints::from(settings), CommandError);
 }
 
 class LimitsFetcherRunTest : public testing::TempDirTest {};
@@ -47,12 +43,9 @@ TEST_F(LimitsFetcherRunTest, FetchesOnlyPresentToolsWhenDueAndBacksOffWhileUnrea
   auto credentials = std::make_shared<ClaudeConfigCredentialSource>(dir() / "home", std::nullopt);
   testing::StubHTTPServer server{"/api/oauth/usage"};
   server.respond(500, "");
-  LimitsFetcher fetcher{store,
-                        ProviderLocations{dir() / "home"},
-                        credentials,
-                        std::make_shared<CurlHTTPClient>(),
-                        {server.url(), "http://127.0.0.1:1/unused"},
-                        dir() / "home/.codex"};
+  LimitsFetcher fetcher{store, ToolFolders::resolve(dir() / "home", std::nullopt, std::nullopt),
+                        credentials, std::make_shared<CurlHTTPClient>(),
+                        LimitsEndpoints{server.url(), "http://127.0.0.1:1/unused"}};
 
   RefreshState state;
   const Date now = *parseISO8601("2026-11-20T12:00:00Z");

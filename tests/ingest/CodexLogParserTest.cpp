@@ -206,7 +206,7 @@ TEST(CodexLogParserTest, CreditsNeedAnExplicitTrue) {
   ASSERT_TRUE(unlimited);
   EXPECT_EQ(unlimited->credits,
             (Credits{"Credits", std::nullopt, std::nullopt, std::nullopt, /*unlimited=*/true}));
-  EXPECT_EQ(unlimited->plan, "éclair");  // only ASCII letters change case
+  EXPECT_EQ(unlimited->plan, "Éclair");  // the same first-letter rule as the services' plans
 }
 
 TEST(CodexLogParserTest, DetailsReportTokenCountsAndUsageRecords) {

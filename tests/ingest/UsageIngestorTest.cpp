@@ -8,6 +8,8 @@
 #include <fstream>
 #include <map>
 
+#include "StoreIngestSink.hpp"
+#include "ToolFolders.hpp"
 #include "ingest/UsageIngestor.hpp"
 #include "store/UsageStore.hpp"
 #include "support/RawDatabase.hpp"
@@ -85,7 +87,9 @@ class UsageIngestorTest : public testing::TempDirTest {
 
   IngestResult pass(Date now, IngestOptions options = {}) {
     UsageStore store{dbPath()};
-    UsageIngestor ingestor{store, ProviderLocations{home()}, Calendar::utc(), std::move(options)};
+    StoreIngestSink sink{store, Calendar::utc()};
+    const ToolFolders tools = ToolFolders::resolve(home(), std::nullopt, std::nullopt);
+    UsageIngestor ingestor{sink, tools.logFolders(), std::move(options)};
     return ingestor.run(now);
   }
 
@@ -123,7 +127,7 @@ TEST_F(UsageIngestorTest, CountsTheLastLineOfEachReplyAndWaitsForTheReplyStillBe
   EXPECT_EQ(first.filesScanned, 1u);
   EXPECT_EQ(first.filesRead, 1u);
   EXPECT_EQ(first.linesRead, 6);
-  EXPECT_EQ(first.newEventsOf(ProviderID::claude), 1);
+  EXPECT_EQ(first.newEvents[ProviderID::claude], 1);
   EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|10|100|623|0"));
 
   // The second reply grows; it is counted when a third one starts, with its final count.
@@ -184,13 +188,13 @@ TEST_F(UsageIngestorTest, RereadsReplacedAndTruncatedFilesWithoutCountingTwice) 
 TEST_F(UsageIngestorTest, CodexCountsRisingTotalsAndKeepsItsContextBetweenReads) {
   const fs::path file = ".codex/sessions/2026/11/20/rollout-1.jsonl";
   writeHome(file, codexMeta("s1", "gpt-5.3-codex") + tokenCount(100, 100, 30, 5));
-  EXPECT_EQ(pass(now_).newEventsOf(ProviderID::codex), 1);
+  EXPECT_EQ(pass(now_).newEvents[ProviderID::codex], 1);
 
   // The next read starts mid-file: session and model come from the stored context. A repeated
   // total counts nothing; a new session in the same file counts from zero.
   appendHome(file, tokenCount(100, 100, 30, 5) + tokenCount(250, 150, 100, 8) +
                        codexMeta("s2", "gpt-5.5") + tokenCount(90, 90, 0, 2));
-  EXPECT_EQ(pass(now_).newEventsOf(ProviderID::codex), 2);
+  EXPECT_EQ(pass(now_).newEvents[ProviderID::codex], 2);
   EXPECT_THAT(keys(), ElementsAre("s1#100", "s1#250", "s2#90"));
   EXPECT_THAT(totals(), ElementsAre("codex|gpt-5.3-codex|120|130|13|2", "codex|gpt-5.5|90|0|2|1"));
 
@@ -211,7 +215,7 @@ TEST_F(UsageIngestorTest, CodexFilesWithUsageRecordsCountThoseAlone) {
   writeHome(".codex/archived_sessions/rollout-2.jsonl",
             codexMeta("s1", "m1") + tokenCount(100, 100, 30, 5) + record);
   IngestResult result = pass(now_);
-  EXPECT_EQ(result.newEventsOf(ProviderID::codex), 1);
+  EXPECT_EQ(result.newEvents[ProviderID::codex], 1);
   EXPECT_THAT(keys(), ElementsAre("r1"));
   EXPECT_THAT(totals(), ElementsAre("codex|m1|70|30|20|5"));
 }
@@ -220,7 +224,7 @@ TEST_F(UsageIngestorTest, GrokTurnsFinishedOutOfOrderAreCountedOnceEach) {
   const fs::path file = ".grok/sessions/g1.json";
   writeHome(file, grokDocument({grokTurn(3, "2026-11-20T10:03:00Z"),
                                 grokTurn(1, "2026-11-20T10:01:00Z"), grokTurn(2, nullptr)}));
-  EXPECT_EQ(pass(now_).newEventsOf(ProviderID::grok), 2);
+  EXPECT_EQ(pass(now_).newEvents[ProviderID::grok], 2);
   EXPECT_THAT(keys(), ElementsAre("g1#1#grok-4", "g1#3#grok-4"));
 
   IngestResult unchanged = pass(now_);
@@ -229,7 +233,7 @@ TEST_F(UsageIngestorTest, GrokTurnsFinishedOutOfOrderAreCountedOnceEach) {
   writeHome(file,
             grokDocument({grokTurn(3, "2026-11-20T10:03:00Z"), grokTurn(1, "2026-11-20T10:01:00Z"),
                           grokTurn(2, "2026-11-20T10:05:00Z")}));
-  EXPECT_EQ(pass(now_).newEventsOf(ProviderID::grok), 1);
+  EXPECT_EQ(pass(now_).newEvents[ProviderID::grok], 1);
   EXPECT_THAT(totals(), ElementsAre("grok|grok-4|90|60|21|0"));
   RawDatabase raw{dbPath()};
   EXPECT_THAT(raw.rows("SELECT reported_usd FROM daily"), ElementsAre("0.3"));

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "ingest/FileCursor.hpp"
+#include "model/FileCursor.hpp"
 
 namespace brimlog {
 namespace {

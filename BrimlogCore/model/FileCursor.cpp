@@ -1,8 +1,20 @@
-#include "ingest/FileCursor.hpp"
+#include "model/FileCursor.hpp"
 
 #include <simdjson.h>
 
+#include <charconv>
+
 namespace brimlog {
+
+std::optional<int64_t> FileCursor::integerEntry(const std::string& key) const {
+  const auto found = context.find(key);
+  if (found == context.end()) return std::nullopt;
+  int64_t value = 0;
+  const std::string& text = found->second;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
 
 Json FileCursor::toJson() const {
   return {{"path", path}, {"inode", inode}, {"offset", offset}, {"context", context}};

@@ -26,6 +26,10 @@ struct FileCursor {
 
   bool operator==(const FileCursor&) const = default;
 
+  /// The context entry `key` read as a decimal integer; nothing when it is missing or is not
+  /// exactly one.
+  std::optional<int64_t> integerEntry(const std::string& key) const;
+
   /// {"path":…,"inode":…,"offset":…,"context":{…}}; all four keys are required when decoding.
   Json toJson() const;
   static FileCursor fromJson(const Json& json);

@@ -1,0 +1,106 @@
+#include "ingest/TreeWalker.hpp"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <iterator>
+#include <string_view>
+#include <thread>
+
+#include "platform/FileDescriptor.hpp"
+
+namespace brimlog {
+namespace {
+
+std::string childPath(const std::string& dir, std::string_view name) {
+  std::string path;
+  path.reserve(dir.size() + 1 + name.size());
+  path.append(dir);
+  if (path.empty() || path.back() != '/') path.push_back('/');
+  path.append(name);
+  return path;
+}
+
+}  // namespace
+
+TreeWalker::TreeWalker(const LogFolder& folder, std::vector<FoundFile>& files)
+    : folder_(folder), files_(files), buffer_(32 << 10) {}
+
+void TreeWalker::walk(const LogFolder& folder, std::vector<FoundFile>& files) {
+  const FileDescriptor root{::open(folder.root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+  if (!root) return;  // no folder: the tool is not installed
+  const std::string rootPath = folder.root.string();
+  TreeWalker first{folder, files};
+  const std::vector<std::string> subfolders = first.list(root.get(), rootPath);
+
+  // A warm pass is mostly this walk, and mostly system calls: two threads share the top folders
+  // (Claude's projects), each with its own results, joined in a fixed order.
+  std::vector<FoundFile> second;
+  std::atomic<size_t> next{0};
+  auto share = [&](TreeWalker& walker) {
+    for (size_t i = next++; i < subfolders.size(); i = next++) {
+      walker.descend(root.get(), rootPath, subfolders[i]);
+    }
+  };
+  if (subfolders.size() > 1) {
+    std::thread helper{[&] {
+      TreeWalker other{folder, second};
+      share(other);
+    }};
+    share(first);
+    helper.join();
+  } else {
+    share(first);
+  }
+  std::move(second.begin(), second.end(), std::back_inserter(files));
+}
+
+void TreeWalker::walkFolder(int dirFD, const std::string& dirPath) {
+  for (const std::string& name : list(dirFD, dirPath)) descend(dirFD, dirPath, name);
+}
+
+void TreeWalker::descend(int dirFD, const std::string& dirPath, const std::string& name) {
+  const FileDescriptor sub{
+      ::openat(dirFD, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)};
+  if (sub) walkFolder(sub.get(), childPath(dirPath, name));
+}
+
+// Records the folder's log files and returns its subfolders.
+std::vector<std::string> TreeWalker::list(int dirFD, const std::string& dirPath) {
+  std::vector<std::string> subfolders;
+  const std::string_view extension = folder_.extension;
+  // The listing is read with getdents64 into one buffer: no DIR stream, whose set-up costs three
+  // more system calls per folder, and folders are most of what a warm pass visits.
+  for (;;) {
+    const ssize_t filled = ::getdents64(dirFD, buffer_.data(), buffer_.size());
+    if (filled <= 0) break;  // the end, or a folder that cannot be listed: take what we have
+    for (ssize_t at = 0; at < filled;) {
+      const auto* entry = reinterpret_cast<const dirent64*>(buffer_.data() + at);
+      at += entry->d_reclen;
+      const std::string_view name = entry->d_name;
+      if (name == "." || name == "..") continue;
+      // Most file systems tell an entry's type in the listing; others need a stat to know.
+      const bool typed = entry->d_type != DT_UNKNOWN;
+      if (typed && entry->d_type == DT_DIR) {
+        subfolders.emplace_back(name);
+        continue;
+      }
+      if (typed && entry->d_type != DT_REG) continue;  // links, sockets and the like
+      // ".jsonl" alone is a hidden file, not a session.
+      const bool named = name.size() > extension.size() && name.ends_with(extension);
+      if (typed && !named) continue;
+      struct stat status {};
+      if (::fstatat(dirFD, entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
+      if (S_ISDIR(status.st_mode)) {
+        subfolders.emplace_back(name);
+      } else if (S_ISREG(status.st_mode) && named) {
+        files_.push_back({childPath(dirPath, name), folder_.provider, status});
+      }
+    }
+  }
+  return subfolders;
+}
+
+}  // namespace brimlog

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "model/ProviderID.hpp"
+
+namespace brimlog {
+
+/// A folder holding one tool's logs, and how its log files are named.
+struct LogFolder {
+  std::filesystem::path root;
+  ProviderID provider = ProviderID::claude;
+  /// The ending of a log file's name: ".jsonl" for transcripts, ".json" for Grok's documents.
+  std::string extension;
+
+  bool operator==(const LogFolder&) const = default;
+};
+
+/// A log file found by a walk, with its status from the same walk.
+struct FoundFile {
+  std::string path;  // a plain string: a pass holds thousands and compares them with cursors
+  ProviderID provider = ProviderID::claude;
+  struct stat status {};
+};
+
+/// Finds the log files under a folder and its subfolders, with directory handles and one
+/// `fstatat` per entry: no path is resolved twice, and the stat doubles as the file's size and
+/// inode for the pass's check whether it changed.
+///
+/// Symbolic links are not followed, so a link cannot pull another tree's files, or the same file
+/// twice, into a pass. Folders that cannot be opened are left out, as a folder the user cannot
+/// read holds nothing of theirs; a missing root means the tool is not installed.
+///
+///     std::vector<FoundFile> files;
+///     TreeWalker::walk({home / ".claude/projects", ProviderID::claude, ".jsonl"}, files);
+class TreeWalker {
+ public:
+  /// Appends the folder's log files to `files`, in a fixed order for a given tree.
+  static void walk(const LogFolder& folder, std::vector<FoundFile>& files);
+
+ private:
+  TreeWalker(const LogFolder& folder, std::vector<FoundFile>& files);
+
+  void walkFolder(int dirFD, const std::string& dirPath);
+  void descend(int dirFD, const std::string& dirPath, const std::string& name);
+  std::vector<std::string> list(int dirFD, const std::string& dirPath);
+
+  const LogFolder& folder_;
+  std::vector<FoundFile>& files_;
+  std::vector<char> buffer_;
+};
+
+}  // namespace brimlog

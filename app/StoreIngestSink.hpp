@@ -1,0 +1,44 @@
+#pragma once
+
+#include "ingest/IngestSink.hpp"
+#include "platform/Calendar.hpp"
+#include "store/UsageStore.hpp"
+
+namespace brimlog {
+
+/// The usage database as the place where an ingestion pass keeps what it read: events are
+/// counted on the local days of `calendar`.
+///
+///     StoreIngestSink sink{store, settings.calendar};
+///     UsageIngestor{sink, settings.tools.logFolders()}.run(settings.now);
+class StoreIngestSink final : public IngestSink {
+ public:
+  StoreIngestSink(UsageStore& store, Calendar calendar) : store_(store), calendar_(calendar) {}
+
+  std::map<std::string, FileCursor> storedCursors() override { return store_.allCursors(); }
+
+  PerProvider<int64_t> commit(std::span<const UsageEvent> events,
+                              std::span<const FileCursor> cursors) override {
+    PerProvider<int64_t> added;
+    store_.ingest(events, calendar_, cursors, &added);
+    return added;
+  }
+
+  bool keepIfNewer(ProviderID provider, const ProviderLimits& limits) override {
+    std::optional<ProviderLimits> stored;
+    try {
+      stored = store_.limits(provider);
+    } catch (const JsonDecodeError&) {
+      // A damaged record is replaced by what the logs say.
+    }
+    if (stored && stored->fetchedAt >= limits.fetchedAt) return false;
+    store_.setLimits(limits, provider);
+    return true;
+  }
+
+ private:
+  UsageStore& store_;
+  Calendar calendar_;
+};
+
+}  // namespace brimlog
