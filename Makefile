@@ -3,7 +3,7 @@ BUILD_DIR ?= build
 CMAKE_FLAGS ?=
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: all deps configure build test bench run demo format clean
+.PHONY: all deps configure build brimlog test bench run demo format clean
 
 all: build
 
@@ -21,12 +21,16 @@ build: configure
 test: build
 	ctest --test-dir $(BUILD_DIR) --output-on-failure -j $(JOBS)
 
+# Builds the command alone (not the tests or benchmarks), so a first run on a fresh clone is quick.
+brimlog: configure
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target brimlog
+
 # The report of your own tools' logs, in your own database.
-run: build
+run: brimlog
 	$(BUILD_DIR)/bin/brimlog report
 
 # A report of a generated sample home, in a throw-away database.
-demo: build
+demo: brimlog
 	@examples/make-demo-home examples/home
 	@db=$$(mktemp -d); \
 	  $(BUILD_DIR)/bin/brimlog report --home examples/home --db $$db/usage.db && echo && \

@@ -374,35 +374,6 @@ TEST(CodexLogParserTest, RealRolloutsParseLineByLine) {
       EXPECT_FALSE(carried.count("model")) << name;
     }
   }
-
-  // The single-turn session, line by line as written.
-  const auto tiny = JSONLTail::read(
-      fixtures / "codex" /
-          "localpush__rollout-2026-02-23T13-19-38-019c8a70-dda7-7f33-98ea-f30553347322.jsonl",
-      std::nullopt, 1 << 20);
-  CodexLogParser parser;
-  std::vector<ProviderLimits> snapshots;
-  std::vector<TokenCountUsage> figures;
-  for (PaddedLine line : tiny.lines) {
-    CodexLineDetails details;
-    if (auto limits = limitsOf(parser.consume(line, details))) snapshots.push_back(*limits);
-    if (details.tokenCount) figures.push_back(*details.tokenCount);
-  }
-  ASSERT_EQ(snapshots.size(), 2u);
-  const Date asOf = *parseISO8601("2026-02-23T12:19:52.689Z");
-  EXPECT_EQ(
-      snapshots[1],
-      (ProviderLimits{std::nullopt,
-                      {LimitWindow{"session", "Session", 0.19, 18000.0,
-                                   dateFromUnixSeconds(1771864834), LimitSource::local(asOf)},
-                       LimitWindow{"weekly", "Weekly", 0.06, 604800.0,
-                                   dateFromUnixSeconds(1772355702), LimitSource::local(asOf)}},
-                      std::nullopt,
-                      ProviderStatus::ok,
-                      asOf}));
-  EXPECT_EQ(snapshots[0].fetchedAt, *parseISO8601("2026-02-23T12:19:43.421Z"));
-  ASSERT_EQ(figures.size(), 1u);
-  EXPECT_EQ(figures[0], (TokenCountUsage{TokenCounts{31013, 3456, 0, 0, 431, 264}, 34900, asOf}));
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <set>
 #include <thread>
 #include <vector>
@@ -22,21 +21,6 @@ class ProviderLocationsTest : public testing::TempDirTest {
     return present;
   }
 };
-
-TEST_F(ProviderLocationsTest, PathsHangOffTheGivenHome) {
-  const ProviderLocations locations(dir());
-  EXPECT_EQ(locations.home(), dir());
-  EXPECT_EQ(locations.claudeProjects(), dir() / ".claude" / "projects");
-  EXPECT_EQ(locations.codexSessions(),
-            (std::vector<fs::path>{dir() / ".codex" / "sessions",
-                                   dir() / ".codex" / "archived_sessions"}));
-  EXPECT_EQ(locations.grokSessions(), dir() / ".grok" / "sessions");
-  EXPECT_EQ(locations.cursorStateDB(), dir() / "Library" / "Application Support" / "Cursor" /
-                                           "User" / "globalStorage" / "state.vscdb");
-  EXPECT_EQ(locations.codexAuthFile(), dir() / ".codex" / "auth.json");
-  EXPECT_EQ(locations.cursorStateDB().string(),
-            dir().string() + "/Library/Application Support/Cursor/User/globalStorage/state.vscdb");
-}
 
 TEST_F(ProviderLocationsTest, PresenceFollowsWhatExistsOnDisk) {
   const ProviderLocations locations(dir());
@@ -77,12 +61,7 @@ TEST(ProviderLocationsLiveTest, IsBuiltOnceFromTheUsersHome) {
   for (auto& thread : threads) thread.join();
   EXPECT_EQ(std::set<const ProviderLocations*>(seen.begin(), seen.end()).size(), 1u);
 
-  const fs::path home = ProviderLocations::live().home();
-  EXPECT_TRUE(home.is_absolute()) << home;
-  const char* variable = std::getenv("HOME");
-  if (variable && fs::path(variable).is_absolute()) {
-    EXPECT_EQ(home, fs::path(variable));
-  }
+  EXPECT_TRUE(ProviderLocations::live().home().is_absolute());
 }
 
 }  // namespace
