@@ -46,14 +46,15 @@ std::vector<LogFolder> ToolFolders::logFolders() const {
   std::vector<LogFolder> folders;
   std::set<std::pair<dev_t, ino_t>> claudeSeen;
   for (const fs::path& dir : claudeDirs) {
-    const fs::path projects = dir / "projects";
+    const fs::path projects = ProviderLocations::projectsIn(dir);
     struct stat status {};
     if (::stat(projects.c_str(), &status) != 0) continue;  // nothing there to read
     if (!claudeSeen.emplace(status.st_dev, status.st_ino).second) continue;
     folders.push_back({projects, ProviderID::claude, ".jsonl"});
   }
-  folders.push_back({codexHome / "sessions", ProviderID::codex, ".jsonl"});
-  folders.push_back({codexHome / "archived_sessions", ProviderID::codex, ".jsonl"});
+  for (const fs::path& sessions : ProviderLocations::sessionsIn(codexHome)) {
+    folders.push_back({sessions, ProviderID::codex, ".jsonl"});
+  }
   folders.push_back({locations().grokSessions(), ProviderID::grok, ".json"});
   return folders;
 }
@@ -62,11 +63,12 @@ bool ToolFolders::isPresent(ProviderID provider) const {
   switch (provider) {
     case ProviderID::claude:
       for (const fs::path& dir : claudeDirs) {
-        if (pathExists(dir / "projects")) return true;
+        if (pathExists(ProviderLocations::projectsIn(dir))) return true;
       }
       return false;
     case ProviderID::codex:
-      return pathExists(codexHome / "sessions") || pathExists(codexHome / "auth.json");
+      return pathExists(ProviderLocations::sessionsIn(codexHome).front()) ||
+             pathExists(ProviderLocations::authFileIn(codexHome));
     case ProviderID::grok:
     case ProviderID::cursor:
       return locations().isPresent(provider);

@@ -45,11 +45,24 @@ std::filesystem::path currentHome() {
 ProviderLocations::ProviderLocations(std::filesystem::path home) : home_(std::move(home)) {}
 
 std::filesystem::path ProviderLocations::claudeProjects() const {
-  return home_ / ".claude" / "projects";
+  return projectsIn(home_ / ".claude");
+}
+
+std::filesystem::path ProviderLocations::projectsIn(const std::filesystem::path& claudeDir) {
+  return claudeDir / "projects";
 }
 
 std::vector<std::filesystem::path> ProviderLocations::codexSessions() const {
-  return {home_ / ".codex" / "sessions", home_ / ".codex" / "archived_sessions"};
+  return sessionsIn(home_ / ".codex");
+}
+
+std::vector<std::filesystem::path> ProviderLocations::sessionsIn(
+    const std::filesystem::path& codexHome) {
+  return {codexHome / "sessions", codexHome / "archived_sessions"};
+}
+
+std::filesystem::path ProviderLocations::authFileIn(const std::filesystem::path& codexHome) {
+  return codexHome / "auth.json";
 }
 
 std::filesystem::path ProviderLocations::grokSessions() const {
@@ -62,7 +75,7 @@ std::filesystem::path ProviderLocations::cursorStateDB() const {
 }
 
 std::filesystem::path ProviderLocations::codexAuthFile() const {
-  return home_ / ".codex" / "auth.json";
+  return authFileIn(home_ / ".codex");
 }
 
 bool ProviderLocations::isPresent(ProviderID provider) const {
@@ -70,7 +83,7 @@ bool ProviderLocations::isPresent(ProviderID provider) const {
     case ProviderID::claude:
       return pathExists(claudeProjects());
     case ProviderID::codex:
-      return pathExists(home_ / ".codex" / "sessions") || pathExists(codexAuthFile());
+      return pathExists(codexSessions().front()) || pathExists(codexAuthFile());
     case ProviderID::grok:
       return pathExists(grokSessions());
     case ProviderID::cursor:

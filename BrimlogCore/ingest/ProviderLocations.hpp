@@ -39,6 +39,12 @@ class ProviderLocations {
   /// Codex's sign-in file: home/.codex/auth.json.
   std::filesystem::path codexAuthFile() const;
 
+  /// The same places under a folder the tool was told to use instead of its default (Claude
+  /// Code's configuration folder, Codex's home), so every sub-path is named once.
+  static std::filesystem::path projectsIn(const std::filesystem::path& claudeDir);
+  static std::vector<std::filesystem::path> sessionsIn(const std::filesystem::path& codexHome);
+  static std::filesystem::path authFileIn(const std::filesystem::path& codexHome);
+
   /// Whether the tool's data exists: Claude's projects, Grok's sessions, Cursor's state database;
   /// for Codex its current sessions directory or else its sign-in file (archived sessions alone
   /// do not count). A file or a directory both count; a path that cannot be examined counts as
