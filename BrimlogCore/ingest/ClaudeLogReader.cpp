@@ -2,6 +2,7 @@
 
 #include "ingest/ClaudeLogParser.hpp"
 #include "ingest/JSONLTail.hpp"
+#include "ingest/LogResume.hpp"
 
 namespace brimlog {
 namespace {
@@ -55,7 +56,13 @@ std::optional<ReadJob> ClaudeLogReader::plan(const FoundFile& file,
   if (!cursor->context.count(kPendingKey) || (pending && !isOld(*pending, now))) {
     return std::nullopt;
   }
-  return ReadJob{file.path, file.provider, std::move(cursor), 0, true};
+  return ReadJob{file.path,
+                 file.provider,
+                 static_cast<uint64_t>(file.status.st_ino),
+                 file.status.st_size,
+                 std::move(cursor),
+                 0,
+                 true};
 }
 
 void ClaudeLogReader::read(const ReadJob& job, Date now, const ReadSink& sink) const {
@@ -70,10 +77,18 @@ void ClaudeLogReader::read(const ReadJob& job, Date now, const ReadSink& sink) c
     return;
   }
 
-  std::optional<FileCursor> cursor = job.cursor;
+  // A cursor whose bytes were rewritten is dropped with its waiting reply, as for a new file.
+  std::optional<FileCursor> cursor = LogResume::verified(job.path, job.cursor, job.inode, job.size);
   std::optional<UsageEvent> pending = cursor ? decodePending(*cursor) : std::nullopt;
   for (bool atEOF = false; !atEOF;) {
-    JSONLTail::Result read = JSONLTail::read(job.path, cursor, chunkBytes_);
+    JSONLTail::Result read;
+    if (cursor && LogResume::onlyUnfinishedLine(job.path, *cursor, job.size)) {
+      read.cursor = *cursor;
+      read.atEOF = true;
+    } else {
+      read = JSONLTail::read(job.path, cursor, chunkBytes_);
+      LogResume::remember(job.path, read.cursor, read.atEOF, job.size);
+    }
     if (read.reset) pending.reset();  // the reply belonged to the file that is gone
     ReadOutput output;
     for (PaddedLine line : read.lines) {

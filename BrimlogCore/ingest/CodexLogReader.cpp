@@ -4,6 +4,7 @@
 
 #include "ingest/CodexLogParser.hpp"
 #include "ingest/JSONLTail.hpp"
+#include "ingest/LogResume.hpp"
 
 namespace brimlog {
 namespace {
@@ -62,7 +63,8 @@ class RunningTotal {
 }  // namespace
 
 void CodexLogReader::read(const ReadJob& job, Date, const ReadSink& sink) const {
-  std::optional<FileCursor> cursor = job.cursor;
+  // A cursor whose bytes were rewritten is dropped with its context, as for a new file.
+  std::optional<FileCursor> cursor = LogResume::verified(job.path, job.cursor, job.inode, job.size);
   CodexLogParser parser{cursor ? cursor->context : std::map<std::string, std::string>{}};
   RunningTotal running{cursor};
   bool hasUsageRecords = cursor && cursor->context.count(kUsageRecordsKey) > 0;
@@ -72,7 +74,14 @@ void CodexLogReader::read(const ReadJob& job, Date, const ReadSink& sink) const 
   std::vector<UsageEvent> countEvents;
   CodexLineDetails details;
   for (bool atEOF = false; !atEOF;) {
-    JSONLTail::Result read = JSONLTail::read(job.path, cursor, chunkBytes_);
+    JSONLTail::Result read;
+    if (cursor && LogResume::onlyUnfinishedLine(job.path, *cursor, job.size)) {
+      read.cursor = *cursor;
+      read.atEOF = true;
+    } else {
+      read = JSONLTail::read(job.path, cursor, chunkBytes_);
+      LogResume::remember(job.path, read.cursor, read.atEOF, job.size);
+    }
     if (read.reset) {
       parser = CodexLogParser{};
       running.reset();
@@ -102,6 +111,8 @@ void CodexLogReader::read(const ReadJob& job, Date, const ReadSink& sink) const 
   cursor->context[providerKey] = "codex";
   cursor->context[kTotalKey] = std::to_string(running.total());
   if (hasUsageRecords) cursor->context[kUsageRecordsKey] = "1";
+  // The parser carried the context it started from; the resume checks describe this read.
+  LogResume::remember(job.path, *cursor, true, job.size);
   output.cursor = std::move(cursor);
   output.fileDone = true;
   output.fileRead = true;

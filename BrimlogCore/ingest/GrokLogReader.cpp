@@ -24,7 +24,13 @@ std::optional<ReadJob> GrokLogReader::plan(const FoundFile& file, std::optional<
                          cursor->integerEntry(kSizeKey) == file.status.st_size &&
                          cursor->integerEntry(kMtimeKey) == mtimeNanoseconds(file.status);
   if (unchanged) return std::nullopt;
-  return ReadJob{file.path, file.provider, std::move(cursor), file.status.st_size, false};
+  return ReadJob{file.path,
+                 file.provider,
+                 static_cast<uint64_t>(file.status.st_ino),
+                 file.status.st_size,
+                 std::move(cursor),
+                 file.status.st_size,
+                 false};
 }
 
 void GrokLogReader::read(const ReadJob& job, Date, const ReadSink& sink) const {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "ingest/LineBatch.hpp"
@@ -17,11 +18,17 @@ using simdjson::dom::element;
 using simdjson::dom::object;
 
 /// Parses one line or document of a tool's log with the calling thread's own parser, fully
-/// validated (a syntax error, trailing bytes or invalid UTF-8 give nothing). The tree lives in
+/// validated (a syntax error or trailing bytes give nothing). A line whose only fault is its
+/// text (bytes that are not UTF-8, an escape of a lone surrogate) is parsed from a copy with
+/// those replaced by U+FFFD, so the record it carries is not lost. The tree lives in
 /// that parser: it stays valid until the same thread parses again. No allocation once the
 /// parser has grown to the largest document seen.
 std::optional<object> parseObject(std::string_view bytes);
 std::optional<object> parseObject(PaddedLine line);
+
+/// `bytes` with every byte that does not belong to well-formed UTF-8, and every "\\u" escape
+/// of a surrogate that is not part of a pair, replaced by U+FFFD; nothing when there is none.
+std::optional<std::string> repaired(std::string_view bytes);
 
 /// The value of a line's first top-level "type" key, read without building the whole tree: the
 /// line is indexed but only that one value is decoded, so the long strings of other lines (tool

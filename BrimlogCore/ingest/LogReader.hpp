@@ -18,6 +18,9 @@ namespace brimlog {
 struct ReadJob {
   std::string path;
   ProviderID provider = ProviderID::claude;
+  /// The file's inode and size when the walk found it.
+  uint64_t inode = 0;
+  int64_t size = 0;
   std::optional<FileCursor> cursor;
   /// Bytes the pass expects to read: the unread part of the file. Larger jobs go first.
   int64_t expectedBytes = 0;

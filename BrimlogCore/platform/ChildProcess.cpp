@@ -136,12 +136,16 @@ ChildProcess::Result ChildProcess::run(const std::filesystem::path& executable,
 ChildProcess::Result ChildProcess::wait(Clock::time_point deadline) {
   if (result_) return *result_;
   Result result;
+  // Whether the output reached its end is settled before anything is signalled: once we
+  // terminate what holds the pipe, its end comes from our signal, not from a complete output.
+  bool complete = false;
   if (!launched()) {
     result.launchError = launchError_;
   } else if (awaitExit(deadline)) {
     // The child has exited but is not reaped yet, so its process group id cannot be reused:
     // whatever it left holding the output open can still be signalled safely.
-    if (!awaitOutput(deadline)) signalGroup(SIGTERM);
+    complete = awaitOutput(deadline);
+    if (!complete) signalGroup(SIGTERM);
     result = reap();
   } else {
     terminateAndReap();
@@ -149,8 +153,7 @@ ChildProcess::Result ChildProcess::wait(Clock::time_point deadline) {
   }
   stopReader();
   result.output = std::move(buffer_);
-  // Once terminated, a child's output ends because we ended it, not because it was complete.
-  result.outputComplete = reachedEnd_ && result.outcome != Outcome::timedOut;
+  result.outputComplete = complete;
   result_ = std::move(result);
   return *result_;
 }

@@ -195,7 +195,9 @@ std::optional<FileCursor> UsageStore::cursor(const std::string& path) {
     });
   });
   if (!text) return std::nullopt;
-  return FileCursor::fromJson(json::parse(*text));
+  FileCursor found = FileCursor::fromJson(json::parse(*text));
+  found.path = path;  // see allCursors
+  return found;
 }
 
 std::map<std::string, FileCursor> UsageStore::allCursors() {
@@ -204,6 +206,9 @@ std::map<std::string, FileCursor> UsageStore::allCursors() {
     db.query("SELECT path, json FROM cursors", {}, [&](const Row& row) {
       // A damaged row is as good as none: that file is read again from its start.
       if (auto cursor = FileCursor::fromJsonText(row.text(1))) {
+        // The key holds the path's exact bytes; the JSON text holds a path that is not UTF-8
+        // with its bad bytes replaced, so the key is the one to trust and to save under again.
+        cursor->path = row.text(0);
         cursors.emplace(row.text(0), std::move(*cursor));
       }
     });

@@ -113,9 +113,41 @@ TEST(ClaudeLogParserTest, LinesThatAreNotUsableRepliesYieldNothing) {
   std::string synthetic = good;
   synthetic.replace(synthetic.find("\"m1\""), 4, "\"<synthetic>\"");
   EXPECT_FALSE(ClaudeLogParser::event(synthetic));
-  std::string invalidUtf8 = good;
-  invalidUtf8.replace(invalidUtf8.find("s1"), 2, "s\xff");
-  EXPECT_FALSE(ClaudeLogParser::event(invalidUtf8));
+}
+
+class ClaudeLogParserFileTest : public testing::TempDirTest {};
+
+// Truncated emoji in tool output leave a lone surrogate escape or a stray byte in a reply's line;
+// the line is parsed again with those replaced, and the reply counts.
+TEST_F(ClaudeLogParserFileTest, RepliesWithBrokenTextStillCount) {
+  struct Row {
+    const char* name;
+    std::string session;  // spliced into the line as it stands in the file
+    std::string decoded;
+  };
+  const std::vector<Row> rows = {
+      {"lone high surrogate", R"(s\ud83d)", "s\xEF\xBF\xBD"},
+      {"lone low surrogate", R"(\ude00s)", "\xEF\xBF\xBDs"},
+      {"a proper pair stays", R"(\ud83d\ude00)", "\xF0\x9F\x98\x80"},
+      {"Latin-1 byte", "caf\xe9", "caf\xEF\xBF\xBD"},
+      {"surrogate encoded as UTF-8", "\xed\xa0\xbd!", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD!"},
+      {"escaped backslash before u", R"(\\ud83d)", R"(\ud83d)"},
+  };
+  std::string file;
+  for (const Row& row : rows) {
+    std::string line = reply(R"({"output_tokens":1})");
+    line.replace(line.find("\"s1\""), 4, "\"" + row.session + "\"");
+    file += line + "\n";
+  }
+  const auto read = JSONLTail::read(write("t.jsonl", file), std::nullopt, 1 << 20);
+  ASSERT_EQ(read.lines.size(), rows.size());
+  for (size_t i = 0; i < rows.size(); ++i) {
+    SCOPED_TRACE(rows[i].name);
+    const auto quick = ClaudeLogParser::event(read.lines[i]);
+    ASSERT_TRUE(quick);
+    EXPECT_EQ(quick->sessionID, rows[i].decoded);
+    EXPECT_EQ(quick, ClaudeLogParser::event(read.lines[i].bytes));
+  }
 }
 
 TEST(ClaudeLogParserTest, EscapedTextIsDecodedBeforeComparing) {
@@ -126,8 +158,6 @@ TEST(ClaudeLogParserTest, EscapedTextIsDecodedBeforeComparing) {
   ASSERT_TRUE(event);
   EXPECT_EQ(event->tokens.output, 1);
 }
-
-class ClaudeLogParserFileTest : public testing::TempDirTest {};
 
 // Lines read from a file take a quick look at their type first; the outcome must be the one the
 // full parse of the same bytes gives, whatever the keys and their spelling.

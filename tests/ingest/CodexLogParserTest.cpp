@@ -137,8 +137,9 @@ TEST(CodexLogParserTest, UnusableLinesYieldNothingAndKeepTheContext) {
   }
   std::string invalidUtf8 = R"({"type":"turn_context","payload":{"model":"m2"},"x":"?"})";
   invalidUtf8[invalidUtf8.size() - 3] = '\xff';
+  // A stray byte costs only itself: the line is read with it replaced.
   EXPECT_FALSE(parser.consume(invalidUtf8));
-  EXPECT_EQ(parser.context().at("model"), "m1");
+  EXPECT_EQ(parser.context().at("model"), "m2");
 }
 
 TEST(CodexLogParserTest, TokenCountEventsCarryRateLimitWindows) {

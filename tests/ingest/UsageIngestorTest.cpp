@@ -185,6 +185,60 @@ TEST_F(UsageIngestorTest, RereadsReplacedAndTruncatedFilesWithoutCountingTwice) 
   EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|40|400|15|0"));
 }
 
+TEST_F(UsageIngestorTest, ALogRewrittenInPlaceIsReadAgainFromItsStart) {
+  std::string first, second;
+  for (int i = 0; i < 5; ++i) first += claudeLine(fmt::format("a{}", i), 1, "2026-11-20T09:00:00Z");
+  for (int i = 0; i < 12; ++i) {
+    second += claudeLine(fmt::format("b{}", i), 2, "2026-11-20T10:00:00Z") + toolLine();
+  }
+  writeHome(claudeFile(), first);
+  EXPECT_EQ(pass(now_).totalNewEvents(), 5);
+
+  // Copied over in place: the same inode, and longer than what was read.
+  const fs::path path = home() / claudeFile();
+  struct stat before {
+  }, after{};
+  ASSERT_EQ(::stat(path.c_str(), &before), 0);
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << second;
+  ASSERT_EQ(::stat(path.c_str(), &after), 0);
+  ASSERT_EQ(after.st_ino, before.st_ino);
+  EXPECT_EQ(pass(now_).totalNewEvents(), 12);
+  EXPECT_EQ(keys().size(), 17u);
+  EXPECT_EQ(pass(now_).filesRead, 0u);
+}
+
+TEST_F(UsageIngestorTest, ALogWhoseNameIsNotUTF8IsReadOnce) {
+  writeHome(claudeFile("p/s\xff\xfe.jsonl"), claudeLine("m1", 3, "2026-11-20T09:00:00Z"));
+  EXPECT_EQ(pass(now_).totalNewEvents(), 1);
+  const IngestResult again = pass(now_);
+  EXPECT_EQ(again.filesRead, 0u);
+  EXPECT_EQ(again.bytesRead, 0);
+  RawDatabase raw{dbPath()};
+  EXPECT_THAT(raw.rows("SELECT COUNT(*) FROM cursors"), ElementsAre("1"));
+}
+
+TEST_F(UsageIngestorTest, ALongUnfinishedLineIsNotScannedAgain) {
+  // A reply whose line is still being written: a megabyte of text and no line end yet.
+  const std::string line = claudeLine("long", 7, "2026-11-20T09:00:00Z");
+  const std::string head = line.substr(0, line.size() - 3) + std::string(1 << 20, ' ');
+  writeHome(claudeFile(), claudeLine("m0", 1, "2026-11-20T08:00:00Z") + head);
+  EXPECT_EQ(pass(now_).totalNewEvents(), 1);
+  auto scanned = [&] {
+    UsageStore store{dbPath()};
+    return store.cursor((home() / claudeFile()).string())->integerEntry("scanned");
+  };
+  EXPECT_EQ(scanned(), static_cast<int64_t>(fs::file_size(home() / claudeFile())));
+
+  appendHome(claudeFile(), std::string(1000, ' '));
+  EXPECT_EQ(pass(now_).totalNewEvents(), 0);
+  EXPECT_EQ(scanned(), static_cast<int64_t>(fs::file_size(home() / claudeFile())));
+
+  appendHome(claudeFile(), line.substr(line.size() - 3));
+  EXPECT_EQ(pass(now_).totalNewEvents(), 1);
+  EXPECT_EQ(scanned(), std::nullopt);
+  EXPECT_THAT(keys(), ElementsAre("long", "m0"));
+}
+
 TEST_F(UsageIngestorTest, CodexCountsRisingTotalsAndKeepsItsContextBetweenReads) {
   const fs::path file = ".codex/sessions/2026/11/20/rollout-1.jsonl";
   writeHome(file, codexMeta("s1", "gpt-5.3-codex") + tokenCount(100, 100, 30, 5));

@@ -1,0 +1,107 @@
+#include "ingest/LogResume.hpp"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "platform/FileDescriptor.hpp"
+
+namespace brimlog {
+namespace {
+
+constexpr const char* kFingerprintKey = "fingerprint";
+constexpr const char* kScannedKey = "scanned";
+// Bytes hashed at each end of what was read.
+constexpr int64_t kWindow = 4096;
+// A shorter unfinished line is cheaper to read again than to track.
+constexpr int64_t kTrackedLine = 64 << 10;
+
+// Fills `buffer` from `offset`; the bytes read, or nothing on an error.
+std::optional<size_t> readAt(int fd, char* buffer, size_t want, int64_t offset) {
+  size_t have = 0;
+  while (have < want) {
+    const ssize_t n = ::pread(fd, buffer + have, want - have, offset + static_cast<off_t>(have));
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return std::nullopt;
+    if (n == 0) break;
+    have += static_cast<size_t>(n);
+  }
+  return have;
+}
+
+// FNV-1a, 64 bits: stable across builds and machines, as a stored value must be.
+uint64_t hashed(const char* bytes, size_t length) {
+  uint64_t hash = 0xcbf29ce484222325ULL;
+  for (size_t i = 0; i < length; ++i) {
+    hash ^= static_cast<unsigned char>(bytes[i]);
+    hash *= 0x100000001b3ULL;
+  }
+  return hash;
+}
+
+}  // namespace
+
+std::optional<std::string> LogResume::fingerprint(const std::string& path, int64_t offset) {
+  const FileDescriptor fd{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+  if (!fd) return std::nullopt;
+  std::array<char, kWindow> buffer{};
+  const auto headLength = static_cast<size_t>(std::min(offset, kWindow));
+  const auto head = readAt(fd.get(), buffer.data(), headLength, 0);
+  if (!head || *head != headLength) return std::nullopt;
+  const uint64_t headHash = hashed(buffer.data(), *head);
+  const int64_t tailStart = std::max<int64_t>(0, offset - kWindow);
+  const auto tailLength = static_cast<size_t>(offset - tailStart);
+  const auto tail = readAt(fd.get(), buffer.data(), tailLength, tailStart);
+  if (!tail || *tail != tailLength) return std::nullopt;
+  return fmt::format("{:016x}{:016x}", headHash, hashed(buffer.data(), *tail));
+}
+
+std::optional<FileCursor> LogResume::verified(const std::string& path,
+                                              std::optional<FileCursor> cursor, uint64_t inode,
+                                              int64_t size) {
+  if (!cursor || cursor->inode != inode || cursor->offset <= 0 || cursor->offset > size) {
+    return cursor;
+  }
+  const auto stored = cursor->context.find(kFingerprintKey);
+  if (stored == cursor->context.end()) return cursor;
+  if (fingerprint(path, cursor->offset) == stored->second) return cursor;
+  return std::nullopt;
+}
+
+bool LogResume::onlyUnfinishedLine(const std::string& path, FileCursor& cursor, int64_t size) {
+  const std::optional<int64_t> scanned = cursor.integerEntry(kScannedKey);
+  if (!scanned || *scanned <= cursor.offset || *scanned > size) return false;
+  const FileDescriptor fd{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+  if (!fd) return false;  // the read that follows reports why
+  std::array<char, 64 << 10> buffer{};
+  for (int64_t at = *scanned; at < size;) {
+    const auto want = static_cast<size_t>(std::min<int64_t>(buffer.size(), size - at));
+    const auto got = readAt(fd.get(), buffer.data(), want, at);
+    if (!got) return false;
+    if (std::memchr(buffer.data(), '\n', *got) != nullptr) return false;
+    if (*got < want) break;  // shorter than it was: the read that follows sorts it out
+    at += static_cast<int64_t>(*got);
+  }
+  cursor.context[kScannedKey] = std::to_string(size);
+  return true;
+}
+
+void LogResume::remember(const std::string& path, FileCursor& cursor, bool atEOF, int64_t size) {
+  if (atEOF && size - cursor.offset >= kTrackedLine) {
+    cursor.context[kScannedKey] = std::to_string(size);
+  } else {
+    cursor.context.erase(kScannedKey);
+  }
+  const auto print = cursor.offset > 0 ? fingerprint(path, cursor.offset) : std::nullopt;
+  if (print) {
+    cursor.context[kFingerprintKey] = *print;
+  } else {
+    cursor.context.erase(kFingerprintKey);
+  }
+}
+
+}  // namespace brimlog
