@@ -19,6 +19,8 @@
 namespace brimlog {
 namespace {
 
+namespace fs = std::filesystem;
+
 IngestResult ingest(UsageStore& store, const HostSettings& settings) {
   ProgressBar bar;
   IngestOptions options;
@@ -122,15 +124,18 @@ std::string limitsTable(const std::vector<std::pair<ProviderID, ProviderLimits>>
 Commands::Commands(HostSettings settings, std::FILE* out)
     : out_(out), settings_(std::move(settings)) {}
 
-std::shared_ptr<UsageStore> Commands::store() {
+std::shared_ptr<UsageStore> Commands::store(Access access) {
   if (store_) return store_;
-  settings_.prepareDatabaseDirectory();
-  try {
-    store_ = std::make_shared<UsageStore>(settings_.database);
-  } catch (const UsageStoreError& error) {
-    throw CommandError("Cannot open the database " + settings_.database.string() + ": " +
-                       error.message());
+  if (access == Access::read) {
+    // Reading creates nothing: with no database yet there is simply nothing stored.
+    std::error_code error;
+    const bool exists = fs::exists(settings_.database, error);
+    store_ = std::make_shared<UsageStore>(exists ? settings_.database : fs::path(":memory:"),
+                                          UsageStoreOptions{.readOnly = exists});
+    return store_;
   }
+  settings_.prepareDatabaseDirectory();
+  store_ = std::make_shared<UsageStore>(settings_.database);
   return store_;
 }
 
@@ -185,7 +190,7 @@ int Commands::sync(const SyncOptions& options) {
 }
 
 int Commands::report(const ReportOptions& options) {
-  std::shared_ptr<UsageStore> opened = store();
+  std::shared_ptr<UsageStore> opened = store(options.noSync ? Access::read : Access::write);
   if (!options.noSync) ingest(*opened, settings_);
   const UsageSummary summary =
       opened->summary(options.days, settings_.now, settings_.calendar, PriceTable::bundled());
@@ -198,7 +203,7 @@ int Commands::report(const ReportOptions& options) {
 }
 
 int Commands::limits(const LimitsOptions& options) {
-  std::shared_ptr<UsageStore> opened = store();
+  std::shared_ptr<UsageStore> opened = store(Access::read);
   std::vector<std::pair<ProviderID, ProviderLimits>> all;
   for (ProviderID provider : ProviderID::allCases) {
     try {

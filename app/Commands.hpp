@@ -47,7 +47,10 @@ class Commands {
 
  private:
   std::vector<FetchOutcome> fetchLimits(LimitsEndpoints endpoints, bool force);
-  std::shared_ptr<UsageStore> store();
+  enum class Access { read, write };
+  // The store, opened on first use: for writing (creating it and its folder when missing), or
+  // for reading only, which creates and writes nothing.
+  std::shared_ptr<UsageStore> store(Access access = Access::write);
 
   std::FILE* out_;
   HostSettings settings_;

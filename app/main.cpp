@@ -9,7 +9,6 @@
 
 #include "Commands.hpp"
 #include "platform/AppVersion.hpp"
-#include "store/SQLiteDatabase.hpp"
 
 namespace {
 
@@ -113,8 +112,6 @@ int main(int argc, char** argv) {
     return commands.overview(SyncOptions{});
   } catch (const CommandError& error) {
     fmt::print(stderr, "brimlog: {}\n", error.what());
-  } catch (const UsageStoreError& error) {
-    fmt::print(stderr, "brimlog: database {}: {}\n", error.code(), error.message());
   } catch (const std::exception& error) {
     fmt::print(stderr, "brimlog: {}\n", error.what());
   }

@@ -8,10 +8,58 @@
 
 namespace brimlog {
 
-UsageStoreError::UsageStoreError(int32_t code, std::string message)
-    : std::runtime_error(fmt::format("{} (SQLite result code {})", message, code)),
+namespace {
+
+// What a user can do about a failure, by SQLite's primary result code.
+std::string_view advice(int32_t code) {
+  switch (code & 0xff) {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return "Another program is writing to it (a second brimlog sync?); try again when it is "
+             "done.";
+    case SQLITE_READONLY:
+    case SQLITE_PERM:
+    case SQLITE_AUTH:
+      return "The file or its folder cannot be written; check their permissions.";
+    case SQLITE_CANTOPEN:
+      return "Check that its folder exists and that you may read and write there.";
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+      return "The file is damaged or not a database; move it aside, and brimlog sync counts "
+             "again from the logs.";
+    case SQLITE_FULL:
+      return "The disk is full; free some space and try again.";
+    case SQLITE_IOERR:
+      return "The disk reported an error; check the file system.";
+    default:
+      return {};
+  }
+}
+
+std::string sentence(int32_t code, const std::string& message, const std::string& file,
+                     std::string_view doing) {
+  if (file.empty()) return fmt::format("{} (SQLite result code {})", message, code);
+  if (doing.empty()) return message;  // refused: the reason says it all
+  const std::string_view hint = advice(code);
+  return fmt::format("{}: cannot {}: {}.{}{}", file, doing, message, hint.empty() ? "" : " ", hint);
+}
+
+}  // namespace
+
+UsageStoreError::UsageStoreError(int32_t code, std::string message, std::string file,
+                                 std::string doing)
+    : std::runtime_error(sentence(code, message, file, doing)),
       code_(code),
-      message_(std::move(message)) {}
+      message_(std::move(message)),
+      file_(std::move(file)) {}
+
+UsageStoreError UsageStoreError::refused(const std::string& file, std::string reason) {
+  return UsageStoreError(SQLITE_NOTADB, std::move(reason), file, {});
+}
+
+UsageStoreError UsageStoreError::in(const std::string& file, std::string_view doing) const {
+  return UsageStoreError(code_, message_, file, std::string(doing));
+}
 
 int64_t Row::integer(int column) const { return sqlite3_column_int64(statement_, column); }
 

@@ -14,25 +14,35 @@ struct sqlite3_stmt;
 
 namespace brimlog {
 
-/// A failed SQLite call: its result code and SQLite's message for it (or "closed", "open failed").
+/// A database that failed: SQLite's result code and message, and, once the store has said so,
+/// the file and what was being done. `what()` is the whole sentence a user reads:
+///
+///     /home/me/.local/share/brimlog/usage.db: cannot save the new replies: database is locked.
+///     Another program is writing to it (a second brimlog sync?); try again when it is done.
 class UsageStoreError : public std::runtime_error {
  public:
   static UsageStoreError sqlite(int32_t code, std::string message) {
-    return UsageStoreError(code, std::move(message));
+    return UsageStoreError(code, std::move(message), {}, {});
   }
+  /// The file cannot be used as it stands (another program's database, a newer schema); the
+  /// reason is the whole message.
+  static UsageStoreError refused(const std::string& file, std::string reason);
+
+  /// The same failure, told with the file and what was being done ("save the new replies").
+  UsageStoreError in(const std::string& file, std::string_view doing) const;
 
   int32_t code() const { return code_; }
   const std::string& message() const { return message_; }
-
+  const std::string& file() const { return file_; }
   bool operator==(const UsageStoreError& other) const {
     return code_ == other.code_ && message_ == other.message_;
   }
 
  private:
-  UsageStoreError(int32_t code, std::string message);
-
+  UsageStoreError(int32_t code, std::string message, std::string file, std::string doing);
   int32_t code_;
   std::string message_;
+  std::string file_;
 };
 
 /// One statement parameter: text (bound up to its first NUL, as C strings are), a 64-bit integer,
@@ -71,8 +81,9 @@ class PreparedStatement {
 /// bindings cleared, so no use can see the parameters or the half-read results of another.
 class SQLiteDatabase {
  public:
-  /// Opens (creating if needed) the database at `path` with the given `sqlite3_open_v2` flags.
-  /// Throws `UsageStoreError` with SQLite's code and message, or "open failed" without a handle.
+  /// Opens (creating if needed) the database at `path` with the given `sqlite3_open_v2` flags,
+  /// `path` being a URI when the flags say so. Throws `UsageStoreError` with SQLite's code and
+  /// message, or "open failed" without a handle.
   SQLiteDatabase(const std::string& path, int flags);
   ~SQLiteDatabase();
   SQLiteDatabase(const SQLiteDatabase&) = delete;

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <unordered_map>
 
 #include "store/PriceTable.hpp"
@@ -119,36 +120,91 @@ class BatchTotals {
 
 }  // namespace
 
-UsageStore::UsageStore(const std::filesystem::path& url) {
-  const std::string path = url.filename() == ":memory:" ? ":memory:" : url.string();
-  auto db = std::make_unique<SQLiteDatabase>(
-      path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX);
+UsageStore::UsageStore(const std::filesystem::path& url, UsageStoreOptions options)
+    : path_(url.string()) {
+  const bool memory = url.filename() == ":memory:";
+  try {
+    db_ = open(memory ? ":memory:" : path_, options);
+  } catch (const UsageStoreError& error) {
+    if (!error.file().empty()) throw;
+    throw error.in(path_, "open the usage database");
+  }
+}
+
+std::unique_ptr<SQLiteDatabase> UsageStore::open(const std::string& path,
+                                                 const UsageStoreOptions& options) const {
+  const int mode =
+      options.readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+  auto db = std::make_unique<SQLiteDatabase>(path, mode | SQLITE_OPEN_FULLMUTEX);
+  // Another writer (a second sync) is waited for rather than failed at once.
+  sqlite3_busy_timeout(db->handle(),
+                       static_cast<int>(std::clamp(options.busyTimeout, 0.0, 3600.0) * 1000));
+
+  // Look before writing anything: a file of another program, or of a newer Brimlog, is left
+  // exactly as it was.
+  int64_t applicationID = 0, version = 0, tables = 0, ours = 0;
+  try {
+    db->query("PRAGMA application_id", {}, [&](const Row& row) { applicationID = row.integer(0); });
+  } catch (const UsageStoreError& error) {
+    // In a folder that cannot be written, a read-only open finds no shared-memory file to
+    // coordinate readers through; no one can write there, so reading the file as it is is safe.
+    if (!options.readOnly || (error.code() & 0xff) != SQLITE_CANTOPEN) throw;
+    db = std::make_unique<SQLiteDatabase>(
+        "file:" + path + "?immutable=1",
+        SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_FULLMUTEX);
+    db->query("PRAGMA application_id", {}, [&](const Row& row) { applicationID = row.integer(0); });
+  }
+  db->query("PRAGMA user_version", {}, [&](const Row& row) { version = row.integer(0); });
+  db->query("SELECT name FROM sqlite_schema WHERE type = 'table' AND name NOT LIKE 'sqlite_%'", {},
+            [&](const Row& row) {
+              ++tables;
+              const std::string_view name = row.text(0);
+              if (name == "seen" || name == "daily" || name == "sessions" || name == "cursors" ||
+                  name == "limits") {
+                ++ours;
+              }
+            });
+  // A file without our id is ours only when it holds our tables and nothing else (a database
+  // this program wrote before it set the id), or nothing at all.
+  const bool mine = applicationID == applicationId ||
+                    (applicationID == 0 && (tables == 0 || (tables == ours && version > 0)));
+  if (!mine) throw UsageStoreError::refused(path_, path_ + " is not a Brimlog database");
+  if (version > schemaVersion) {
+    throw UsageStoreError::refused(
+        path_, fmt::format("{} was written by a newer Brimlog (schema {}); this one reads up to "
+                           "schema {}",
+                           path_, version, schemaVersion));
+  }
+  if (options.readOnly) return db;
+
   db->exec("PRAGMA journal_mode=WAL");
   // A cache that holds a few months of keys, so a large ingest is not spent re-reading pages;
   // in WAL mode NORMAL still commits atomically and loses at most the last transactions on a
   // power cut, and a batch is stored together with its cursors, so such a loss is only read again.
   db->exec("PRAGMA cache_size=-32768");
   db->exec("PRAGMA synchronous=NORMAL");
-  std::optional<int64_t> version;
-  db->query("PRAGMA user_version", {}, [&](const Row& row) {
-    if (!version) version = row.integer(0);
-  });
-  if (!version || *version <= 0) {
+  if (version <= 0 || applicationID != applicationId) {
     db->transaction([&] {
-      db->exec(sql::kSchema);
-      db->exec(fmt::format("PRAGMA user_version = {}", schemaVersion));
+      if (version <= 0) db->exec(sql::kSchema);
+      db->exec(fmt::format("PRAGMA user_version = {}", version <= 0 ? schemaVersion : version));
+      db->exec(fmt::format("PRAGMA application_id = {}", applicationId));
     });
   }
-  db_ = std::move(db);
+  return db;
 }
 
 UsageStore::~UsageStore() = default;
 
 template <typename Body>
-decltype(auto) UsageStore::withDatabase(Body&& body) {
+decltype(auto) UsageStore::withDatabase(std::string_view doing, Body&& body) {
   std::lock_guard lock(mutex_);
-  if (!db_) throw UsageStoreError::sqlite(SQLITE_MISUSE, "closed");
-  return body(*db_);
+  try {
+    if (!db_) throw UsageStoreError::sqlite(SQLITE_MISUSE, "closed");
+    return body(*db_);
+  } catch (const UsageStoreError& error) {
+    if (!error.file().empty()) throw;
+    throw error.in(path_, doing);
+  }
 }
 
 int64_t UsageStore::ingest(std::span<const UsageEvent> events, const Calendar& calendar,
@@ -160,7 +216,7 @@ int64_t UsageStore::ingest(std::span<const UsageEvent> events, const Calendar& c
   for (const FileCursor& cursor : cursors) cursorTexts.push_back(json::dump(cursor.toJson()));
 
   DayKeys dayKeys{calendar};
-  return withDatabase([&](SQLiteDatabase& db) {
+  return withDatabase("save the new replies", [&](SQLiteDatabase& db) {
     const PreparedStatement insertSeen = db.prepared(kInsertSeen);
     const PreparedStatement saveCursor = db.prepared(kSaveCursor);
     BatchTotals totals{db};
@@ -189,7 +245,7 @@ int64_t UsageStore::ingest(std::span<const UsageEvent> events, const Calendar& c
 
 std::optional<FileCursor> UsageStore::cursor(const std::string& path) {
   std::optional<std::string> text;
-  withDatabase([&](SQLiteDatabase& db) {
+  withDatabase("read a log's cursor", [&](SQLiteDatabase& db) {
     db.query("SELECT json FROM cursors WHERE path = ?1", {path}, [&](const Row& row) {
       if (!text) text = std::string(row.text(0));
     });
@@ -202,7 +258,7 @@ std::optional<FileCursor> UsageStore::cursor(const std::string& path) {
 
 std::map<std::string, FileCursor> UsageStore::allCursors() {
   std::map<std::string, FileCursor> cursors;
-  withDatabase([&](SQLiteDatabase& db) {
+  withDatabase("read the logs' cursors", [&](SQLiteDatabase& db) {
     db.query("SELECT path, json FROM cursors", {}, [&](const Row& row) {
       // A damaged row is as good as none: that file is read again from its start.
       if (auto cursor = FileCursor::fromJsonText(row.text(1))) {
@@ -218,11 +274,13 @@ std::map<std::string, FileCursor> UsageStore::allCursors() {
 
 void UsageStore::save(const FileCursor& cursor) {
   const std::string text = json::dump(cursor.toJson());
-  withDatabase([&](SQLiteDatabase& db) { db.run(kSaveCursor, {cursor.path, text}); });
+  withDatabase("save a log's cursor", [&](SQLiteDatabase& db) {
+    db.run(kSaveCursor, {cursor.path, text});
+  });
 }
 
 void UsageStore::resetCursors(ProviderID provider) {
-  withDatabase([&](SQLiteDatabase& db) {
+  withDatabase("reset the cursors", [&](SQLiteDatabase& db) {
     std::vector<std::pair<std::string, std::string>> rows;
     db.query("SELECT path, json FROM cursors", {},
              [&](const Row& row) { rows.emplace_back(row.text(0), row.text(1)); });
@@ -244,7 +302,7 @@ void UsageStore::resetCursors(ProviderID provider) {
 
 void UsageStore::setLimits(const ProviderLimits& limits, ProviderID provider) {
   const std::string text = json::dump(limits.toJson(DateForm::referenceSeconds));
-  withDatabase([&](SQLiteDatabase& db) {
+  withDatabase("store the limits", [&](SQLiteDatabase& db) {
     db.run("INSERT OR REPLACE INTO limits(provider, json) VALUES(?1, ?2)",
            {provider.rawValue(), text});
   });
@@ -252,7 +310,7 @@ void UsageStore::setLimits(const ProviderLimits& limits, ProviderID provider) {
 
 std::optional<ProviderLimits> UsageStore::limits(ProviderID provider) {
   std::optional<std::string> text;
-  withDatabase([&](SQLiteDatabase& db) {
+  withDatabase("read the stored limits", [&](SQLiteDatabase& db) {
     db.query("SELECT json FROM limits WHERE provider = ?1", {provider.rawValue()},
              [&](const Row& row) {
                if (!text) text = std::string(row.text(0));
@@ -264,7 +322,7 @@ std::optional<ProviderLimits> UsageStore::limits(ProviderID provider) {
 
 void UsageStore::prune(Date date, const Calendar& calendar) {
   const std::string cutoff = calendar.dayKey(date);
-  withDatabase([&](SQLiteDatabase& db) {
+  withDatabase("prune old rows", [&](SQLiteDatabase& db) {
     db.transaction([&] {
       db.run("DELETE FROM daily WHERE day < ?1", {cutoff});
       db.run("DELETE FROM sessions WHERE day < ?1", {cutoff});
@@ -278,7 +336,7 @@ UsageSummary UsageStore::summary(int days, Date now, const Calendar& calendar,
   const SummaryWindow window = SummaryWindow::make(days, now, calendar);
   std::vector<SummaryRow> rows;
   std::vector<SessionCount> sessions;
-  withDatabase([&](SQLiteDatabase& db) {
+  withDatabase("read the usage summary", [&](SQLiteDatabase& db) {
     const std::initializer_list<Bind> range = {window.firstKey, window.lastKey};
     db.query(sql::kSummaryUsage, range, [&](const Row& row) {
       const auto provider = ProviderID::fromRawValue(row.text(0));

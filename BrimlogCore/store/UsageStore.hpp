@@ -23,6 +23,14 @@ namespace brimlog {
 class PriceTable;
 struct UsageSummary;
 
+struct UsageStoreOptions {
+  /// Open for reading only: nothing is created or written, and a file in a folder that cannot
+  /// be written still opens.
+  bool readOnly = false;
+  /// Seconds to wait for another program's write to finish before failing as busy.
+  double busyTimeout = 10;
+};
+
 /// The local usage database: per provider, model and local day, the summed tokens and reported
 /// costs of every event ever counted; the keys already counted (so a re-read log never counts a
 /// reply twice); the first day of every session; the log readers' cursors; and each provider's
@@ -30,8 +38,12 @@ struct UsageSummary;
 ///
 /// Every operation runs on the one connection, one at a time; callers on any thread block until
 /// theirs is done. Operations are not re-entrant. Write operations are transactions started with
-/// BEGIN IMMEDIATE: all or nothing. No busy timeout is set, so a database locked by another
-/// writer fails at once with SQLITE_BUSY instead of waiting.
+/// BEGIN IMMEDIATE: all or nothing. A database another program is writing to is waited for
+/// (`busyTimeout`), then reported as busy.
+///
+/// The file carries this program's `application_id`: a file of another program (another id, or
+/// no id and tables that are not ours) and a file of a newer schema are refused untouched.
+/// Errors name the file, what was being done and what the user can do (`UsageStoreError`).
 ///
 ///     UsageStore store{dataDir / "usage.db"};
 ///     int64_t added = store.ingest(events, Calendar::current(), cursors);
@@ -40,11 +52,13 @@ struct UsageSummary;
 class UsageStore {
  public:
   static constexpr int32_t schemaVersion = 1;
+  /// "Brml" in ASCII: the `application_id` that marks a file as this program's.
+  static constexpr int32_t applicationId = 0x42726d6c;
 
   /// Opens or creates the database at `url`; a last path component of exactly ":memory:" opens a
   /// private in-memory database instead. Creates the schema unless `user_version` is already
   /// positive. Throws `UsageStoreError`.
-  explicit UsageStore(const std::filesystem::path& url);
+  explicit UsageStore(const std::filesystem::path& url, UsageStoreOptions options = {});
   ~UsageStore();
   UsageStore(const UsageStore&) = delete;
   UsageStore& operator=(const UsageStore&) = delete;
@@ -87,12 +101,17 @@ class UsageStore {
   UsageSummary summary(int days, Date now, const Calendar& calendar, const PriceTable& prices);
 
  private:
-  // Runs `body` with the connection, serialised with every other operation.
+  std::unique_ptr<SQLiteDatabase> open(const std::string& path,
+                                       const UsageStoreOptions& options) const;
+
+  // Runs `body` with the connection, serialised with every other operation; a failure is told
+  // with the file and `doing`.
   template <typename Body>
-  decltype(auto) withDatabase(Body&& body);
+  decltype(auto) withDatabase(std::string_view doing, Body&& body);
 
   void saveCursorText(const std::string& path, const std::string& json);
 
+  std::string path_;
   std::mutex mutex_;
   std::unique_ptr<SQLiteDatabase> db_;
 };

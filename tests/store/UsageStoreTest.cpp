@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <fstream>
+#include <thread>
 
 #include "store/StoreSQL.hpp"
 #include "store/UsageStore.hpp"
@@ -55,17 +56,84 @@ TEST_F(UsageStoreTest, CreatesTheFiveTablesAndTheSchemaVersion) {
   EXPECT_THAT(columns("limits"), ElementsAre("provider:TEXT:1", "json:TEXT:0"));
 }
 
-TEST_F(UsageStoreTest, AnExistingSchemaVersionIsTakenAsIs) {
-  // A file whose user_version is already set gets no tables at all.
-  sqlite3* db = nullptr;
-  ASSERT_EQ(sqlite3_open(dbPath().c_str(), &db), SQLITE_OK);
-  sqlite3_exec(db, "PRAGMA user_version = 7; CREATE TABLE other(x)", nullptr, nullptr, nullptr);
-  sqlite3_close(db);
-  { UsageStore store{dbPath()}; }
-  RawDatabase raw{dbPath()};
-  EXPECT_THAT(raw.rows("SELECT name FROM sqlite_master WHERE type = 'table'"),
-              ElementsAre("other"));
-  EXPECT_THAT(raw.rows("PRAGMA user_version"), ElementsAre("7"));
+std::string contents(const std::filesystem::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// Another program's database, or one of a newer Brimlog, is refused and left as it was; an empty
+// file and a database of ours written before it carried the id are taken.
+TEST_F(UsageStoreTest, OpensOnlyItsOwnDatabases) {
+  struct Row {
+    const char* name;
+    std::string setup;    // run on the file first
+    const char* refusal;  // the message's tail, or nothing when the file is taken
+  };
+  const std::vector<Row> rows = {
+      {"empty file", "", nullptr},
+      {"another program's tables", "CREATE TABLE other(x)", " is not a Brimlog database"},
+      {"our tables beside others", std::string(sql::kSchema) + "CREATE TABLE other(x);",
+       " is not a Brimlog database"},
+      {"another program's id", "PRAGMA application_id = 7", " is not a Brimlog database"},
+      {"a newer schema", std::string(sql::kSchema) + "PRAGMA user_version = 2;",
+       " was written by a newer Brimlog (schema 2); this one reads up to schema 1"},
+      {"ours before the id", std::string(sql::kSchema) + "PRAGMA user_version = 1;", nullptr},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    std::filesystem::remove(dbPath());
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(dbPath().c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(db, row.setup.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(db);
+    const std::string before = contents(dbPath());
+    if (!row.refusal) {
+      { UsageStore store{dbPath()}; }
+      RawDatabase raw{dbPath()};
+      EXPECT_THAT(raw.rows("PRAGMA application_id"),
+                  ElementsAre(std::to_string(UsageStore::applicationId)));
+      EXPECT_THAT(raw.rows("PRAGMA user_version"), ElementsAre("1"));
+      continue;
+    }
+    for (bool readOnly : {false, true}) {
+      try {
+        UsageStore store{dbPath(), {.readOnly = readOnly}};
+        ADD_FAILURE() << "opened";
+      } catch (const UsageStoreError& error) {
+        EXPECT_EQ(std::string(error.what()), dbPath().string() + row.refusal);
+      }
+    }
+    EXPECT_TRUE(contents(dbPath()) == before) << "the file was changed";
+    EXPECT_FALSE(std::filesystem::exists(dbPath().string() + "-wal"));
+  }
+}
+
+// A second writer waits for the first; past the wait, the error names the file, what was being
+// done, SQLite's reason and what to do.
+TEST_F(UsageStoreTest, ABusyDatabaseIsWaitedForThenReportedPlainly) {
+  { UsageStore create{dbPath()}; }
+  auto blocker = std::make_unique<RawDatabase>(dbPath());
+  ASSERT_EQ(blocker->exec("BEGIN IMMEDIATE"), SQLITE_OK);
+  std::thread release{[&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    blocker->exec("COMMIT");
+  }};
+  UsageStore waiting{dbPath()};
+  EXPECT_EQ(waiting.ingest(std::vector{event("a", "2025-03-01T10:00:00Z")}, utc), 1);
+  release.join();
+
+  ASSERT_EQ(blocker->exec("BEGIN IMMEDIATE"), SQLITE_OK);
+  UsageStore impatient{dbPath(), {.busyTimeout = 0.05}};
+  try {
+    impatient.ingest(std::vector{event("b", "2025-03-01T10:00:00Z")}, utc);
+    ADD_FAILURE() << "wrote past the lock";
+  } catch (const UsageStoreError& error) {
+    EXPECT_EQ(std::string(error.what()),
+              dbPath().string() +
+                  ": cannot save the new replies: database is locked. Another program is "
+                  "writing to it (a second brimlog sync?); try again when it is done.");
+  }
+  blocker->exec("ROLLBACK");
 }
 
 TEST_F(UsageStoreTest, EveryKeyIsCountedOnceAcrossAndWithinBatches) {
