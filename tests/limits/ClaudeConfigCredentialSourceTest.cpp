@@ -2,6 +2,7 @@
 #include <stdlib.h>
 
 #include "limits/ClaudeConfigCredentialSource.hpp"
+#include "support/ScopedEnvironment.hpp"
 #include "support/StubCredentialSource.hpp"
 #include "support/TempDir.hpp"
 
@@ -15,19 +16,7 @@ const std::string kRecord = R"({"claudeAiOauth":{"accessToken":"sk-ant-oat01-x"}
 
 using testing::errorOf;
 
-// Sets an environment variable for the life of the object and puts the old value back after.
-class ScopedEnvironment {
- public:
-  ScopedEnvironment(const char* name, const char* value) : name_(name) {
-    if (const char* old = ::getenv(name)) old_ = old;
-    value ? ::setenv(name, value, 1) : ::unsetenv(name);
-  }
-  ~ScopedEnvironment() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
-
- private:
-  const char* name_;
-  std::optional<std::string> old_;
-};
+using testing::ScopedEnvironment;
 
 class ClaudeConfigCredentialSourceTest : public testing::TempDirTest {};
 
@@ -50,11 +39,11 @@ TEST_F(ClaudeConfigCredentialSourceTest, ReadsTheRecordFromTheConfigurationFolde
 TEST_F(ClaudeConfigCredentialSourceTest, TheEnvironmentChoosesTheFolder) {
   const auto home = dir() / "home";
   {
-    const ScopedEnvironment set("CLAUDE_CONFIG_DIR", (dir() / "custom").c_str());
+    const ScopedEnvironment set("CLAUDE_CONFIG_DIR", (dir() / "custom").string());
     EXPECT_EQ(ClaudeConfigCredentialSource::fromEnvironment(home).credentialsFile(),
               dir() / "custom" / ".credentials.json");
   }
-  for (const char* value : {static_cast<const char*>(nullptr), ""}) {
+  for (const auto& value : {std::optional<std::string>(), std::optional<std::string>("")}) {
     const ScopedEnvironment unset("CLAUDE_CONFIG_DIR", value);
     EXPECT_EQ(ClaudeConfigCredentialSource::fromEnvironment(home).credentialsFile(),
               home / ".claude" / ".credentials.json");

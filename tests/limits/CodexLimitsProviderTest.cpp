@@ -11,6 +11,7 @@
 #include "store/UsageStore.hpp"
 #include "support/LimitsPrinting.hpp"
 #include "support/RawDatabase.hpp"
+#include "support/ScopedEnvironment.hpp"
 #include "support/StubCredentialSource.hpp"
 #include "support/StubHTTPServer.hpp"
 #include "support/TempDir.hpp"
@@ -385,22 +386,13 @@ TEST_F(CodexLimitsProviderTest, TheTokenNeverAppearsInWhatTheProviderProduces) {
 }
 
 TEST(CodexLimitsProviderHomeTest, CodexHomeFollowsTheEnvironment) {
-  const char* previous = std::getenv("CODEX_HOME");
-  const std::optional<std::string> saved =
-      previous ? std::optional<std::string>(previous) : std::nullopt;
-
-  ::unsetenv("CODEX_HOME");
+  testing::ScopedEnvironment environment;
+  environment.unset("CODEX_HOME");
   EXPECT_EQ(CodexLimitsProvider::defaultCodexHome("/home/u"), "/home/u/.codex");
-  ::setenv("CODEX_HOME", "", 1);
+  environment.set("CODEX_HOME", "");
   EXPECT_EQ(CodexLimitsProvider::defaultCodexHome("/home/u"), "/home/u/.codex");
-  ::setenv("CODEX_HOME", "/srv/codex-home", 1);
+  environment.set("CODEX_HOME", "/srv/codex-home");
   EXPECT_EQ(CodexLimitsProvider::defaultCodexHome("/home/u"), "/srv/codex-home");
-
-  if (saved) {
-    ::setenv("CODEX_HOME", saved->c_str(), 1);
-  } else {
-    ::unsetenv("CODEX_HOME");
-  }
 }
 
 }  // namespace
