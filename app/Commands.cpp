@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <memory>
+#include <string_view>
 
 #include "ProgressBar.hpp"
 #include "TextTable.hpp"
@@ -135,13 +137,19 @@ std::shared_ptr<UsageStore> Commands::store() {
 
 std::vector<FetchOutcome> Commands::fetchLimits(LimitsEndpoints endpoints, bool force) {
   const ProviderLocations locations{settings_.home};
-  LimitsFetcher fetcher{store(),
-                        locations,
-                        std::make_shared<ClaudeConfigCredentialSource>(
-                            ClaudeConfigCredentialSource::fromEnvironment(settings_.home)),
-                        std::make_shared<CurlHTTPClient>(),
-                        std::move(endpoints),
-                        CodexLimitsProvider::defaultCodexHome(settings_.home)};
+  // The tools' own variables say where they keep their sign-ins; unset reads as empty.
+  const auto variable = [](const char* name) {
+    const char* value = std::getenv(name);
+    return std::string_view(value ? value : "");
+  };
+  LimitsFetcher fetcher{
+      store(),
+      locations,
+      std::make_shared<ClaudeConfigCredentialSource>(ClaudeConfigCredentialSource::configDirsFor(
+          settings_.home, variable("CLAUDE_CONFIG_DIR"))),
+      std::make_shared<CurlHTTPClient>(),
+      std::move(endpoints),
+      CodexLimitsProvider::codexHomeFor(settings_.home, variable("CODEX_HOME"))};
   const std::filesystem::path statePath = RefreshState::pathFor(settings_.database);
   RefreshState state = RefreshState::load(statePath);
   std::vector<FetchOutcome> outcomes = fetcher.run(settings_.now, state, force);
