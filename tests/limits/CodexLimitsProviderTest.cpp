@@ -4,6 +4,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "limits/CodexLimitsProvider.hpp"
@@ -70,40 +71,36 @@ LimitWindow live(const char* id, double used, std::optional<double> duration,
                      resetsAt, LimitSource::live()};
 }
 
-ProviderLimits failure(ProviderStatus status) {
-  return ProviderLimits{std::nullopt, {}, std::nullopt, status, kNow};
+ProviderLimits answer(ProviderStatus status, std::optional<std::string> plan = std::nullopt,
+                      std::vector<LimitWindow> windows = {}) {
+  return ProviderLimits{std::move(plan), std::move(windows), std::nullopt, status, kNow};
 }
 
+const ProviderLimits kUsage =
+    answer(ProviderStatus::ok, "Plus",
+           {live("session", 0.425, 18000, dateFromUnixSeconds(1750003600.5)),
+            live("weekly", 1.0, 604800, dateFromUnixSeconds(1750500000))});
+
 TEST(CodexUsageDecodingTest, ResponsesGiveThePlanAndTheWindowsWithTheirOwnLengths) {
-  const auto ok = [](std::optional<std::string> plan, std::vector<LimitWindow> windows) {
-    return std::optional<ProviderLimits>(ProviderLimits{std::move(plan), std::move(windows),
-                                                        std::nullopt, ProviderStatus::ok, kNow});
-  };
-  struct Row {
-    std::string body;
-    std::optional<ProviderLimits> limits;
-  };
-  const Row rows[] = {
-      {kUsageBody, ok("Plus", {live("session", 0.425, 18000, dateFromUnixSeconds(1750003600.5)),
-                               live("weekly", 1.0, 604800, dateFromUnixSeconds(1750500000))})},
-      {R"({"plan_type":"team"})", ok("Team", {})},
-      {R"({"plan_type":"","rate_limit":null})", ok(std::nullopt, {})},
+  const std::pair<std::string, ProviderLimits> rows[] = {
+      {kUsageBody, kUsage},
+      {R"({"plan_type":"team"})", answer(ProviderStatus::ok, "Team")},
+      {R"({"plan_type":"","rate_limit":null})", answer(ProviderStatus::ok)},
       // A window needs its figure; length and reset time may be missing.
       {R"({"rate_limit":{"primary_window":{"limit_window_seconds":18000,"reset_at":1750003600},
           "secondary_window":{"used_percent":-3,"limit_window_seconds":null}}})",
-       ok(std::nullopt, {live("weekly", 0.0, std::nullopt)})},
+       answer(ProviderStatus::ok, std::nullopt, {live("weekly", 0.0, std::nullopt)})},
       {R"({"rate_limit":{"primary_window":{"used_percent":10,"limit_window_seconds":3600}}})",
-       ok(std::nullopt, {live("session", 0.1, 3600)})},
-      {"<html></html>", std::nullopt},
-      {"[]", std::nullopt},
-      {R"({"plan_type":1})", std::nullopt},
-      {R"({"rate_limit":[]})", std::nullopt},
-      {R"({"rate_limit":{"primary_window":{"used_percent":"5"}}})", std::nullopt},
-      {R"({"rate_limit":{"secondary_window":{"used_percent":5,"reset_at":"soon"}}})", std::nullopt},
-      {R"({"rate_limit":{"primary_window":{"limit_window_seconds":"5h"}}})", std::nullopt},
-  };
-  for (const Row& row : rows) {
-    EXPECT_EQ(CodexLimitsProvider::decodeUsage(row.body, kNow), row.limits) << row.body;
+       answer(ProviderStatus::ok, std::nullopt, {live("session", 0.1, 3600)})}};
+  for (const auto& [body, limits] : rows) {
+    EXPECT_EQ(CodexLimitsProvider::decodeUsage(body, kNow), limits) << body;
+  }
+  for (const char* body :
+       {"<html></html>", "[]", R"({"plan_type":1})", R"({"rate_limit":[]})",
+        R"({"rate_limit":{"primary_window":{"used_percent":"5"}}})",
+        R"({"rate_limit":{"secondary_window":{"used_percent":5,"reset_at":"soon"}}})",
+        R"({"rate_limit":{"primary_window":{"limit_window_seconds":"5h"}}})"}) {
+    EXPECT_EQ(CodexLimitsProvider::decodeUsage(body, kNow), std::nullopt) << body;
   }
   // A service echoing the token back must not carry it into the record: only known fields count.
   const auto echoed = CodexLimitsProvider::decodeUsage(
@@ -115,27 +112,20 @@ TEST(CodexUsageDecodingTest, ResponsesGiveThePlanAndTheWindowsWithTheirOwnLength
 }
 
 TEST(CodexUsageDecodingTest, TheExpiryIsReadFromTheTokenPayload) {
-  // Payload bytes whose base64url form uses "-" and "_".
+  // Payload bytes whose base64url form uses "-" and "_"; two parts are enough.
   const std::string encoded = base64URL(R"({"exp":1700000000,"n":"??>>"})");
   ASSERT_NE(encoded.find_first_of("-_"), std::string::npos);
-  const std::pair<std::string, std::optional<Date>> rows[] = {
-      {jwt(R"({"exp":1750000000})"), dateFromUnixSeconds(1750000000)},
-      {jwt(R"({"exp":1750000000.75,"iat":1})"), dateFromUnixSeconds(1750000000.75)},
-      {"h." + encoded, dateFromUnixSeconds(1700000000)},  // two parts are enough
-      {"." + encoded + "..", dateFromUnixSeconds(1700000000)},
-      {base64URL(R"({"exp":1})"), std::nullopt},  // one part
-      {"", std::nullopt},
-      {"a..c", std::nullopt},      // empty payload
-      {"a.!!!!.c", std::nullopt},  // not base64
-      {"a." + base64URL("not json") + ".c", std::nullopt},
-      {jwt("[1750000000]"), std::nullopt},
-      {jwt("{}"), std::nullopt},
-      {jwt(R"({"exp":"1750000000"})"), std::nullopt},
-      {jwt(R"({"exp":null})"), std::nullopt},
-      {jwt(R"({"exp":true})"), std::nullopt},
-  };
-  for (const auto& [token, expiry] : rows) {
-    EXPECT_EQ(CodexLimitsProvider::tokenExpiry(token), expiry) << token;
+  EXPECT_EQ(CodexLimitsProvider::tokenExpiry("h." + encoded), dateFromUnixSeconds(1700000000));
+  EXPECT_EQ(CodexLimitsProvider::tokenExpiry("." + encoded + ".."),
+            dateFromUnixSeconds(1700000000));
+  EXPECT_EQ(CodexLimitsProvider::tokenExpiry(jwt(R"({"exp":1750000000.75,"iat":1})")),
+            dateFromUnixSeconds(1750000000.75));
+  // One part, an empty payload, not base64, not JSON, not an object, no number.
+  for (const std::string& token :
+       {base64URL(R"({"exp":1})"), std::string(), std::string("a..c"), std::string("a.!!!!.c"),
+        "a." + base64URL("not json") + ".c", jwt("[1750000000]"), jwt("{}"),
+        jwt(R"({"exp":"1750000000"})"), jwt(R"({"exp":null})"), jwt(R"({"exp":true})")}) {
+    EXPECT_EQ(CodexLimitsProvider::tokenExpiry(token), std::nullopt) << token;
   }
 }
 
@@ -166,21 +156,13 @@ class CodexLimitsProviderTest : public testing::TempDirTest {
         dir() / "codex", url.empty() ? server.url() : url};
   }
 
-  // A record kept `age` seconds before now: one live, one local and one stale window, a plan and
-  // credits.
+  // A record kept `age` seconds before now, with a plan, a window and credits.
   ProviderLimits storedOfAge(double age, ProviderStatus status = ProviderStatus::ok) {
-    const Date fetchedAt = kNow - Seconds{age};
-    stored = ProviderLimits{
-        "Pro",
-        {LimitWindow{"session", "Session", 0.25, 18000.0, kNow + Seconds{3600},
-                     LimitSource::live()},
-         LimitWindow{"weekly", "Weekly", 0.5, 604800.0, std::nullopt,
-                     LimitSource::local(fetchedAt - Seconds{30})},
-         LimitWindow{"weekly.gpt-5", "Weekly · gpt-5", 0.75, std::nullopt, std::nullopt,
-                     LimitSource::stale(dateFromUnixSeconds(1'700'000'000))}},
-        Credits{"Credits", 4.5, std::nullopt, std::nullopt, false},
-        status,
-        fetchedAt};
+    stored = ProviderLimits{"Pro",
+                            {live("session", 0.25, 18000)},
+                            Credits{"Credits", 4.5, std::nullopt, std::nullopt, false},
+                            status,
+                            kNow - Seconds{age}};
     return *stored;
   }
 
@@ -192,13 +174,9 @@ class CodexLimitsProviderTest : public testing::TempDirTest {
 };
 
 TEST_F(CodexLimitsProviderTest, EveryAuthFileHasItsOutcome) {
-  struct Row {
-    const char* name;
-    std::optional<std::string> authFile;  // nothing: no auth.json at all
-    ProviderStatus status;
-  };
-  const auto unavailable = ProviderStatus::unavailable;
-  const Row rows[] = {
+  const auto unavailable = ProviderStatus::unavailable, ok = ProviderStatus::ok,
+             signInNeeded = ProviderStatus::signInNeeded;
+  const std::tuple<const char*, std::optional<std::string>, ProviderStatus> rows[] = {
       {"auth.json missing", std::nullopt, unavailable},
       {"not JSON", "tokens: " + kToken, unavailable},
       {"an array", "[]", unavailable},
@@ -208,56 +186,44 @@ TEST_F(CodexLimitsProviderTest, EveryAuthFileHasItsOutcome) {
       {"empty access token", auth(""), unavailable},
       {"access token a number", authWith(R"({"access_token":5})"), unavailable},
       {"account id a number", authWith(R"({"access_token":"t","account_id":5})"), unavailable},
-      {"expired a second ago", auth(jwt(R"({"exp":1749999999})")), ProviderStatus::signInNeeded},
-      {"expires exactly now", auth(jwt(R"({"exp":1750000000})")), ProviderStatus::signInNeeded},
-      {"expires in a second", auth(jwt(R"({"exp":1750000001})")), ProviderStatus::ok},
-      {"token without exp", auth(jwt(R"({"sub":"u"})")), ProviderStatus::ok},
-      {"token not a JWT", auth("opaque"), ProviderStatus::ok},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    std::filesystem::remove(dir() / "codex" / "auth.json");
-    if (row.authFile) writeAuth(*row.authFile);
+      {"expired a second ago", auth(jwt(R"({"exp":1749999999})")), signInNeeded},
+      {"expires exactly now", auth(jwt(R"({"exp":1750000000})")), signInNeeded},
+      {"expires in a second", auth(jwt(R"({"exp":1750000001})")), ok},
+      {"token without exp", auth(jwt(R"({"sub":"u"})")), ok},
+      {"token not a JWT", auth("opaque"), ok}};
+  for (const auto& [name, authFile, status] : rows) {
+    std::filesystem::remove(dir() / "codex/auth.json");
+    if (authFile) writeAuth(*authFile);
     server.clearRequests();
-    const ProviderLimits limits = provider().fetch(kNow);
-    EXPECT_EQ(limits, row.status == ProviderStatus::ok
-                          ? *CodexLimitsProvider::decodeUsage(kUsageBody, kNow)
-                          : failure(row.status));
-    EXPECT_EQ(server.requests().size(), row.status == ProviderStatus::ok ? 1u : 0u);
+    EXPECT_EQ(provider().fetch(kNow), status == ok ? kUsage : answer(status)) << name;
+    EXPECT_EQ(server.requests().size(), status == ok ? 1u : 0u) << name;
   }
-
   // auth.json that cannot be read, and a missing client.
-  std::filesystem::remove(dir() / "codex" / "auth.json");
-  std::filesystem::create_directories(dir() / "codex" / "auth.json");
-  EXPECT_EQ(provider().fetch(kNow), failure(unavailable));
-  std::filesystem::remove(dir() / "codex" / "auth.json");
+  std::filesystem::remove(dir() / "codex/auth.json");
+  std::filesystem::create_directories(dir() / "codex/auth.json");
+  EXPECT_EQ(provider().fetch(kNow), answer(unavailable));
+  std::filesystem::remove(dir() / "codex/auth.json");
   writeAuth(auth(kToken));
   server.clearRequests();
-  EXPECT_EQ(provider(false).fetch(kNow), failure(unavailable));
+  EXPECT_EQ(provider(false).fetch(kNow), answer(unavailable));
   EXPECT_TRUE(server.requests().empty());
 }
 
 TEST_F(CodexLimitsProviderTest, TheRequestCarriesTheTokenAndTheAccountWhenThereIsOne) {
-  struct Row {
-    std::string authFile;
-    std::string token;
-    std::optional<std::string> account;
-  };
-  const Row rows[] = {
+  const std::tuple<std::string, std::string, std::optional<std::string>> rows[] = {
       {auth(kToken, "acc-123"), kToken, "acc-123"},
       {auth(kToken, ""), kToken, std::nullopt},
-      {authWith(R"({"access_token":"plain","account_id":null})"), "plain", std::nullopt},
-  };
-  for (const Row& row : rows) {
-    writeAuth(row.authFile);
+      {authWith(R"({"access_token":"plain","account_id":null})"), "plain", std::nullopt}};
+  for (const auto& [authFile, token, account] : rows) {
+    writeAuth(authFile);
     server.clearRequests();
     EXPECT_EQ(provider().fetch(kNow).status, ProviderStatus::ok);
     const auto requests = server.requests();
     ASSERT_EQ(requests.size(), 1u);
     EXPECT_EQ(requests[0].method, "GET");
     EXPECT_EQ(requests[0].path, "/backend-api/wham/usage");
-    EXPECT_EQ(requests[0].header("Authorization"), "Bearer " + row.token);
-    EXPECT_EQ(requests[0].header("ChatGPT-Account-Id"), row.account);
+    EXPECT_EQ(requests[0].header("Authorization"), "Bearer " + token);
+    EXPECT_EQ(requests[0].header("ChatGPT-Account-Id"), account);
     EXPECT_EQ(requests[0].header("User-Agent"), "Brimlog/0.1.0");
   }
 }
@@ -271,49 +237,33 @@ TEST_F(CodexLimitsProviderTest, AFreshStoredRecordIsAnsweredWithoutAsking) {
 
   // One second older and the service is asked.
   storedOfAge(601);
-  EXPECT_EQ(provider().fetch(kNow), *CodexLimitsProvider::decodeUsage(kUsageBody, kNow));
+  EXPECT_EQ(provider().fetch(kNow), kUsage);
   EXPECT_EQ(server.requests().size(), 1u);
-  EXPECT_EQ(credentials->filesRead,
-            (std::vector<std::filesystem::path>{dir() / "codex" / "auth.json"}));
+  EXPECT_EQ(credentials->filesRead, std::vector{dir() / "codex/auth.json"});
 }
 
 TEST_F(CodexLimitsProviderTest, AFailedFetchFallsBackOnTheStoredRecordMarkedStale) {
-  const auto staleCopy = [](const ProviderLimits& kept, ProviderStatus status) {
-    ProviderLimits expected = kept;
-    expected.windows[0].source = LimitSource::stale(kept.fetchedAt);
-    expected.windows[1].source = LimitSource::stale(kept.fetchedAt);  // the local date goes
-    expected.status = status;  // the third window was already stale and keeps its own date
-    return expected;
+  const auto staleWith = [](ProviderLimits kept, ProviderStatus status) {
+    kept = kept.markedStale();
+    kept.status = status;
+    return kept;
   };
   const ProviderLimits kept = storedOfAge(3600);
-  struct Row {
-    const char* name;
-    int httpStatus;
-    std::string body;
-    std::string url;
-    ProviderStatus status;
-  };
-  const Row rows[] = {
-      {"rate limited", 429, "", "", ProviderStatus::rateLimited},
-      {"refused", 401, "", "", ProviderStatus::signInNeeded},
-      {"failing", 500, "", "", ProviderStatus::unreachable},
-      {"an undecodable body", 200, "not json " + kToken, "", ProviderStatus::unreachable},
-      {"nobody listening", 200, kUsageBody, testing::closedPortURL(), ProviderStatus::unreachable},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    server.respond(row.httpStatus, row.body);
-    const ProviderLimits limits = provider(true, row.url).fetch(kNow);
-    EXPECT_EQ(limits, staleCopy(kept, row.status));
-    expectNoSecret(limits, {kToken, "SECRET"});
-  }
+  server.respond(429, "");
+  EXPECT_EQ(provider().fetch(kNow), staleWith(kept, ProviderStatus::rateLimited));
+  server.respond(200, "not json " + kToken);
+  const ProviderLimits undecodable = provider().fetch(kNow);
+  EXPECT_EQ(undecodable, staleWith(kept, ProviderStatus::unreachable));
+  expectNoSecret(undecodable, {kToken, "SECRET"});
+  EXPECT_EQ(provider(true, testing::closedPortURL()).fetch(kNow),
+            staleWith(kept, ProviderStatus::unreachable));
   writeAuth(auth(jwt(R"({"exp":1})")));
-  EXPECT_EQ(provider().fetch(kNow), staleCopy(kept, ProviderStatus::signInNeeded));
+  EXPECT_EQ(provider().fetch(kNow), staleWith(kept, ProviderStatus::signInNeeded));
 
   // No usable auth.json: the stored status stands.
-  std::filesystem::remove(dir() / "codex" / "auth.json");
-  EXPECT_EQ(provider().fetch(kNow),
-            staleCopy(storedOfAge(3600, ProviderStatus::rateLimited), ProviderStatus::rateLimited));
+  std::filesystem::remove(dir() / "codex/auth.json");
+  const ProviderLimits limited = storedOfAge(3600, ProviderStatus::rateLimited);
+  EXPECT_EQ(provider().fetch(kNow), staleWith(limited, ProviderStatus::rateLimited));
 
   // Without a client the stored record is all there is, however old.
   EXPECT_EQ(provider(false).fetch(kNow), storedOfAge(86400 * 30));
@@ -321,14 +271,14 @@ TEST_F(CodexLimitsProviderTest, AFailedFetchFallsBackOnTheStoredRecordMarkedStal
 
 TEST_F(CodexLimitsProviderTest, WithNothingStoredAFailureIsTheAnswer) {
   server.respond(429, "");
-  EXPECT_EQ(provider().fetch(kNow), failure(ProviderStatus::rateLimited));
-  EXPECT_EQ(provider(false).fetch(kNow), failure(ProviderStatus::unavailable));
+  EXPECT_EQ(provider().fetch(kNow), answer(ProviderStatus::rateLimited));
+  EXPECT_EQ(provider(false).fetch(kNow), answer(ProviderStatus::unavailable));
 
   // A reader that fails counts as nothing stored, however fresh the record behind it.
   storedOfAge(10);
   storeFails = true;
   server.clearRequests();
-  EXPECT_EQ(provider().fetch(kNow), failure(ProviderStatus::rateLimited));
+  EXPECT_EQ(provider().fetch(kNow), answer(ProviderStatus::rateLimited));
   EXPECT_EQ(server.requests().size(), 1u);
 }
 

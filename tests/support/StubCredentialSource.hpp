@@ -4,6 +4,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "limits/CredentialSource.hpp"
@@ -20,6 +21,22 @@ struct StubCredentialSource : CredentialSource {
   bool throwOther = false;
   mutable std::vector<std::filesystem::path> filesRead;
 
+  static StubCredentialSource answering(std::string secret) {
+    StubCredentialSource source;
+    source.secret = std::move(secret);
+    return source;
+  }
+  static StubCredentialSource failing(CredentialError::Kind kind) {
+    StubCredentialSource source;
+    source.keychainError = kind;
+    return source;
+  }
+  static StubCredentialSource throwing() {
+    StubCredentialSource source;
+    source.throwOther = true;
+    return source;
+  }
+
   std::string keychainSecret(const std::string& service) const override {
     if (keychainError) throw CredentialError(*keychainError, "keychain item " + service);
     if (throwOther) throw std::runtime_error("the keychain stand-in failed");
@@ -32,12 +49,14 @@ struct StubCredentialSource : CredentialSource {
   }
 };
 
-/// The kind of CredentialError a call throws, or nothing when it returns.
+/// The kind of CredentialError a call throws, or nothing when it returns; `message` receives the
+/// error's text.
 template <typename Call>
-std::optional<CredentialError::Kind> errorOf(Call&& call) {
+std::optional<CredentialError::Kind> errorOf(Call&& call, std::string* message = nullptr) {
   try {
     call();
   } catch (const CredentialError& error) {
+    if (message) *message = error.what();
     return error.kind();
   }
   return std::nullopt;
