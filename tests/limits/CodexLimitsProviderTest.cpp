@@ -212,16 +212,17 @@ TEST_F(CodexLimitsProviderTest, EveryAuthFileHasItsOutcome) {
 TEST_F(CodexLimitsProviderTest, TheRequestCarriesTheTokenAndTheAccountWhenThereIsOne) {
   const std::tuple<std::string, std::string, std::optional<std::string>> rows[] = {
       {auth(kToken, "acc-123"), kToken, "acc-123"},
-      {auth(kToken, ""), kToken, std::nullopt},
+      {auth(kToken, ""), kToken, std::nullopt},  // not even empty, as a hand-read request shows
       {authWith(R"({"access_token":"plain","account_id":null})"), "plain", std::nullopt}};
   for (const auto& [authFile, token, account] : rows) {
     writeAuth(authFile);
-    server.clearRequests();
-    EXPECT_EQ(provider().fetch(kNow).status, ProviderStatus::ok);
-    const auto requests = server.requests();
+    StubHTTPServer raw{StubHTTPServer::raw};
+    raw.answerOnce("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}");
+    EXPECT_EQ(provider(true, raw.url()).fetch(kNow), answer(ProviderStatus::ok));
+    const auto requests = raw.requests();
     ASSERT_EQ(requests.size(), 1u);
     EXPECT_EQ(requests[0].method, "GET");
-    EXPECT_EQ(requests[0].path, "/backend-api/wham/usage");
+    EXPECT_EQ(requests[0].path, "/usage");
     EXPECT_EQ(requests[0].header("Authorization"), "Bearer " + token);
     EXPECT_EQ(requests[0].header("ChatGPT-Account-Id"), account);
     EXPECT_EQ(requests[0].header("User-Agent"), "Brimlog/0.1.0");

@@ -35,7 +35,8 @@ namespace brimlog::testing {
 ///     server.requests().size();  // what reached it
 ///
 /// Raw (`StubHTTPServer{StubHTTPServer::raw}`), the port accepts connections and nothing answers,
-/// unless `answerOnce` is given bytes to write back by hand: for answers no HTTP server gives.
+/// unless `answerOnce` is given bytes to write back by hand: for answers no HTTP server gives. The
+/// request it answers is recorded as it came, headers with empty values included.
 class StubHTTPServer {
  public:
   /// One request as the server received it.
@@ -134,6 +135,7 @@ class StubHTTPServer {
         if (count <= 0) return;
         head.append(chunk, static_cast<size_t>(count));
       }
+      record(head);
       ::send(connection.get(), reply.data(), reply.size(), MSG_NOSIGNAL);
       // Close only after the client has: closing first could reset the connection under it.
       if (hangUp) ::shutdown(connection.get(), SHUT_WR);
@@ -153,6 +155,27 @@ class StubHTTPServer {
   }
 
  private:
+  // Keeps a request head read by hand, headers with empty values included (the HTTP server drops
+  // those).
+  void record(std::string_view head) {
+    Request received;
+    size_t end = head.find("\r\n");
+    const std::string_view start = head.substr(0, end);
+    received.method = start.substr(0, start.find(' '));
+    received.path =
+        start.substr(received.method.size() + 1, start.rfind(' ') - received.method.size() - 1);
+    for (size_t next; (next = head.find("\r\n", end + 2)) != std::string_view::npos; end = next) {
+      const std::string_view line = head.substr(end + 2, next - end - 2);
+      const size_t colon = line.find(':');
+      if (colon == std::string_view::npos) continue;
+      const size_t value = line.find_first_not_of(' ', colon + 1);
+      received.headers.emplace_back(line.substr(0, colon),
+                                    value == std::string_view::npos ? "" : line.substr(value));
+    }
+    std::lock_guard lock(mutex_);
+    requests_.push_back(std::move(received));
+  }
+
   void serve(const httplib::Request& request, httplib::Response& response) {
     Handler handler;
     {
