@@ -114,7 +114,6 @@ TEST(CurlHTTPClientTest, TransportFailuresBecomeURLErrorsThatNameTheHostButNoHea
       {"half an answer, then hanging up", hangingUp.url(), URLError::Code::badServerResponse},
       {"refused", testing::closedPortURL(), URLError::Code::cannotConnectToHost},
       {"a file URL", "file:///etc/hostname", URLError::Code::other},
-      {"an ftp URL", "ftp://127.0.0.1:1/x", URLError::Code::other},
       {"not a URL", "not a url", URLError::Code::other},
   };
   CurlHTTPClient client;
