@@ -72,8 +72,14 @@ std::vector<std::unique_ptr<LimitsProvider>> LimitsFetcher::providers() const {
             std::make_unique<ClaudeLimitsProvider>(credentials_, http_, endpoints_.claude));
         break;
       case ProviderID::codex:
+        // The record stored for Codex (its own earlier answers, or limits from its logs) is
+        // read afresh at each fetch.
         providers.push_back(std::make_unique<CodexLimitsProvider>(
-            store_, credentials_, http_, tools_.codexHome, endpoints_.codex));
+            [store = store_]() -> std::optional<ProviderLimits> {
+              if (!store) return std::nullopt;
+              return store->limits(ProviderID::codex);
+            },
+            credentials_, http_, tools_.codexHome, endpoints_.codex));
         break;
       case ProviderID::grok:
         providers.push_back(

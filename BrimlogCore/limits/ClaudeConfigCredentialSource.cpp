@@ -2,38 +2,40 @@
 
 #include <simdjson.h>
 
-#include <cstdlib>
+#include <utility>
 
 namespace brimlog {
 
 ClaudeConfigCredentialSource::ClaudeConfigCredentialSource(
-    const std::filesystem::path& home, const std::optional<std::filesystem::path>& configDir) {
-  const std::filesystem::path folder =
-      configDir && !configDir->empty() ? *configDir : home / ".claude";
-  credentialsFile_ = folder / ".credentials.json";
-}
-
-ClaudeConfigCredentialSource ClaudeConfigCredentialSource::fromEnvironment(
-    const std::filesystem::path& home) {
-  std::optional<std::filesystem::path> configDir;
-  if (const char* value = std::getenv("CLAUDE_CONFIG_DIR"); value != nullptr && *value != '\0') {
-    configDir = value;
-  }
-  return ClaudeConfigCredentialSource(home, configDir);
-}
+    std::vector<std::filesystem::path> configDirs)
+    : configDirs_(std::move(configDirs)) {}
 
 std::string ClaudeConfigCredentialSource::keychainSecret(const std::string& service) const {
-  if (service != claudeService) {
+  if (service != claudeKeychainService) {
     throw CredentialError(CredentialError::Kind::notFound,
                           "No secret is kept for \"" + service + "\" on this system");
   }
-  std::string text = readCredentialFile(credentialsFile_);
-  if (!simdjson::validate_utf8(text.data(), text.size())) {
-    throw CredentialError(
-        CredentialError::Kind::malformed,
-        "The credential file " + credentialsFile_.string() + " is not UTF-8 text");
+  std::string looked;
+  for (const std::filesystem::path& folder : configDirs_) {
+    const std::filesystem::path path = folder / ".credentials.json";
+    std::string text;
+    try {
+      text = readCredentialFile(path);
+    } catch (const CredentialError& error) {
+      // Only a missing file passes the turn to the next folder.
+      if (error.kind() != CredentialError::Kind::notFound) throw;
+      looked += (looked.empty() ? "" : ", ") + path.string();
+      continue;
+    }
+    if (!simdjson::validate_utf8(text.data(), text.size())) {
+      throw CredentialError(CredentialError::Kind::malformed,
+                            "The credential file " + path.string() + " is not UTF-8 text");
+    }
+    return text;
   }
-  return text;
+  throw CredentialError(CredentialError::Kind::notFound,
+                        looked.empty() ? "No configuration folder of Claude Code is known"
+                                       : "No credential file found (looked for " + looked + ")");
 }
 
 std::string ClaudeConfigCredentialSource::file(const std::filesystem::path& path) const {

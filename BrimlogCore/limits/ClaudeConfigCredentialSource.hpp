@@ -4,46 +4,42 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "limits/CredentialSource.hpp"
 
 namespace brimlog {
 
 /// The credential source where there is no keychain: Claude Code then keeps the sign-in record
-/// that a keychain would hold under "Claude Code-credentials" in the file `.credentials.json` of
-/// its configuration folder, which is `$CLAUDE_CONFIG_DIR` when set and `<home>/.claude`
-/// otherwise.
+/// that a keychain would hold under `claudeKeychainService` in the file `.credentials.json` of its
+/// configuration folder. Claude Code may use more than one folder; the record is read from the
+/// first of `configDirs` that has the file.
 ///
-/// `keychainSecret(claudeService)` returns that file's text as it is; a missing file (or folder)
-/// gives `notFound`, any other read failure `denied`, bytes that are not UTF-8 `malformed`. Every
-/// other service name gives `notFound`: nothing else is kept in a keychain on these systems.
+/// `keychainSecret(claudeKeychainService)` returns that file's text as it is. When no folder has
+/// the file (or the list is empty) it throws `notFound`; when the first file that exists cannot be
+/// read, `denied` (the folders after it are not tried); bytes that are not UTF-8 give `malformed`.
+/// Every other service name gives `notFound`: nothing else is kept in a keychain on these systems.
 ///
-///     auto source = ClaudeConfigCredentialSource::fromEnvironment(home);
-///     std::string record = source.keychainSecret("Claude Code-credentials");
+/// The folders come from the caller, which alone reads the environment (`claudeConfigDir` below
+/// is the value of CLAUDE_CONFIG_DIR, empty when unset):
 ///
-/// Holds only the file's path, so calls from several threads share nothing that changes.
+///     ClaudeConfigCredentialSource source{
+///         ClaudeConfigCredentialSource::configDirsFor(home, claudeConfigDir)};
+///     std::string record = source.keychainSecret(std::string(claudeKeychainService));
+///
+/// Holds only the folders' paths, so calls from several threads share nothing that changes.
 class ClaudeConfigCredentialSource final : public CredentialSource {
  public:
-  /// The keychain service name under which Claude Code keeps its sign-in record.
-  static constexpr std::string_view claudeService = "Claude Code-credentials";
+  /// Reads the record from the first of `configDirs`, in this order, that has the file.
+  explicit ClaudeConfigCredentialSource(std::vector<std::filesystem::path> configDirs);
 
-  /// `configDir` is Claude Code's configuration folder when one is chosen; absent or empty means
-  /// `<home>/.claude`.
-  ClaudeConfigCredentialSource(const std::filesystem::path& home,
-                               const std::optional<std::filesystem::path>& configDir);
-
-  /// The same, with the configuration folder taken from the CLAUDE_CONFIG_DIR environment
-  /// variable (unset or empty: the default). The environment is read here and only here.
-  static ClaudeConfigCredentialSource fromEnvironment(const std::filesystem::path& home);
-
-  /// The file read for `claudeService`.
-  const std::filesystem::path& credentialsFile() const { return credentialsFile_; }
+  const std::vector<std::filesystem::path>& configDirs() const { return configDirs_; }
 
   std::string keychainSecret(const std::string& service) const override;
   std::string file(const std::filesystem::path& path) const override;
 
  private:
-  std::filesystem::path credentialsFile_;
+  std::vector<std::filesystem::path> configDirs_;
 };
 
 }  // namespace brimlog

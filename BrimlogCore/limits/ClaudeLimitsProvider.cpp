@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "limits/HTTPStatusMapping.hpp"
 #include "platform/AppVersion.hpp"
 #include "platform/Json.hpp"
 #include "platform/TextCase.hpp"
@@ -95,7 +96,7 @@ LimitObject decodeLimit(const Json& value) {
 }
 
 // Throws JsonDecodeError when the body is not a usage response.
-UsageResponse decodeUsage(std::string_view body) {
+UsageResponse usageResponse(std::string_view body) {
   const Json document = json::parse(body);
   json::object(document, "usage");
   UsageResponse usage;
@@ -217,13 +218,23 @@ ClaudeLimitsProvider::ClaudeLimitsProvider(std::shared_ptr<const CredentialSourc
       http_(std::move(http)),
       endpoint_(std::move(endpoint)) {}
 
+std::optional<ProviderLimits> ClaudeLimitsProvider::decodeUsage(std::string_view body, Date now) {
+  try {
+    const UsageResponse usage = usageResponse(body);
+    return ProviderLimits{std::nullopt, windowsOf(usage), creditsOf(usage), ProviderStatus::ok,
+                          now};
+  } catch (const std::exception&) {
+    return std::nullopt;
+  }
+}
+
 ProviderLimits ClaudeLimitsProvider::fetch(Date now) {
   // Without a credential source or a client nothing can be asked: the same as having no sign-in.
   if (!credentials_ || !http_) return answer(ProviderStatus::unavailable, std::nullopt, now);
 
   std::string secret;
   try {
-    secret = credentials_->keychainSecret(std::string(keychainService));
+    secret = credentials_->keychainSecret(std::string(claudeKeychainService));
   } catch (const CredentialError& error) {
     return answer(error.kind() == CredentialError::Kind::denied ? ProviderStatus::accessDenied
                                                                 : ProviderStatus::unavailable,
@@ -258,19 +269,13 @@ ProviderLimits ClaudeLimitsProvider::fetch(Date now) {
       return answer(ProviderStatus::unreachable, plan, now);
     }
 
-    const int status = response.statusCode;
-    if (status >= 200 && status <= 299) {
-      UsageResponse usage;
-      try {
-        usage = decodeUsage(response.body);
-      } catch (const std::exception&) {
-        return answer(ProviderStatus::unreachable, plan, now);
-      }
-      return ProviderLimits{plan, windowsOf(usage), creditsOf(usage), ProviderStatus::ok, now};
-    }
-    if (status == 401 || status == 403) return answer(ProviderStatus::signInNeeded, plan, now);
-    if (status == 429) return answer(ProviderStatus::rateLimited, plan, now);
-    return answer(ProviderStatus::unreachable, plan, now);
+    // Every answer from here on carries the plan, a failed one included.
+    const ProviderStatus status = HTTPStatusMapping::limitsStatus(response.statusCode);
+    if (status != ProviderStatus::ok) return answer(status, plan, now);
+    std::optional<ProviderLimits> limits = decodeUsage(response.body, now);
+    if (!limits) return answer(ProviderStatus::unreachable, plan, now);
+    limits->plan = std::move(plan);
+    return std::move(*limits);
   } catch (...) {
     // Nothing above throws but memory exhaustion; the answer is then "cannot tell right now",
     // which is retried at the regular pace.

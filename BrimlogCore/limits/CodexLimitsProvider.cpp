@@ -1,14 +1,13 @@
 #include "limits/CodexLimitsProvider.hpp"
 
-#include <cstdlib>
 #include <utility>
 #include <vector>
 
+#include "limits/HTTPStatusMapping.hpp"
 #include "platform/AppVersion.hpp"
 #include "platform/Base64.hpp"
 #include "platform/Json.hpp"
 #include "platform/TextCase.hpp"
-#include "store/UsageStore.hpp"
 
 namespace brimlog {
 namespace {
@@ -57,7 +56,7 @@ std::optional<LimitWindow> decodeWindow(const Json& rateLimit, std::string_view 
 }
 
 // The record of a 2xx answer. Throws JsonDecodeError when the body is not a usage response.
-ProviderLimits decodeUsage(std::string_view body, Date now) {
+ProviderLimits usageLimits(std::string_view body, Date now) {
   const Json document = json::parse(body);
   json::object(document, "usage");
   ProviderLimits limits{std::nullopt, {}, std::nullopt, ProviderStatus::ok, now};
@@ -80,21 +79,22 @@ ProviderLimits answer(ProviderStatus status, Date now) {
 
 }  // namespace
 
-CodexLimitsProvider::CodexLimitsProvider(std::shared_ptr<UsageStore> store,
+CodexLimitsProvider::CodexLimitsProvider(StoredLimits storedLimits,
                                          std::shared_ptr<const CredentialSource> credentials,
                                          std::shared_ptr<const HTTPClient> http,
                                          std::filesystem::path codexHome, std::string endpoint)
-    : store_(std::move(store)),
+    : storedLimits_(std::move(storedLimits)),
       credentials_(std::move(credentials)),
       http_(std::move(http)),
       codexHome_(std::move(codexHome)),
       endpoint_(std::move(endpoint)) {}
 
-std::filesystem::path CodexLimitsProvider::defaultCodexHome(const std::filesystem::path& home) {
-  if (const char* configured = std::getenv("CODEX_HOME"); configured && *configured) {
-    return configured;
+std::optional<ProviderLimits> CodexLimitsProvider::decodeUsage(std::string_view body, Date now) {
+  try {
+    return usageLimits(body, now);
+  } catch (const std::exception&) {
+    return std::nullopt;
   }
-  return home / ".codex";
 }
 
 std::optional<Date> CodexLimitsProvider::tokenExpiry(std::string_view token) {
@@ -117,11 +117,11 @@ std::optional<Date> CodexLimitsProvider::tokenExpiry(std::string_view token) {
 }
 
 ProviderLimits CodexLimitsProvider::fetch(Date now) {
-  // A store that cannot be read counts as one that holds nothing.
+  // A reader that fails counts as one that has nothing stored.
   std::optional<ProviderLimits> stored;
-  if (store_) {
+  if (storedLimits_) {
     try {
-      stored = store_->limits(ProviderID::codex);
+      stored = storedLimits_();
     } catch (...) {
       stored.reset();
     }
@@ -183,17 +183,12 @@ ProviderLimits CodexLimitsProvider::fetchLive(Date now) const {
     return answer(ProviderStatus::unreachable, now);
   }
 
-  const int status = response.statusCode;
-  if (status >= 200 && status <= 299) {
-    try {
-      return decodeUsage(response.body, now);
-    } catch (const std::exception&) {
-      return answer(ProviderStatus::unreachable, now);
-    }
-  }
-  if (status == 401 || status == 403) return answer(ProviderStatus::signInNeeded, now);
-  if (status == 429) return answer(ProviderStatus::rateLimited, now);
-  return answer(ProviderStatus::unreachable, now);
+  // A failed answer carries no plan: the plan comes from the body alone.
+  const ProviderStatus status = HTTPStatusMapping::limitsStatus(response.statusCode);
+  if (status != ProviderStatus::ok) return answer(status, now);
+  std::optional<ProviderLimits> limits = decodeUsage(response.body, now);
+  if (!limits) return answer(ProviderStatus::unreachable, now);
+  return std::move(*limits);
 }
 
 }  // namespace brimlog

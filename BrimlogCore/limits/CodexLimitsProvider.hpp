@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,11 +13,9 @@
 
 namespace brimlog {
 
-class UsageStore;
-
-/// Codex's limits: the record kept in the usage store for `codex` (this provider's own earlier
-/// answers as stored by the host, or limits read from Codex's session logs), renewed from
-/// ChatGPT's usage endpoint with the tokens Codex keeps in `<codexHome>/auth.json`.
+/// Codex's limits: the record the caller keeps for `codex` (this provider's own earlier answers as
+/// the host stored them, or limits read from Codex's session logs), renewed from ChatGPT's usage
+/// endpoint with the tokens Codex keeps in `<codexHome>/auth.json`.
 ///
 /// `fetch(now)`:
 /// - a stored record at most 600 seconds old (or dated after `now`) is answered as it is, with
@@ -24,17 +23,19 @@ class UsageStore;
 /// - otherwise a live fetch: `auth.json` ("tokens": "access_token", "account_id"), the token's
 ///   expiry from its JWT payload, then one GET with the bearer token. Its outcome is `ok` with
 ///   the windows "session" and "weekly" (lengths as the service gives them), or a status without
-///   windows: `unavailable` (no client, no usable auth.json), `signInNeeded` (expired token,
-///   401/403), `rateLimited` (429), `unreachable` (transport failure, other status, undecodable
-///   body);
+///   windows or plan: `unavailable` (no client, no usable auth.json), `signInNeeded` (expired
+///   token), the HTTP status's meaning (HTTPStatusMapping) for an answer that is not 2xx,
+///   `unreachable` (transport failure, undecodable body);
 /// - a failed live fetch falls back on the stored record, marked stale: with the failure's status,
 ///   except that `unavailable` keeps the stored status; without a client the stored record is
 ///   answered unchanged whatever its age.
 ///
-/// Never throws and never writes to the store: storing the answer is the caller's decision.
+/// The stored record is read through `storedLimits` at each fetch; a reader that is empty, throws
+/// or returns nothing means nothing is stored. Never throws and keeps nothing: storing the answer
+/// is the caller's decision.
 ///
-///     CodexLimitsProvider codex{store, credentials, std::make_shared<CurlHTTPClient>(),
-///                               CodexLimitsProvider::defaultCodexHome(home)};
+///     CodexLimitsProvider codex{[store] { return store->limits(ProviderID::codex); },
+///                               credentials, std::make_shared<CurlHTTPClient>(), codexHome};
 ///     ProviderLimits limits = codex.fetch(currentDate());
 ///     store->setLimits(limits, ProviderID::codex);
 class CodexLimitsProvider : public LimitsProvider {
@@ -43,15 +44,21 @@ class CodexLimitsProvider : public LimitsProvider {
   /// A stored record younger than this (seconds) is answered without asking the service.
   static constexpr double reuseInterval = 600;
 
+  /// Reads the record kept for Codex, if any.
+  using StoredLimits = std::function<std::optional<ProviderLimits>()>;
+
   /// `http` may be null: then no request is ever made and the stored record is all there is.
   /// `endpoint` is the full URL of the usage endpoint; tests point it at a local server.
-  CodexLimitsProvider(std::shared_ptr<UsageStore> store,
+  CodexLimitsProvider(StoredLimits storedLimits,
                       std::shared_ptr<const CredentialSource> credentials,
                       std::shared_ptr<const HTTPClient> http, std::filesystem::path codexHome,
                       std::string endpoint = std::string(defaultEndpoint));
 
-  /// Codex's home directory: $CODEX_HOME when it is set and not empty, else `home`/.codex.
-  static std::filesystem::path defaultCodexHome(const std::filesystem::path& home);
+  /// The record a 2xx answer's body gives: status `ok`, the plan ("plan_type" with its first
+  /// letter capitalised; none when absent or empty), the windows, no credits, `fetchedAt` = `now`.
+  /// Nothing when the body is not a usage response (not JSON, not an object, or a known key of the
+  /// wrong type).
+  static std::optional<ProviderLimits> decodeUsage(std::string_view body, Date now);
 
   /// The expiry ("exp", seconds since 1970, fractions kept) in the payload of a JSON Web Token;
   /// the signature is not checked. Nothing when the token has fewer than two "."-separated parts,
@@ -60,15 +67,15 @@ class CodexLimitsProvider : public LimitsProvider {
 
   ProviderID id() const override { return ProviderID::codex; }
 
-  /// Blocks for the store read, the file read and the request. A live answer has `fetchedAt` =
-  /// `now`; a stored record keeps its own.
+  /// Blocks for the stored record's read, the file read and the request. A live answer has
+  /// `fetchedAt` = `now`; a stored record keeps its own.
   ProviderLimits fetch(Date now) override;
 
  private:
   // The request to the service alone, before it is combined with the stored record.
   ProviderLimits fetchLive(Date now) const;
 
-  std::shared_ptr<UsageStore> store_;
+  StoredLimits storedLimits_;
   std::shared_ptr<const CredentialSource> credentials_;
   std::shared_ptr<const HTTPClient> http_;
   std::filesystem::path codexHome_;

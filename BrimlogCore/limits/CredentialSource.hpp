@@ -7,6 +7,11 @@
 
 namespace brimlog {
 
+/// The keychain service name under which Claude Code keeps its sign-in record (a JSON document
+/// whose "claudeAiOauth" object holds the OAuth token). Where there is no keychain, Claude Code
+/// keeps the same document in a file instead (see ClaudeConfigCredentialSource).
+inline constexpr std::string_view claudeKeychainService = "Claude Code-credentials";
+
 /// Why a secret could not be had. The message names what was asked for, never the secret.
 class CredentialError : public std::runtime_error {
  public:

@@ -26,7 +26,7 @@ namespace brimlog {
 /// something it started) until the deadline is answered `denied` as well.
 ///
 ///     SecurityCLICredentialSource source;
-///     std::string record = source.keychainSecret("Claude Code-credentials");
+///     std::string record = source.keychainSecret(std::string(claudeKeychainService));
 ///
 /// Holds nothing between calls; each call runs one child process and is done with it on return,
 /// so calls from several threads share nothing.

@@ -40,7 +40,8 @@ TEST_F(LimitsFetcherRunTest, FetchesOnlyPresentToolsWhenDueAndBacksOffWhileUnrea
   write("home/.claude/.credentials.json",
         R"({"claudeAiOauth":{"accessToken":"t","expiresAt":4102444800000}})");
   auto store = std::make_shared<UsageStore>(dir() / "usage.db");
-  auto credentials = std::make_shared<ClaudeConfigCredentialSource>(dir() / "home", std::nullopt);
+  auto credentials =
+      std::make_shared<ClaudeConfigCredentialSource>(std::vector<fs::path>{dir() / "home/.claude"});
   testing::StubHTTPServer server{"/api/oauth/usage"};
   server.respond(500, "");
   LimitsFetcher fetcher{store, ToolFolders::resolve(dir() / "home", std::nullopt, std::nullopt),

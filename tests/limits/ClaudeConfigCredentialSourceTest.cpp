@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include "limits/ClaudeConfigCredentialSource.hpp"
+#include "support/ScopedEnvironment.hpp"
 #include "support/StubCredentialSource.hpp"
 #include "support/TempDir.hpp"
 
@@ -9,74 +9,39 @@ namespace brimlog {
 namespace {
 
 using Kind = CredentialError::Kind;
-const std::string kService = "Claude Code-credentials";
-const std::string kRecord = R"({"claudeAiOauth":{"accessToken":"sk-ant-oat01-x"}})"
-                            "\n";
-
+using Paths = std::vector<std::filesystem::path>;
 using testing::errorOf;
+const std::string kService(claudeKeychainService);
 
-// Sets an environment variable for the life of the object and puts the old value back after.
-class ScopedEnvironment {
- public:
-  ScopedEnvironment(const char* name, const char* value) : name_(name) {
-    if (const char* old = ::getenv(name)) old_ = old;
-    value ? ::setenv(name, value, 1) : ::unsetenv(name);
+class ClaudeConfigCredentialSourceTest : public testing::TempDirTest {
+ protected:
+  std::string secretIn(const Paths& folders) {
+    return ClaudeConfigCredentialSource(folders).keychainSecret(kService);
   }
-  ~ScopedEnvironment() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
-
- private:
-  const char* name_;
-  std::optional<std::string> old_;
+  std::optional<Kind> errorIn(const Paths& folders, const std::string& service = kService) {
+    return errorOf([&] { ClaudeConfigCredentialSource(folders).keychainSecret(service); });
+  }
 };
 
-class ClaudeConfigCredentialSourceTest : public testing::TempDirTest {};
+TEST_F(ClaudeConfigCredentialSourceTest, TheFirstFolderWithTheFileGivesTheRecordAsItIs) {
+  const std::string record = "{\"claudeAiOauth\":{\"accessToken\":\"t\"}}\n";
+  write("second/.credentials.json", record);
+  write("third/.credentials.json", "third");
+  const Paths folders = {dir() / "first", dir() / "second", dir() / "third"};
+  EXPECT_EQ(secretIn(folders), record);
+  EXPECT_EQ(secretIn({dir() / "third", dir() / "second"}), "third");
+  EXPECT_EQ(errorIn(folders, "Codex Auth"), Kind::notFound);  // nothing else is kept
+  EXPECT_EQ(errorIn(folders, ""), Kind::notFound);
 
-TEST_F(ClaudeConfigCredentialSourceTest, ReadsTheRecordFromTheConfigurationFolder) {
-  write("home/.claude/.credentials.json", kRecord);
-  write("custom/.credentials.json", "custom record");
-  const auto home = dir() / "home";
+  // A file that exists but cannot be read, or is not text, ends the search.
+  std::filesystem::create_directories(dir() / "first/.credentials.json");
+  EXPECT_EQ(errorIn(folders), Kind::denied);
+  std::filesystem::remove(dir() / "first/.credentials.json");
+  write("first/.credentials.json", "{\"t\":\"\xc3\x28\"}");
+  EXPECT_EQ(errorIn(folders), Kind::malformed);
 
-  const ClaudeConfigCredentialSource byDefault(home, std::nullopt);
-  EXPECT_EQ(byDefault.credentialsFile(), home / ".claude" / ".credentials.json");
-  EXPECT_EQ(byDefault.keychainSecret(kService), kRecord);  // the text as it is
-  EXPECT_EQ(ClaudeConfigCredentialSource(home, "").keychainSecret(kService), kRecord);
-
-  const ClaudeConfigCredentialSource custom(home, dir() / "custom");
-  EXPECT_EQ(custom.keychainSecret(kService), "custom record");
-  EXPECT_EQ(errorOf([&] { custom.keychainSecret("Codex Auth"); }), Kind::notFound);
-  EXPECT_EQ(errorOf([&] { custom.keychainSecret(""); }), Kind::notFound);
-}
-
-TEST_F(ClaudeConfigCredentialSourceTest, TheEnvironmentChoosesTheFolder) {
-  const auto home = dir() / "home";
-  {
-    const ScopedEnvironment set("CLAUDE_CONFIG_DIR", (dir() / "custom").c_str());
-    EXPECT_EQ(ClaudeConfigCredentialSource::fromEnvironment(home).credentialsFile(),
-              dir() / "custom" / ".credentials.json");
-  }
-  for (const char* value : {static_cast<const char*>(nullptr), ""}) {
-    const ScopedEnvironment unset("CLAUDE_CONFIG_DIR", value);
-    EXPECT_EQ(ClaudeConfigCredentialSource::fromEnvironment(home).credentialsFile(),
-              home / ".claude" / ".credentials.json");
-  }
-}
-
-TEST_F(ClaudeConfigCredentialSourceTest, MapsReadFailuresLikeTheKeychain) {
-  const auto home = dir() / "home";
-  const ClaudeConfigCredentialSource source(home, std::nullopt);
-  EXPECT_EQ(errorOf([&] { source.keychainSecret(kService); }), Kind::notFound);  // no folder
-
-  std::filesystem::create_directories(home / ".claude" / ".credentials.json");
-  EXPECT_EQ(errorOf([&] { source.keychainSecret(kService); }), Kind::denied);
-  std::filesystem::remove(home / ".claude" / ".credentials.json");
-  EXPECT_EQ(errorOf([&] { source.keychainSecret(kService); }), Kind::notFound);  // no file
-
-  write("home/.claude/.credentials.json", "{\"t\":\"\xc3\x28\"}");
-  EXPECT_EQ(errorOf([&] { source.keychainSecret(kService); }), Kind::malformed);
-
-  EXPECT_EQ(source.file(write("auth.json", "{}")), "{}");
-  EXPECT_EQ(errorOf([&] { source.file(dir() / "missing.json"); }), Kind::notFound);
-  EXPECT_EQ(errorOf([&] { source.file(dir()); }), Kind::denied);
+  EXPECT_EQ(errorIn({dir() / "none", dir() / "second/.credentials.json"}), Kind::notFound);
+  EXPECT_EQ(errorIn({}), Kind::notFound);
 }
 
 }  // namespace

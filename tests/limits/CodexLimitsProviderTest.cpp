@@ -1,16 +1,16 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "limits/CodexLimitsProvider.hpp"
 #include "limits/CurlHTTPClient.hpp"
-#include "store/UsageStore.hpp"
 #include "support/LimitsPrinting.hpp"
-#include "support/RawDatabase.hpp"
+#include "support/ScopedEnvironment.hpp"
 #include "support/StubCredentialSource.hpp"
 #include "support/StubHTTPServer.hpp"
 #include "support/TempDir.hpp"
@@ -18,7 +18,6 @@
 namespace brimlog {
 namespace {
 
-using testing::StubCredentialSource;
 using testing::StubHTTPServer;
 
 const Date kNow = dateFromUnixSeconds(1'750'000'000);
@@ -49,8 +48,7 @@ std::string jwt(const std::string& claims) {
 }
 
 // A token that is valid for another hour, with a marker that must never leak.
-const std::string kToken =
-    jwt(R"({"exp":1750003600,"sub":"user-SECRET","https://api.openai.com/auth":{"x":"y"}})");
+const std::string kToken = jwt(R"({"exp":1750003600,"sub":"user-SECRET"})");
 
 std::string authWith(const std::string& tokens) {
   return R"({"OPENAI_API_KEY":null,"tokens":)" + tokens + R"(,"last_refresh":"2025-06-01"})";
@@ -61,346 +59,222 @@ std::string auth(const std::string& accessToken, const std::string& accountID = 
                   R"(","refresh_token":"r","account_id":")" + accountID + R"("})");
 }
 
-const std::string kUsageBody = R"({
-  "plan_type": "plus",
-  "rate_limit": {
-    "allowed": true,
-    "primary_window": {"used_percent": 42.5, "limit_window_seconds": 18000, "reset_at": 1750003600.5},
-    "secondary_window": {"used_percent": 150, "limit_window_seconds": 604800, "reset_at": 1750500000}
-  },
-  "credits": {"has_credits": false}
-})";
+const std::string kUsageBody = R"({"plan_type": "plus", "rate_limit": {"allowed": true,
+  "primary_window": {"used_percent": 42.5, "limit_window_seconds": 18000, "reset_at": 1750003600.5},
+  "secondary_window": {"used_percent": 150, "limit_window_seconds": 604800, "reset_at": 1750500000}
+}, "credits": {"has_credits": false}})";
+
+LimitWindow live(const char* id, double used, std::optional<double> duration,
+                 std::optional<Date> resetsAt = std::nullopt) {
+  return LimitWindow{id,       id == std::string("session") ? "Session" : "Weekly",
+                     used,     duration,
+                     resetsAt, LimitSource::live()};
+}
+
+ProviderLimits answer(ProviderStatus status, std::optional<std::string> plan = std::nullopt,
+                      std::vector<LimitWindow> windows = {}) {
+  return ProviderLimits{std::move(plan), std::move(windows), std::nullopt, status, kNow};
+}
+
+const ProviderLimits kUsage =
+    answer(ProviderStatus::ok, "Plus",
+           {live("session", 0.425, 18000, dateFromUnixSeconds(1750003600.5)),
+            live("weekly", 1.0, 604800, dateFromUnixSeconds(1750500000))});
+
+TEST(CodexUsageDecodingTest, ResponsesGiveThePlanAndTheWindowsWithTheirOwnLengths) {
+  const std::pair<std::string, ProviderLimits> rows[] = {
+      {kUsageBody, kUsage},
+      {R"({"plan_type":"team"})", answer(ProviderStatus::ok, "Team")},
+      {R"({"plan_type":"","rate_limit":null})", answer(ProviderStatus::ok)},
+      // A window needs its figure; length and reset time may be missing.
+      {R"({"rate_limit":{"primary_window":{"limit_window_seconds":18000,"reset_at":1750003600},
+          "secondary_window":{"used_percent":-3,"limit_window_seconds":null}}})",
+       answer(ProviderStatus::ok, std::nullopt, {live("weekly", 0.0, std::nullopt)})},
+      {R"({"rate_limit":{"primary_window":{"used_percent":10,"limit_window_seconds":3600}}})",
+       answer(ProviderStatus::ok, std::nullopt, {live("session", 0.1, 3600)})}};
+  for (const auto& [body, limits] : rows) {
+    EXPECT_EQ(CodexLimitsProvider::decodeUsage(body, kNow), limits) << body;
+  }
+  for (const char* body :
+       {"<html></html>", "[]", R"({"plan_type":1})", R"({"rate_limit":[]})",
+        R"({"rate_limit":{"primary_window":{"used_percent":"5"}}})",
+        R"({"rate_limit":{"secondary_window":{"used_percent":5,"reset_at":"soon"}}})",
+        R"({"rate_limit":{"primary_window":{"limit_window_seconds":"5h"}}})"}) {
+    EXPECT_EQ(CodexLimitsProvider::decodeUsage(body, kNow), std::nullopt) << body;
+  }
+  // A service echoing the token back must not carry it into the record: only known fields count.
+  const auto echoed = CodexLimitsProvider::decodeUsage(
+      R"({"plan_type":"plus","access_token":")" + kToken +
+          R"(","rate_limit":{"primary_window":{"used_percent":1,"token":")" + kToken + R"("}}})",
+      kNow);
+  ASSERT_TRUE(echoed);
+  expectNoSecret(*echoed, {kToken, "SECRET"});
+}
+
+TEST(CodexUsageDecodingTest, TheExpiryIsReadFromTheTokenPayload) {
+  // Payload bytes whose base64url form uses "-" and "_"; two parts are enough.
+  const std::string encoded = base64URL(R"({"exp":1700000000,"n":"??>>"})");
+  ASSERT_NE(encoded.find_first_of("-_"), std::string::npos);
+  EXPECT_EQ(CodexLimitsProvider::tokenExpiry("h." + encoded), dateFromUnixSeconds(1700000000));
+  EXPECT_EQ(CodexLimitsProvider::tokenExpiry("." + encoded + ".."),
+            dateFromUnixSeconds(1700000000));
+  EXPECT_EQ(CodexLimitsProvider::tokenExpiry(jwt(R"({"exp":1750000000.75,"iat":1})")),
+            dateFromUnixSeconds(1750000000.75));
+  // One part, an empty payload, not base64, not JSON, not an object, no number.
+  for (const std::string& token :
+       {base64URL(R"({"exp":1})"), std::string(), std::string("a..c"), std::string("a.!!!!.c"),
+        "a." + base64URL("not json") + ".c", jwt("[1750000000]"), jwt("{}"),
+        jwt(R"({"exp":"1750000000"})"), jwt(R"({"exp":null})"), jwt(R"({"exp":true})")}) {
+    EXPECT_EQ(CodexLimitsProvider::tokenExpiry(token), std::nullopt) << token;
+  }
+}
 
 class CodexLimitsProviderTest : public testing::TempDirTest {
  protected:
   void SetUp() override {
     TempDirTest::SetUp();
-    store = std::make_shared<UsageStore>(dir() / "usage.db");
     writeAuth(auth(kToken));
     server.respond(200, kUsageBody);
   }
 
   void writeAuth(const std::string& contents) { write("codex/auth.json", contents); }
 
-  CodexLimitsProvider provider(bool withClient = true,
-                               std::optional<std::string> url = std::nullopt) {
+  CodexLimitsProvider provider(bool withClient = true, std::string url = "") {
     return CodexLimitsProvider{
-        store, credentials,
+        [this]() -> std::optional<ProviderLimits> {
+          if (storeFails) throw std::runtime_error("the store cannot be read");
+          return stored;
+        },
+        credentials,
         withClient ? std::make_shared<CurlHTTPClient>() : std::shared_ptr<CurlHTTPClient>(),
-        dir() / "codex", url.value_or(server.url())};
+        dir() / "codex", url.empty() ? server.url() : url};
   }
 
-  // A record as the host stored it `age` seconds before now: one live, one local and one stale
-  // window, a plan and credits.
-  ProviderLimits storeRecordOfAge(double age, ProviderStatus status = ProviderStatus::ok) {
-    const Date fetchedAt = kNow - Seconds{age};
-    ProviderLimits record{
-        "Pro",
-        {LimitWindow{"session", "Session", 0.25, 18000.0, kNow + Seconds{3600},
-                     LimitSource::live()},
-         LimitWindow{"weekly", "Weekly", 0.5, 604800.0, std::nullopt,
-                     LimitSource::local(fetchedAt - Seconds{30})},
-         LimitWindow{"weekly.gpt-5", "Weekly · gpt-5", 0.75, std::nullopt, std::nullopt,
-                     LimitSource::stale(dateFromUnixSeconds(1'700'000'000))}},
-        Credits{"Credits", 4.5, std::nullopt, std::nullopt, false},
-        status,
-        fetchedAt};
-    store->setLimits(record, ProviderID::codex);
-    return record;
+  // A record kept `age` seconds before now, with a plan, a window and credits.
+  ProviderLimits storedOfAge(double age, ProviderStatus status = ProviderStatus::ok) {
+    stored = ProviderLimits{"Pro",
+                            {live("session", 0.25, 18000)},
+                            Credits{"Credits", 4.5, std::nullopt, std::nullopt, false},
+                            status,
+                            kNow - Seconds{age}};
+    return *stored;
   }
 
-  std::shared_ptr<UsageStore> store;
-  std::shared_ptr<StubCredentialSource> credentials = std::make_shared<StubCredentialSource>();
+  std::optional<ProviderLimits> stored;
+  bool storeFails = false;
+  std::shared_ptr<testing::StubCredentialSource> credentials =
+      std::make_shared<testing::StubCredentialSource>();
   StubHTTPServer server{"/backend-api/wham/usage"};
 };
 
-ProviderLimits failure(ProviderStatus status) {
-  return ProviderLimits{std::nullopt, {}, std::nullopt, status, kNow};
-}
-
-TEST_F(CodexLimitsProviderTest, EveryLiveOutcomeHasItsStatus) {
-  struct Row {
-    const char* name;
-    std::optional<std::string> authFile;  // nothing: no auth.json at all
-    int httpStatus;
-    std::string body;
-    ProviderStatus expected;
-    size_t requests;
-  };
-  const std::vector<Row> rows = {
-      {"auth.json missing", std::nullopt, 200, kUsageBody, ProviderStatus::unavailable, 0},
-      {"auth.json not JSON", "tokens: " + kToken, 200, kUsageBody, ProviderStatus::unavailable, 0},
-      {"auth.json an array", "[]", 200, kUsageBody, ProviderStatus::unavailable, 0},
-      {"no tokens", R"({"OPENAI_API_KEY":"sk-1"})", 200, kUsageBody, ProviderStatus::unavailable,
-       0},
-      {"tokens null", authWith("null"), 200, kUsageBody, ProviderStatus::unavailable, 0},
-      {"no access token", authWith(R"({"account_id":"a"})"), 200, kUsageBody,
-       ProviderStatus::unavailable, 0},
-      {"empty access token", auth(""), 200, kUsageBody, ProviderStatus::unavailable, 0},
-      {"access token a number", authWith(R"({"access_token":5})"), 200, kUsageBody,
-       ProviderStatus::unavailable, 0},
-      {"account id a number", authWith(R"({"access_token":"t","account_id":5})"), 200, kUsageBody,
-       ProviderStatus::unavailable, 0},
-      {"expired a second ago", auth(jwt(R"({"exp":1749999999})")), 200, kUsageBody,
-       ProviderStatus::signInNeeded, 0},
-      {"expires exactly now", auth(jwt(R"({"exp":1750000000})")), 200, kUsageBody,
-       ProviderStatus::signInNeeded, 0},
-      {"expires in a second", auth(jwt(R"({"exp":1750000001})")), 200, kUsageBody,
-       ProviderStatus::ok, 1},
-      {"token without exp", auth(jwt(R"({"sub":"u"})")), 200, kUsageBody, ProviderStatus::ok, 1},
-      {"token not a JWT", auth("opaque"), 200, kUsageBody, ProviderStatus::ok, 1},
-      {"200 decodable", auth(kToken), 200, kUsageBody, ProviderStatus::ok, 1},
-      {"200 not JSON", auth(kToken), 200, "<html></html>", ProviderStatus::unreachable, 1},
-      {"200 plan a number", auth(kToken), 200, R"({"plan_type":1})", ProviderStatus::unreachable,
-       1},
-      {"200 rate_limit a list", auth(kToken), 200, R"({"rate_limit":[]})",
-       ProviderStatus::unreachable, 1},
-      {"200 used_percent text", auth(kToken), 200,
-       R"({"rate_limit":{"primary_window":{"used_percent":"5"}}})", ProviderStatus::unreachable, 1},
-      {"200 reset_at text", auth(kToken), 200,
-       R"({"rate_limit":{"secondary_window":{"used_percent":5,"reset_at":"soon"}}})",
-       ProviderStatus::unreachable, 1},
-      {"200 window without figure, bad length", auth(kToken), 200,
-       R"({"rate_limit":{"primary_window":{"limit_window_seconds":"5h"}}})",
-       ProviderStatus::unreachable, 1},
-      {"201 decodable", auth(kToken), 201, "{}", ProviderStatus::ok, 1},
-      {"401", auth(kToken), 401, kUsageBody, ProviderStatus::signInNeeded, 1},
-      {"403", auth(kToken), 403, "", ProviderStatus::signInNeeded, 1},
-      {"429", auth(kToken), 429, kUsageBody, ProviderStatus::rateLimited, 1},
-      {"302", auth(kToken), 302, "", ProviderStatus::unreachable, 1},
-      {"500", auth(kToken), 500, kUsageBody, ProviderStatus::unreachable, 1},
-  };
-
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    std::filesystem::remove(dir() / "codex" / "auth.json");
-    if (row.authFile) writeAuth(*row.authFile);
+TEST_F(CodexLimitsProviderTest, EveryAuthFileHasItsOutcome) {
+  const auto unavailable = ProviderStatus::unavailable, ok = ProviderStatus::ok,
+             signInNeeded = ProviderStatus::signInNeeded;
+  const std::tuple<const char*, std::optional<std::string>, ProviderStatus> rows[] = {
+      {"auth.json missing", std::nullopt, unavailable},
+      {"not JSON", "tokens: " + kToken, unavailable},
+      {"an array", "[]", unavailable},
+      {"no tokens", R"({"OPENAI_API_KEY":"sk-1"})", unavailable},
+      {"tokens null", authWith("null"), unavailable},
+      {"no access token", authWith(R"({"account_id":"a"})"), unavailable},
+      {"empty access token", auth(""), unavailable},
+      {"access token a number", authWith(R"({"access_token":5})"), unavailable},
+      {"account id a number", authWith(R"({"access_token":"t","account_id":5})"), unavailable},
+      {"expired a second ago", auth(jwt(R"({"exp":1749999999})")), signInNeeded},
+      {"expires exactly now", auth(jwt(R"({"exp":1750000000})")), signInNeeded},
+      {"expires in a second", auth(jwt(R"({"exp":1750000001})")), ok},
+      {"token without exp", auth(jwt(R"({"sub":"u"})")), ok},
+      {"token not a JWT", auth("opaque"), ok}};
+  for (const auto& [name, authFile, status] : rows) {
+    std::filesystem::remove(dir() / "codex/auth.json");
+    if (authFile) writeAuth(*authFile);
     server.clearRequests();
-    server.respond(row.httpStatus, row.body);
-
-    const ProviderLimits limits = provider().fetch(kNow);
-    EXPECT_EQ(limits.status, row.expected);
-    EXPECT_EQ(limits.fetchedAt, kNow);
-    if (row.expected != ProviderStatus::ok) {
-      EXPECT_EQ(limits, failure(row.expected));
-    }
-    EXPECT_EQ(server.requests().size(), row.requests);
+    EXPECT_EQ(provider().fetch(kNow), status == ok ? kUsage : answer(status)) << name;
+    EXPECT_EQ(server.requests().size(), status == ok ? 1u : 0u) << name;
   }
-
   // auth.json that cannot be read, and a missing client.
-  std::filesystem::remove(dir() / "codex" / "auth.json");
-  std::filesystem::create_directories(dir() / "codex" / "auth.json");
-  EXPECT_EQ(provider().fetch(kNow), failure(ProviderStatus::unavailable));
-  std::filesystem::remove(dir() / "codex" / "auth.json");
+  std::filesystem::remove(dir() / "codex/auth.json");
+  std::filesystem::create_directories(dir() / "codex/auth.json");
+  EXPECT_EQ(provider().fetch(kNow), answer(unavailable));
+  std::filesystem::remove(dir() / "codex/auth.json");
   writeAuth(auth(kToken));
   server.clearRequests();
-  EXPECT_EQ(provider(false).fetch(kNow), failure(ProviderStatus::unavailable));
+  EXPECT_EQ(provider(false).fetch(kNow), answer(unavailable));
   EXPECT_TRUE(server.requests().empty());
-
-  // Nobody listening.
-  EXPECT_EQ(provider(true, testing::closedPortURL("/backend-api/wham/usage")).fetch(kNow),
-            failure(ProviderStatus::unreachable));
 }
 
-TEST_F(CodexLimitsProviderTest, TheRequestCarriesTheTokenAndTheAccount) {
-  const auto headersFor = [this](const std::string& authFile) {
+TEST_F(CodexLimitsProviderTest, TheRequestCarriesTheTokenAndTheAccountWhenThereIsOne) {
+  const std::tuple<std::string, std::string, std::optional<std::string>> rows[] = {
+      {auth(kToken, "acc-123"), kToken, "acc-123"},
+      {auth(kToken, ""), kToken, std::nullopt},  // not even empty, as a hand-read request shows
+      {authWith(R"({"access_token":"plain","account_id":null})"), "plain", std::nullopt}};
+  for (const auto& [authFile, token, account] : rows) {
     writeAuth(authFile);
-    server.clearRequests();
-    EXPECT_EQ(provider().fetch(kNow).status, ProviderStatus::ok);
-    const auto requests = server.requests();
-    EXPECT_EQ(requests.size(), 1u);
-    return requests.empty() ? StubHTTPServer::Request{} : requests[0];
-  };
-
-  const auto withAccount = headersFor(auth(kToken, "acc-123"));
-  EXPECT_EQ(withAccount.method, "GET");
-  EXPECT_EQ(withAccount.path, "/backend-api/wham/usage");
-  EXPECT_EQ(withAccount.header("Authorization"), "Bearer " + kToken);
-  EXPECT_EQ(withAccount.header("ChatGPT-Account-Id"), "acc-123");
-  EXPECT_EQ(withAccount.header("User-Agent"), "Brimlog/0.1.0");
-
-  const auto emptyAccount = headersFor(auth(kToken, ""));
-  EXPECT_EQ(emptyAccount.header("ChatGPT-Account-Id"), std::nullopt);
-  EXPECT_EQ(emptyAccount.header("Authorization"), "Bearer " + kToken);
-
-  const auto noAccount = headersFor(authWith(R"({"access_token":"plain","account_id":null})"));
-  EXPECT_EQ(noAccount.header("ChatGPT-Account-Id"), std::nullopt);
-  EXPECT_EQ(noAccount.header("Authorization"), "Bearer plain");
-}
-
-TEST_F(CodexLimitsProviderTest, WindowsComeWithTheLengthsTheServiceGives) {
-  EXPECT_EQ(provider().fetch(kNow),
-            (ProviderLimits{"Plus",
-                            {LimitWindow{"session", "Session", 0.425, 18000.0,
-                                         dateFromUnixSeconds(1750003600.5), LimitSource::live()},
-                             LimitWindow{"weekly", "Weekly", 1.0, 604800.0,
-                                         dateFromUnixSeconds(1750500000), LimitSource::live()}},
-                            std::nullopt,
-                            ProviderStatus::ok,
-                            kNow}));
-
-  const auto answerTo = [this](const std::string& body) {
-    server.respond(200, body);
-    return provider().fetch(kNow);
-  };
-  EXPECT_EQ(answerTo(R"({"plan_type":"team"})"),
-            (ProviderLimits{"Team", {}, std::nullopt, ProviderStatus::ok, kNow}));
-  EXPECT_EQ(answerTo(R"({"plan_type":"","rate_limit":null})"),
-            (ProviderLimits{std::nullopt, {}, std::nullopt, ProviderStatus::ok, kNow}));
-
-  // A window needs its figure; length and reset time may be missing.
-  const auto partial = answerTo(R"({"rate_limit":{
-      "primary_window":{"limit_window_seconds":18000,"reset_at":1750003600},
-      "secondary_window":{"used_percent":-3,"limit_window_seconds":null}}})");
-  EXPECT_EQ(partial.windows,
-            (std::vector<LimitWindow>{LimitWindow{"weekly", "Weekly", 0.0, std::nullopt,
-                                                  std::nullopt, LimitSource::live()}}));
-  const auto oddLength = answerTo(
-      R"({"rate_limit":{"primary_window":{"used_percent":10,"limit_window_seconds":3600}}})");
-  ASSERT_EQ(oddLength.windows.size(), 1u);
-  EXPECT_EQ(oddLength.windows[0].duration, 3600.0);
-}
-
-TEST_F(CodexLimitsProviderTest, TheExpiryIsReadFromTheTokenPayload) {
-  using P = CodexLimitsProvider;
-  EXPECT_EQ(P::tokenExpiry(jwt(R"({"exp":1750000000})")), dateFromUnixSeconds(1750000000));
-  EXPECT_EQ(P::tokenExpiry(jwt(R"({"exp":1750000000.75,"iat":1})")),
-            dateFromUnixSeconds(1750000000.75));
-  // Payload bytes whose base64url form uses "-" and "_", and a token of just two parts.
-  const std::string payload = R"({"exp":1700000000,"n":"??>>"})";
-  const std::string encoded = base64URL(payload);
-  ASSERT_NE(encoded.find_first_of("-_"), std::string::npos);
-  EXPECT_EQ(P::tokenExpiry(std::string("h.").append(encoded)), dateFromUnixSeconds(1700000000));
-  EXPECT_EQ(P::tokenExpiry(std::string(".").append(encoded).append("..")),
-            dateFromUnixSeconds(1700000000));
-
-  EXPECT_EQ(P::tokenExpiry(base64URL(R"({"exp":1})")), std::nullopt);  // one part
-  EXPECT_EQ(P::tokenExpiry(""), std::nullopt);
-  EXPECT_EQ(P::tokenExpiry("a..c"), std::nullopt);      // empty payload
-  EXPECT_EQ(P::tokenExpiry("a.!!!!.c"), std::nullopt);  // not base64
-  EXPECT_EQ(P::tokenExpiry(std::string("a.").append(base64URL("not json")).append(".c")),
-            std::nullopt);
-  EXPECT_EQ(P::tokenExpiry(jwt("[1750000000]")), std::nullopt);
-  EXPECT_EQ(P::tokenExpiry(jwt("{}")), std::nullopt);
-  EXPECT_EQ(P::tokenExpiry(jwt(R"({"exp":"1750000000"})")), std::nullopt);
-  EXPECT_EQ(P::tokenExpiry(jwt(R"({"exp":null})")), std::nullopt);
-  EXPECT_EQ(P::tokenExpiry(jwt(R"({"exp":true})")), std::nullopt);
+    StubHTTPServer raw{StubHTTPServer::raw};
+    raw.answerOnce("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}");
+    EXPECT_EQ(provider(true, raw.url()).fetch(kNow), answer(ProviderStatus::ok));
+    const auto requests = raw.requests();
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests[0].method, "GET");
+    EXPECT_EQ(requests[0].path, "/usage");
+    EXPECT_EQ(requests[0].header("Authorization"), "Bearer " + token);
+    EXPECT_EQ(requests[0].header("ChatGPT-Account-Id"), account);
+    EXPECT_EQ(requests[0].header("User-Agent"), "Brimlog/0.1.0");
+  }
 }
 
 TEST_F(CodexLimitsProviderTest, AFreshStoredRecordIsAnsweredWithoutAsking) {
   for (double age : {0.0, 599.0, 600.0, -100.0}) {
-    SCOPED_TRACE(age);
-    const ProviderLimits stored = storeRecordOfAge(age);
-    EXPECT_EQ(provider().fetch(kNow), stored);
+    EXPECT_EQ(provider().fetch(kNow), storedOfAge(age)) << age;
   }
   EXPECT_TRUE(server.requests().empty());
   EXPECT_TRUE(credentials->filesRead.empty());
 
-  // One second older and the service is asked; the provider leaves the store alone.
-  const ProviderLimits old = storeRecordOfAge(601);
-  const ProviderLimits live = provider().fetch(kNow);
-  EXPECT_EQ(live.status, ProviderStatus::ok);
-  EXPECT_EQ(live.fetchedAt, kNow);
-  EXPECT_EQ(live.plan, "Plus");
-  ASSERT_EQ(live.windows.size(), 2u);
-  EXPECT_EQ(live.windows[0].source, LimitSource::live());
+  // One second older and the service is asked.
+  storedOfAge(601);
+  EXPECT_EQ(provider().fetch(kNow), kUsage);
   EXPECT_EQ(server.requests().size(), 1u);
-  EXPECT_EQ(credentials->filesRead,
-            (std::vector<std::filesystem::path>{dir() / "codex" / "auth.json"}));
-  EXPECT_EQ(store->limits(ProviderID::codex), old);
+  EXPECT_EQ(credentials->filesRead, std::vector{dir() / "codex/auth.json"});
 }
 
 TEST_F(CodexLimitsProviderTest, AFailedFetchFallsBackOnTheStoredRecordMarkedStale) {
-  const auto staleCopy = [](const ProviderLimits& stored, ProviderStatus status) {
-    ProviderLimits expected = stored;
-    const Date asOf = stored.fetchedAt;
-    expected.windows[0].source = LimitSource::stale(asOf);
-    expected.windows[1].source = LimitSource::stale(asOf);  // the local date is replaced
-    // the third window was already stale and keeps its own date
-    expected.status = status;
-    return expected;
+  const auto staleWith = [](ProviderLimits kept, ProviderStatus status) {
+    kept = kept.markedStale();
+    kept.status = status;
+    return kept;
   };
-
-  // The service's refusal replaces the stored status.
-  ProviderLimits stored = storeRecordOfAge(3600);
-  for (auto [httpStatus, status] :
-       {std::pair{429, ProviderStatus::rateLimited}, std::pair{401, ProviderStatus::signInNeeded},
-        std::pair{500, ProviderStatus::unreachable}}) {
-    SCOPED_TRACE(httpStatus);
-    server.respond(httpStatus, "");
-    EXPECT_EQ(provider().fetch(kNow), staleCopy(stored, status));
-  }
-  server.respond(200, "garbage");
-  EXPECT_EQ(provider().fetch(kNow), staleCopy(stored, ProviderStatus::unreachable));
-  EXPECT_EQ(provider(true, testing::closedPortURL("/x")).fetch(kNow),
-            staleCopy(stored, ProviderStatus::unreachable));
+  const ProviderLimits kept = storedOfAge(3600);
+  server.respond(429, "");
+  EXPECT_EQ(provider().fetch(kNow), staleWith(kept, ProviderStatus::rateLimited));
+  server.respond(200, "not json " + kToken);
+  const ProviderLimits undecodable = provider().fetch(kNow);
+  EXPECT_EQ(undecodable, staleWith(kept, ProviderStatus::unreachable));
+  expectNoSecret(undecodable, {kToken, "SECRET"});
+  EXPECT_EQ(provider(true, testing::closedPortURL()).fetch(kNow),
+            staleWith(kept, ProviderStatus::unreachable));
   writeAuth(auth(jwt(R"({"exp":1})")));
-  EXPECT_EQ(provider().fetch(kNow), staleCopy(stored, ProviderStatus::signInNeeded));
+  EXPECT_EQ(provider().fetch(kNow), staleWith(kept, ProviderStatus::signInNeeded));
 
   // No usable auth.json: the stored status stands.
-  stored = storeRecordOfAge(3600, ProviderStatus::rateLimited);
-  std::filesystem::remove(dir() / "codex" / "auth.json");
-  EXPECT_EQ(provider().fetch(kNow), staleCopy(stored, ProviderStatus::rateLimited));
+  std::filesystem::remove(dir() / "codex/auth.json");
+  const ProviderLimits limited = storedOfAge(3600, ProviderStatus::rateLimited);
+  EXPECT_EQ(provider().fetch(kNow), staleWith(limited, ProviderStatus::rateLimited));
 
   // Without a client the stored record is all there is, however old.
-  stored = storeRecordOfAge(86400 * 30);
-  EXPECT_EQ(provider(false).fetch(kNow), stored);
+  EXPECT_EQ(provider(false).fetch(kNow), storedOfAge(86400 * 30));
 }
 
 TEST_F(CodexLimitsProviderTest, WithNothingStoredAFailureIsTheAnswer) {
   server.respond(429, "");
-  EXPECT_EQ(provider().fetch(kNow), failure(ProviderStatus::rateLimited));
-  EXPECT_EQ(provider(false).fetch(kNow), failure(ProviderStatus::unavailable));
+  EXPECT_EQ(provider().fetch(kNow), answer(ProviderStatus::rateLimited));
+  EXPECT_EQ(provider(false).fetch(kNow), answer(ProviderStatus::unavailable));
 
-  // A stored row that no longer decodes counts as nothing stored.
-  storeRecordOfAge(10);
-  {
-    testing::RawDatabase raw{dir() / "usage.db"};
-    EXPECT_EQ(raw.exec("UPDATE limits SET json = '{\"windows\":' WHERE provider = 'codex'"),
-              SQLITE_OK);
-  }
+  // A reader that fails counts as nothing stored, however fresh the record behind it.
+  storedOfAge(10);
+  storeFails = true;
   server.clearRequests();
-  EXPECT_EQ(provider().fetch(kNow), failure(ProviderStatus::rateLimited));
+  EXPECT_EQ(provider().fetch(kNow), answer(ProviderStatus::rateLimited));
   EXPECT_EQ(server.requests().size(), 1u);
-}
-
-TEST_F(CodexLimitsProviderTest, TheTokenNeverAppearsInWhatTheProviderProduces) {
-  // The service echoing the token back must not carry it into the record: only known fields are
-  // read.
-  const std::string echo = R"({"plan_type":"plus","access_token":")" + kToken +
-                           R"(","rate_limit":{"primary_window":{"used_percent":1,"token":")" +
-                           kToken + R"("}}})";
-  std::vector<ProviderLimits> results;
-  for (int status : {200, 401, 429, 500}) {
-    server.respond(status, echo);
-    results.push_back(provider().fetch(kNow));
-  }
-  storeRecordOfAge(3600);
-  server.respond(200, "not json " + kToken);
-  results.push_back(provider().fetch(kNow));
-  writeAuth(auth(jwt(R"({"exp":1,"sub":"user-SECRET"})")));
-  results.push_back(provider().fetch(kNow));
-
-  for (const ProviderLimits& limits : results) expectNoSecret(limits, {kToken, "SECRET"});
-}
-
-TEST(CodexLimitsProviderHomeTest, CodexHomeFollowsTheEnvironment) {
-  const char* previous = std::getenv("CODEX_HOME");
-  const std::optional<std::string> saved =
-      previous ? std::optional<std::string>(previous) : std::nullopt;
-
-  ::unsetenv("CODEX_HOME");
-  EXPECT_EQ(CodexLimitsProvider::defaultCodexHome("/home/u"), "/home/u/.codex");
-  ::setenv("CODEX_HOME", "", 1);
-  EXPECT_EQ(CodexLimitsProvider::defaultCodexHome("/home/u"), "/home/u/.codex");
-  ::setenv("CODEX_HOME", "/srv/codex-home", 1);
-  EXPECT_EQ(CodexLimitsProvider::defaultCodexHome("/home/u"), "/srv/codex-home");
-
-  if (saved) {
-    ::setenv("CODEX_HOME", saved->c_str(), 1);
-  } else {
-    ::unsetenv("CODEX_HOME");
-  }
 }
 
 }  // namespace

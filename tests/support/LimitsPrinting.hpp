@@ -12,28 +12,25 @@
 // Lets test failures show limits records as their JSON (dates as ISO 8601 text) instead of bytes.
 namespace brimlog {
 
-inline void PrintTo(const LimitWindow& window, std::ostream* out) {
+template <typename Encode>
+void printJson(std::ostream* out, const Encode& encode) {
   try {
-    *out << json::dump(window.toJson(DateForm::iso8601));
+    *out << json::dump(encode());
   } catch (const std::exception& error) {
-    *out << "<window " << window.id << ": " << error.what() << ">";
+    *out << "<not encodable: " << error.what() << ">";
   }
+}
+
+inline void PrintTo(const LimitWindow& window, std::ostream* out) {
+  printJson(out, [&] { return window.toJson(DateForm::iso8601); });
 }
 
 inline void PrintTo(const ProviderLimits& limits, std::ostream* out) {
-  try {
-    *out << json::dump(limits.toJson(DateForm::iso8601));
-  } catch (const std::exception& error) {
-    *out << "<limits: " << error.what() << ">";
-  }
+  printJson(out, [&] { return limits.toJson(DateForm::iso8601); });
 }
 
 inline void PrintTo(const Credits& credits, std::ostream* out) {
-  try {
-    *out << json::dump(credits.toJson());
-  } catch (const std::exception& error) {
-    *out << "<credits: " << error.what() << ">";
-  }
+  printJson(out, [&] { return credits.toJson(); });
 }
 
 inline void PrintTo(ProviderStatus status, std::ostream* out) { *out << caseName(status); }

@@ -1,9 +1,15 @@
 #pragma once
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
 
 #include <chrono>
+#include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -11,16 +17,26 @@
 #include <utility>
 #include <vector>
 
+#include "limits/HTTPClient.hpp"
+#include "platform/FileDescriptor.hpp"
+
 namespace brimlog::testing {
 
-/// A real HTTP server on 127.0.0.1 (a free port) that stands in for a tool's usage endpoint: it
-/// answers GET `path` with the status and body last given to `respond` and records every request
-/// it receives. Any other path answers 404. Stopped and joined on destruction.
+/// A real server on 127.0.0.1 (a free port) that stands in for a tool's usage endpoint. Stopped
+/// and joined on destruction.
+///
+/// Served over HTTP (the default), it records every request (GET, POST or PUT, any path) and
+/// answers `path` with what `respond` last set, a path given to `on` with that handler, and any
+/// other path with 404:
 ///
 ///     StubHTTPServer server{"/api/oauth/usage"};
 ///     server.respond(429, "");
 ///     provider = ... server.url() ...;
 ///     server.requests().size();  // what reached it
+///
+/// Raw (`StubHTTPServer{StubHTTPServer::raw}`), the port accepts connections and nothing answers,
+/// unless `answerOnce` is given bytes to write back by hand: for answers no HTTP server gives. The
+/// request it answers is recorded as it came, headers with empty values included.
 class StubHTTPServer {
  public:
   /// One request as the server received it.
@@ -28,38 +44,48 @@ class StubHTTPServer {
     std::string method;
     std::string path;
     std::vector<std::pair<std::string, std::string>> headers;
+    std::string body;
 
     /// The value of a header, its name compared without regard to case.
-    std::optional<std::string> header(const std::string& name) const {
+    std::optional<std::string> header(std::string_view name) const {
       for (const auto& [key, value] : headers) {
-        if (key.size() == name.size() &&
-            std::equal(key.begin(), key.end(), name.begin(), [](char a, char b) {
-              return std::tolower(static_cast<unsigned char>(a)) ==
-                     std::tolower(static_cast<unsigned char>(b));
-            })) {
-          return value;
-        }
+        if (sameHeaderName(key, name)) return value;
       }
       return std::nullopt;
     }
   };
 
-  explicit StubHTTPServer(std::string path) : path_(std::move(path)) {
-    server_.Get(path_, [this](const httplib::Request& request, httplib::Response& response) {
-      std::lock_guard lock(mutex_);
-      Request received{request.method, request.path, {}};
-      for (const auto& [name, value] : request.headers) received.headers.emplace_back(name, value);
-      requests_.push_back(std::move(received));
-      response.status = status_;
-      response.set_content(body_, "application/json");
-    });
-    port_ = server_.bind_to_any_port("127.0.0.1");
+  using Handler = std::function<void(const httplib::Request&, httplib::Response&)>;
+
+  struct Raw {};
+  static constexpr Raw raw{};
+
+  explicit StubHTTPServer(std::string path = "/usage") : path_(std::move(path)) {
+    const auto handle = [this](const httplib::Request& request, httplib::Response& response) {
+      serve(request, response);
+    };
+    http_.Get(".*", handle);
+    http_.Post(".*", handle);
+    http_.Put(".*", handle);
+    port_ = http_.bind_to_any_port("127.0.0.1");
     EXPECT_GT(port_, 0) << "could not bind a port on 127.0.0.1";
-    thread_ = std::thread([this] { server_.listen_after_bind(); });
+    thread_ = std::thread([this] { http_.listen_after_bind(); });
     // stop() before the accept loop runs would be lost; wait until it does.
-    for (int i = 0; i < 2000 && !server_.is_running(); ++i) {
+    for (int i = 0; i < 2000 && !http_.is_running(); ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
+  }
+
+  explicit StubHTTPServer(Raw) : path_("/usage") {
+    raw_ = FileDescriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    EXPECT_EQ(::bind(raw_.get(), reinterpret_cast<sockaddr*>(&address), length), 0);
+    EXPECT_EQ(::listen(raw_.get(), 8), 0);
+    EXPECT_EQ(::getsockname(raw_.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
+    port_ = ntohs(address.sin_port);
   }
 
   ~StubHTTPServer() { stop(); }
@@ -67,21 +93,55 @@ class StubHTTPServer {
   StubHTTPServer(const StubHTTPServer&) = delete;
   StubHTTPServer& operator=(const StubHTTPServer&) = delete;
 
-  /// Stops listening; the port is closed afterwards.
+  /// Stops listening over HTTP (the port is closed afterwards); waits for a raw answer to end.
   void stop() {
     if (!thread_.joinable()) return;
-    server_.stop();
+    if (!raw_) http_.stop();
     thread_.join();
   }
 
-  /// The full URL of the endpoint.
-  std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + path_; }
+  /// The full URL of `path`, by default the endpoint's.
+  std::string url() const { return url(path_); }
+  std::string url(const std::string& path) const {
+    return "http://127.0.0.1:" + std::to_string(port_) + path;
+  }
 
-  /// What every following request is answered with.
-  void respond(int status, std::string body) {
+  /// What every following request to the endpoint's path is answered with.
+  void respond(int status, std::string body,
+               std::vector<std::pair<std::string, std::string>> headers = {}) {
     std::lock_guard lock(mutex_);
     status_ = status;
     body_ = std::move(body);
+    headers_ = std::move(headers);
+  }
+
+  /// Answers requests to `path` with `handler` (called on the server's threads).
+  void on(const std::string& path, Handler handler) {
+    std::lock_guard lock(mutex_);
+    handlers_[path] = std::move(handler);
+  }
+
+  /// Raw: answers the next connection, once its request head is in, with `reply` as it is. With
+  /// `hangUp` false the connection stays open after the reply until the client closes it.
+  void answerOnce(std::string reply, bool hangUp = true) {
+    thread_ = std::thread([this, reply = std::move(reply), hangUp] {
+      pollfd waiting{raw_.get(), POLLIN, 0};
+      if (::poll(&waiting, 1, 5000) != 1) return;
+      const FileDescriptor connection(::accept(raw_.get(), nullptr, nullptr));
+      std::string head;
+      char chunk[1024];
+      while (head.find("\r\n\r\n") == std::string::npos) {
+        const ssize_t count = ::recv(connection.get(), chunk, sizeof chunk, 0);
+        if (count <= 0) return;
+        head.append(chunk, static_cast<size_t>(count));
+      }
+      record(head);
+      ::send(connection.get(), reply.data(), reply.size(), MSG_NOSIGNAL);
+      // Close only after the client has: closing first could reset the connection under it.
+      if (hangUp) ::shutdown(connection.get(), SHUT_WR);
+      while (::recv(connection.get(), chunk, sizeof chunk, 0) > 0) {
+      }
+    });
   }
 
   std::vector<Request> requests() const {
@@ -95,18 +155,66 @@ class StubHTTPServer {
   }
 
  private:
+  // Keeps a request head read by hand, headers with empty values included (the HTTP server drops
+  // those).
+  void record(std::string_view head) {
+    Request received;
+    size_t end = head.find("\r\n");
+    const std::string_view start = head.substr(0, end);
+    received.method = start.substr(0, start.find(' '));
+    received.path =
+        start.substr(received.method.size() + 1, start.rfind(' ') - received.method.size() - 1);
+    for (size_t next; (next = head.find("\r\n", end + 2)) != std::string_view::npos; end = next) {
+      const std::string_view line = head.substr(end + 2, next - end - 2);
+      const size_t colon = line.find(':');
+      if (colon == std::string_view::npos) continue;
+      const size_t value = line.find_first_not_of(' ', colon + 1);
+      received.headers.emplace_back(line.substr(0, colon),
+                                    value == std::string_view::npos ? "" : line.substr(value));
+    }
+    std::lock_guard lock(mutex_);
+    requests_.push_back(std::move(received));
+  }
+
+  void serve(const httplib::Request& request, httplib::Response& response) {
+    Handler handler;
+    {
+      std::lock_guard lock(mutex_);
+      Request received{request.method, request.path, {}, request.body};
+      for (const auto& [name, value] : request.headers) received.headers.emplace_back(name, value);
+      requests_.push_back(std::move(received));
+      if (request.path == path_) {
+        response.status = status_;
+        for (const auto& [name, value] : headers_) response.set_header(name, value);
+        response.set_content(body_, "application/json");
+        return;
+      }
+      if (auto found = handlers_.find(request.path); found != handlers_.end()) {
+        handler = found->second;
+      }
+    }
+    if (handler) {
+      handler(request, response);
+    } else {
+      response.status = 404;
+    }
+  }
+
   std::string path_;
-  httplib::Server server_;
+  httplib::Server http_;
+  FileDescriptor raw_;
   int port_ = 0;
   std::thread thread_;
   mutable std::mutex mutex_;
   int status_ = 200;
   std::string body_ = "{}";
+  std::vector<std::pair<std::string, std::string>> headers_;
+  std::map<std::string, Handler> handlers_;
   std::vector<Request> requests_;
 };
 
 /// The URL of an endpoint on 127.0.0.1 whose port was just closed: connecting is refused.
-inline std::string closedPortURL(const std::string& path) {
+inline std::string closedPortURL(const std::string& path = "/usage") {
   StubHTTPServer server{path};
   server.stop();
   return server.url();
