@@ -56,34 +56,10 @@ TEST_F(UsageStoreTest, ANewFileGetsTheSchemaAndAnExistingVersionIsTakenAsIs) {
   EXPECT_THAT(raw.rows("PRAGMA user_version"), ElementsAre("7"));
 }
 
-TEST_F(UsageStoreTest, EveryKeyIsCountedOnceAcrossAndWithinBatches) {
-  UsageStore store{dbPath()};
-  const std::vector<UsageEvent> batch = {
-      event("a", "2025-03-01T10:00:00Z", {10, 1, 2, 3, 4, 5}),
-      event("b", "2025-03-01T11:00:00Z", {1, 1, 1, 1, 1, 1}),
-      event("a", "2025-03-01T12:00:00Z", {100, 100, 100, 100, 100, 100}),  // a repeat within
-  };
-  EXPECT_EQ(store.ingest(batch, utc), 2);
-  EXPECT_EQ(store.ingest(batch, utc), 0);
-  // A different provider, model and day do not make a known key new.
-  EXPECT_EQ(store.ingest(std::vector{event("b", "2025-04-01T00:00:00Z", {9, 9, 9, 9, 9, 9}, 1.0,
-                                           "s9", "m9", ProviderID::codex)},
-                         utc),
-            0);
-  EXPECT_EQ(store.ingest(std::vector<UsageEvent>{}, utc), 0);
-
-  RawDatabase raw{dbPath()};
-  EXPECT_THAT(raw.rows("SELECT * FROM daily"),
-              ElementsAre("claude|m1|2025-03-01|11|2|3|4|5|6|NULL"));
-  EXPECT_THAT(raw.rows("SELECT * FROM sessions"), ElementsAre("claude|s1|2025-03-01"));
-  EXPECT_THAT(raw.rows("SELECT key, day FROM seen ORDER BY key"),
-              ElementsAre("a|2025-03-01", "b|2025-03-01"));
-}
-
-// A batch sums its events before writing them; the rows must be what one event at a time leaves:
-// reported costs stay NULL until one is reported and are then added in order, and a session
-// keeps its earliest day.
-TEST_F(UsageStoreTest, ABatchLeavesTheSameRowsAsItsEventsOneByOne) {
+// A batch sums its events before writing them. The rows must be what one event at a time leaves:
+// each key counted once, within a batch and across batches; each counter in its own column;
+// reported costs NULL until one is reported and then added in order; a session's earliest day.
+TEST_F(UsageStoreTest, ABatchCountsEachKeyOnceAndLeavesTheRowsOfItsEventsOneByOne) {
   const std::vector<UsageEvent> events = {
       event("1", "2025-03-02T10:00:00Z", {1, 2, 3, 4, 5, 6}, std::nullopt, "s1", "m1"),
       event("5", "2025-03-01T12:00:00Z", {2, 0, 0, 0, 0, 0}, std::nullopt, "s2", "m2",
@@ -91,7 +67,8 @@ TEST_F(UsageStoreTest, ABatchLeavesTheSameRowsAsItsEventsOneByOne) {
       event("2", "2025-03-01T10:00:00Z", {1, 1, 1, 1, 1, 1}, 0.1, "s2", "m2", ProviderID::grok),
       event("3", "2025-03-02T11:00:00Z", {7, 0, 0, 0, 7, 0}, std::nullopt, "s1", "m1"),
       event("4", "2025-03-01T11:00:00Z", {1, 1, 1, 1, 1, 1}, 0.2, "s2", "m2", ProviderID::grok),
-      event("1", "2025-03-03T10:00:00Z", {9, 9, 9, 9, 9, 9}),  // a repeat: ignored
+      // A known key stays known for another tool, model and day.
+      event("1", "2025-03-03T10:00:00Z", {9, 9, 9, 9, 9, 9}, 1.0, "s9", "m9", ProviderID::codex),
       event("6", "2025-03-01T09:00:00Z", {3, 0, 0, 0, 3, 0}, 0.3, "s1", "m1"),
       event("7", "2025-02-28T09:00:00Z", {0, 0, 0, 0, 0, 0}, std::nullopt, "s1", "m3"),
       event("8", "2025-03-04T09:00:00Z", {1, 0, 0, 0, 0, 0}, std::nullopt, "s1", "m1"),
@@ -99,6 +76,7 @@ TEST_F(UsageStoreTest, ABatchLeavesTheSameRowsAsItsEventsOneByOne) {
   UsageStore batched{dir() / "batched.db"};
   UsageStore single{dir() / "single.db"};
   EXPECT_EQ(batched.ingest(events, utc), 8);
+  EXPECT_EQ(batched.ingest(events, utc), 0);
   for (const UsageEvent& e : events) single.ingest(std::vector{e}, utc);
   RawDatabase a{dir() / "batched.db"};
   RawDatabase b{dir() / "single.db"};
@@ -108,11 +86,13 @@ TEST_F(UsageStoreTest, ABatchLeavesTheSameRowsAsItsEventsOneByOne) {
     EXPECT_EQ(a.rows(query), b.rows(query)) << query;
   }
   EXPECT_THAT(
-      a.rows("SELECT provider, model, day, reported_usd FROM daily ORDER BY rowid"),
-      ElementsAre("claude|m1|2025-03-02|NULL", "grok|m2|2025-03-01|0.3", "claude|m1|2025-03-01|0.3",
-                  "claude|m3|2025-02-28|NULL", "claude|m1|2025-03-04|NULL"));
+      a.rows("SELECT * FROM daily ORDER BY rowid"),
+      ElementsAre("claude|m1|2025-03-02|8|2|3|4|12|6|NULL", "grok|m2|2025-03-01|4|2|2|2|2|2|0.3",
+                  "claude|m1|2025-03-01|3|0|0|0|3|0|0.3", "claude|m3|2025-02-28|0|0|0|0|0|0|NULL",
+                  "claude|m1|2025-03-04|1|0|0|0|0|0|NULL"));
   EXPECT_THAT(a.rows("SELECT session_id, day FROM sessions ORDER BY rowid"),
               ElementsAre("s1|2025-02-28", "s2|2025-03-01"));
+  EXPECT_THAT(a.rows("SELECT key, day FROM seen WHERE key = '1'"), ElementsAre("1|2025-03-02"));
 }
 
 TEST_F(UsageStoreTest, AFailingStatementRollsTheWholeBatchBack) {
