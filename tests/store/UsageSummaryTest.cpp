@@ -107,6 +107,8 @@ TEST_F(UsageSummaryTest, UnknownAndBorrowedPricesAreFlagged) {
                          {ProviderID::grok, 1, 1010, 2.5, 2.5 / 3.5, 1010 / 1001010.0, true},
                          {ProviderID::codex, 1, 1'000'000, 1, 1 / 3.5, 1e6 / 1001010, true}}));
   ASSERT_EQ(s.models.size(), 3u);
+  EXPECT_TRUE(s.models[0].model == "reported" && s.models[0].approximate);
+  EXPECT_TRUE(s.models[1].model == "borrowed" && s.models[1].approximate);
   EXPECT_EQ(
       s.models[2],
       (UsageSummary::ModelRow{
