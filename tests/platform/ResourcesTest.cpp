@@ -23,10 +23,5 @@ TEST_F(ResourcesTest, BesideTheExecutableWinsOverTheSharedFolder) {
   EXPECT_EQ(Resources::find("prices.json", path), path[0] / "prices.json");
 }
 
-TEST(ResourcesRunningTest, TheTestBinaryFindsTheBuildTreesResources) {
-  EXPECT_FALSE(Resources::executableDir().empty());
-  EXPECT_TRUE(Resources::find("prices.json"));
-}
-
 }  // namespace
 }  // namespace brimlog

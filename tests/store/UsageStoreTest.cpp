@@ -15,6 +15,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::Pair;
+using testing::RawDatabase;
 
 Date at(const char* text) { return *parseISO8601(text); }
 
@@ -25,7 +26,17 @@ UsageEvent event(std::string key, const char* timestamp, TokenCounts tokens = {1
           tokens,   reported};
 }
 
-using testing::RawDatabase;
+// The code and message an operation failed with, or {0, "no error"}.
+using Failure = std::pair<int, std::string>;
+template <typename Operation>
+Failure failure(Operation&& operation) {
+  try {
+    operation();
+  } catch (const UsageStoreError& error) {
+    return {error.code(), error.message()};
+  }
+  return {0, "no error"};
+}
 
 class UsageStoreTest : public testing::TempDirTest {
  protected:
@@ -33,27 +44,11 @@ class UsageStoreTest : public testing::TempDirTest {
   const Calendar utc = Calendar::utc();
 };
 
-TEST_F(UsageStoreTest, CreatesTheFiveTablesAndTheSchemaVersion) {
+TEST_F(UsageStoreTest, ANewFileGetsTheSchema) {
   { UsageStore store{dbPath()}; }
-  RawDatabase raw{dbPath()};
-  EXPECT_THAT(raw.rows("PRAGMA user_version"), ElementsAre("1"));
-  EXPECT_THAT(raw.rows("PRAGMA journal_mode"), ElementsAre("wal"));
-  EXPECT_THAT(raw.rows("SELECT name FROM sqlite_master WHERE type = 'table' ORDER BY name"),
-              ElementsAre("cursors", "daily", "limits", "seen", "sessions"));
-  const auto columns = [&](const char* table) {
-    return raw.rows(
-        std::string("SELECT name || ':' || type || ':' || pk FROM pragma_table_info('") + table +
-        "')");
-  };
-  EXPECT_THAT(columns("seen"), ElementsAre("key:TEXT:1", "day:TEXT:0"));
-  EXPECT_THAT(columns("daily"),
-              ElementsAre("provider:TEXT:1", "model:TEXT:2", "day:TEXT:3", "uncached:INTEGER:0",
-                          "cache_read:INTEGER:0", "w5m:INTEGER:0", "w1h:INTEGER:0",
-                          "output:INTEGER:0", "reasoning:INTEGER:0", "reported_usd:REAL:0"));
-  EXPECT_THAT(columns("sessions"),
-              ElementsAre("provider:TEXT:1", "session_id:TEXT:2", "day:TEXT:0"));
-  EXPECT_THAT(columns("cursors"), ElementsAre("path:TEXT:1", "json:TEXT:0"));
-  EXPECT_THAT(columns("limits"), ElementsAre("provider:TEXT:1", "json:TEXT:0"));
+  RawDatabase fresh{dbPath()};
+  EXPECT_THAT(fresh.rows("PRAGMA user_version"), ElementsAre("1"));
+  EXPECT_THAT(fresh.rows("PRAGMA journal_mode"), ElementsAre("wal"));
 }
 
 std::string contents(const std::filesystem::path& file) {
@@ -136,45 +131,27 @@ TEST_F(UsageStoreTest, ABusyDatabaseIsWaitedForThenReportedPlainly) {
   blocker->exec("ROLLBACK");
 }
 
-TEST_F(UsageStoreTest, EveryKeyIsCountedOnceAcrossAndWithinBatches) {
-  UsageStore store{dbPath()};
-  const std::vector<UsageEvent> batch = {
-      event("a", "2025-03-01T10:00:00Z", {10, 1, 2, 3, 4, 5}),
-      event("b", "2025-03-01T11:00:00Z", {1, 1, 1, 1, 1, 1}),
-      event("a", "2025-03-01T12:00:00Z", {100, 100, 100, 100, 100, 100}),  // a repeat within
-  };
-  EXPECT_EQ(store.ingest(batch, utc), 2);
-  EXPECT_EQ(store.ingest(batch, utc), 0);
-  // A different provider, model and day do not make a known key new.
-  EXPECT_EQ(store.ingest(std::vector{event("b", "2025-04-01T00:00:00Z", {9, 9, 9, 9, 9, 9}, 1.0,
-                                           "s9", "m9", ProviderID::codex)},
-                         utc),
-            0);
-  EXPECT_EQ(store.ingest(std::vector<UsageEvent>{}, utc), 0);
-
-  RawDatabase raw{dbPath()};
-  EXPECT_THAT(raw.rows("SELECT * FROM daily"),
-              ElementsAre("claude|m1|2025-03-01|11|2|3|4|5|6|NULL"));
-  EXPECT_THAT(raw.rows("SELECT * FROM sessions"), ElementsAre("claude|s1|2025-03-01"));
-  EXPECT_THAT(raw.rows("SELECT key, day FROM seen ORDER BY key"),
-              ElementsAre("a|2025-03-01", "b|2025-03-01"));
-}
-
-TEST_F(UsageStoreTest, ABatchLeavesTheSameRowsAsItsEventsOneByOne) {
+// A batch sums its events before writing them. The rows must be what one event at a time leaves:
+// each key counted once, within a batch and across batches; each counter in its own column;
+// reported costs NULL until one is reported and then added in order; a session's earliest day.
+TEST_F(UsageStoreTest, ABatchCountsEachKeyOnceAndLeavesTheRowsOfItsEventsOneByOne) {
   const std::vector<UsageEvent> events = {
       event("1", "2025-03-02T10:00:00Z", {1, 2, 3, 4, 5, 6}, std::nullopt, "s1", "m1"),
+      event("5", "2025-03-01T12:00:00Z", {2, 0, 0, 0, 0, 0}, std::nullopt, "s2", "m2",
+            ProviderID::grok),
       event("2", "2025-03-01T10:00:00Z", {1, 1, 1, 1, 1, 1}, 0.1, "s2", "m2", ProviderID::grok),
       event("3", "2025-03-02T11:00:00Z", {7, 0, 0, 0, 7, 0}, std::nullopt, "s1", "m1"),
       event("4", "2025-03-01T11:00:00Z", {1, 1, 1, 1, 1, 1}, 0.2, "s2", "m2", ProviderID::grok),
-      event("5", "2025-03-01T12:00:00Z", {2, 0, 0, 0, 0, 0}, std::nullopt, "s2", "m2",
-            ProviderID::grok),
-      event("1", "2025-03-03T10:00:00Z", {9, 9, 9, 9, 9, 9}),  // a repeat: ignored
+      // A known key stays known for another tool, model and day.
+      event("1", "2025-03-03T10:00:00Z", {9, 9, 9, 9, 9, 9}, 1.0, "s9", "m9", ProviderID::codex),
       event("6", "2025-03-01T09:00:00Z", {3, 0, 0, 0, 3, 0}, 0.3, "s1", "m1"),
       event("7", "2025-02-28T09:00:00Z", {0, 0, 0, 0, 0, 0}, std::nullopt, "s1", "m3"),
+      event("8", "2025-03-04T09:00:00Z", {1, 0, 0, 0, 0, 0}, std::nullopt, "s1", "m1"),
   };
   UsageStore batched{dir() / "batched.db"};
   UsageStore single{dir() / "single.db"};
-  EXPECT_EQ(batched.ingest(events, utc), 7);
+  EXPECT_EQ(batched.ingest(events, utc), 8);
+  EXPECT_EQ(batched.ingest(events, utc), 0);
   for (const UsageEvent& e : events) single.ingest(std::vector{e}, utc);
   RawDatabase a{dir() / "batched.db"};
   RawDatabase b{dir() / "single.db"};
@@ -183,79 +160,39 @@ TEST_F(UsageStoreTest, ABatchLeavesTheSameRowsAsItsEventsOneByOne) {
         "SELECT rowid, * FROM seen ORDER BY rowid"}) {
     EXPECT_EQ(a.rows(query), b.rows(query)) << query;
   }
-  EXPECT_THAT(a.rows("SELECT provider, model, day, reported_usd FROM daily ORDER BY rowid"),
-              ElementsAre("claude|m1|2025-03-02|NULL", "grok|m2|2025-03-01|0.3",
-                          "claude|m1|2025-03-01|0.3", "claude|m3|2025-02-28|NULL"));
+  EXPECT_THAT(
+      a.rows("SELECT * FROM daily ORDER BY rowid"),
+      ElementsAre("claude|m1|2025-03-02|8|2|3|4|12|6|NULL", "grok|m2|2025-03-01|4|2|2|2|2|2|0.3",
+                  "claude|m1|2025-03-01|3|0|0|0|3|0|0.3", "claude|m3|2025-02-28|0|0|0|0|0|0|NULL",
+                  "claude|m1|2025-03-04|1|0|0|0|0|0|NULL"));
   EXPECT_THAT(a.rows("SELECT session_id, day FROM sessions ORDER BY rowid"),
               ElementsAre("s1|2025-02-28", "s2|2025-03-01"));
-}
-
-TEST_F(UsageStoreTest, ReportedCostsStayNullUntilOneIsReported) {
-  UsageStore store{dbPath()};
-  RawDatabase raw{dbPath()};
-  const auto reported = [&] { return raw.rows("SELECT reported_usd FROM daily"); };
-  store.ingest(std::vector{event("1", "2025-03-01T01:00:00Z")}, utc);
-  EXPECT_THAT(reported(), ElementsAre("NULL"));
-  store.ingest(std::vector{event("2", "2025-03-01T02:00:00Z", {}, 0.25)}, utc);
-  EXPECT_THAT(reported(), ElementsAre("0.25"));
-  store.ingest(
-      std::vector{event("3", "2025-03-01T03:00:00Z"), event("4", "2025-03-01T04:00:00Z", {}, 0.5)},
-      utc);
-  EXPECT_THAT(reported(), ElementsAre("0.75"));
-}
-
-TEST_F(UsageStoreTest, ASessionKeepsItsEarliestDay) {
-  UsageStore store{dbPath()};
-  store.ingest(std::vector{event("x", "2025-03-02T10:00:00Z")}, utc);
-  store.ingest(std::vector{event("y", "2025-03-01T10:00:00Z")}, utc);
-  store.ingest(std::vector{event("z", "2025-03-05T10:00:00Z")}, utc);
-  RawDatabase raw{dbPath()};
-  EXPECT_THAT(raw.rows("SELECT day FROM sessions"), ElementsAre("2025-03-01"));
-}
-
-TEST_F(UsageStoreTest, DaysAreLocalToTheCalendar) {
-  const Calendar ny = *Calendar::named("America/New_York");
-  UsageStore store{dbPath()};
-  store.ingest(
-      std::vector{event("late", "2025-03-10T03:59:59Z"), event("early", "2025-03-10T04:00:01Z")},
-      ny);
-  RawDatabase raw{dbPath()};
-  EXPECT_THAT(raw.rows("SELECT day, uncached FROM daily ORDER BY day"),
-              ElementsAre("2025-03-09|1", "2025-03-10|1"));
+  EXPECT_THAT(a.rows("SELECT key, day FROM seen WHERE key = '1'"), ElementsAre("1|2025-03-02"));
 }
 
 TEST_F(UsageStoreTest, AFailingStatementRollsTheWholeBatchBack) {
   const FileCursor cursor{"/logs/a.jsonl", 7, 100, {{"provider", "claude"}}};
-  {
-    UsageStore store{dbPath()};
-    store.ingest(std::vector{event("before", "2025-03-01T10:00:00Z")}, utc);
-  }
+  UsageStore store{dbPath()};
+  store.ingest(std::vector{event("before", "2025-03-01T10:00:00Z")}, utc);
   RawDatabase raw{dbPath()};
   ASSERT_EQ(raw.exec("CREATE TRIGGER refuse BEFORE INSERT ON daily WHEN NEW.model = 'explode' "
                      "BEGIN SELECT RAISE(ABORT, 'refused'); END"),
             SQLITE_OK);
-  const auto everything = [&] {
-    std::vector<std::string> all;
-    for (const char* table : {"seen", "daily", "sessions", "cursors"}) {
-      for (auto& row : raw.rows(std::string("SELECT * FROM ") + table)) all.push_back(row);
-    }
-    return all;
+  // A batch that got partly written would leave more rows in one of these tables.
+  const auto counts = [&] {
+    return raw.rows(
+        "SELECT (SELECT COUNT(*) FROM seen), (SELECT COUNT(*) FROM daily), "
+        "(SELECT COUNT(*) FROM sessions), (SELECT COUNT(*) FROM cursors)");
   };
-  const auto before = everything();
+  ASSERT_THAT(counts(), ElementsAre("1|1|1|0"));
 
-  UsageStore store{dbPath()};
   const std::vector<UsageEvent> batch = {
       event("new", "2025-03-02T10:00:00Z", {5, 5, 5, 5, 5, 5}, 1.0, "s2"),
       event("boom", "2025-03-02T11:00:00Z", {}, std::nullopt, "s3", "explode"),
   };
-  try {
-    store.ingest(batch, utc, std::vector{cursor});
-    FAIL() << "the batch was accepted";
-  } catch (const UsageStoreError& error) {
-    EXPECT_EQ(error.code(), SQLITE_CONSTRAINT);
-    EXPECT_EQ(error.message(), "refused");
-  }
-  EXPECT_EQ(everything(), before);
+  EXPECT_EQ(failure([&] { store.ingest(batch, utc, std::vector{cursor}); }),
+            Failure(SQLITE_CONSTRAINT, "refused"));
+  EXPECT_THAT(counts(), ElementsAre("1|1|1|0"));
   EXPECT_FALSE(store.cursor(cursor.path));
 
   // The same store goes on working, and the events are new on the next try.
@@ -264,36 +201,28 @@ TEST_F(UsageStoreTest, AFailingStatementRollsTheWholeBatchBack) {
   EXPECT_EQ(store.cursor(cursor.path), cursor);
 }
 
-TEST_F(UsageStoreTest, CursorsAreStoredReplacedAndReadBackInOneQuery) {
+TEST_F(UsageStoreTest, CursorsAreReplacedReadBackTogetherAndResetPerProvider) {
   UsageStore store{dbPath()};
   EXPECT_FALSE(store.cursor("/nowhere"));
-  FileCursor cursor{"/logs/a.jsonl", 42, 1024, {{"provider", "codex"}, {"model", "gpt-5"}}};
-  store.save(cursor);
-  EXPECT_EQ(store.cursor(cursor.path), cursor);
-  cursor.offset = 2048;
-  store.save(cursor);
-  EXPECT_EQ(store.cursor(cursor.path), cursor);
-
-  const FileCursor other{"/logs/b.jsonl", 1, 0, {}};
-  store.ingest(std::vector<UsageEvent>{}, utc, std::vector{other});
+  FileCursor codex{"/c1", 42, 1024, {{"provider", "codex"}, {"model", "gpt-5"}}};
+  store.save(codex);
+  codex.offset = 2048;
+  store.save(codex);
+  EXPECT_EQ(store.cursor(codex.path), codex);
+  const FileCursor claude{"/k1", 3, 30, {{"provider", "claude"}}};
+  const FileCursor none{"/n1", 4, 40, {}};
+  const FileCursor upper{"/u1", 5, 50, {{"provider", "Codex"}}};
+  store.ingest(std::vector<UsageEvent>{}, utc, std::vector{claude, none, upper});
   RawDatabase raw{dbPath()};
-  raw.exec("INSERT INTO cursors VALUES('/logs/broken', '{\"path\":1}')");
-  EXPECT_THAT(store.allCursors(), ElementsAre(Pair(cursor.path, cursor), Pair(other.path, other)));
-  EXPECT_THROW(store.cursor("/logs/broken"), JsonDecodeError);
-}
-
-TEST_F(UsageStoreTest, ResettingAProviderKeepsForeignAndUndecodableCursors) {
-  UsageStore store{dbPath()};
-  store.save({"/c1", 1, 10, {{"provider", "codex"}}});
-  store.save({"/c2", 2, 20, {{"provider", "codex"}, {"session", "s"}}});
-  store.save({"/k1", 3, 30, {{"provider", "claude"}}});
-  store.save({"/n1", 4, 40, {}});
-  store.save({"/u1", 5, 50, {{"provider", "Codex"}}});
-  RawDatabase raw{dbPath()};
-  raw.exec("INSERT INTO cursors VALUES('/bad', 'not json')");
+  raw.exec("INSERT INTO cursors VALUES('/bad', '{\"path\":1}')");
   // Stored under one path, naming another: the row's own path is the one deleted.
   raw.exec(R"(INSERT INTO cursors VALUES('/moved', '{"path":"/elsewhere","inode":1,"offset":0,)"
            R"("context":{"provider":"codex"}}'))");
+  EXPECT_THROW(store.cursor("/bad"), JsonDecodeError);
+  EXPECT_THAT(store.allCursors(),
+              ElementsAre(Pair("/c1", codex), Pair("/k1", claude), Pair("/moved", ::testing::_),
+                          Pair("/n1", none), Pair("/u1", upper)));
+
   store.resetCursors(ProviderID::codex);
   EXPECT_THAT(raw.rows("SELECT path FROM cursors ORDER BY path"),
               ElementsAre("/bad", "/k1", "/n1", "/u1"));
@@ -304,16 +233,13 @@ TEST_F(UsageStoreTest, LimitsRoundTripWithDatesAsSecondsSince2001) {
   EXPECT_FALSE(store.limits(ProviderID::codex));
   ProviderLimits limits;
   limits.plan = "Plus";
-  limits.windows = {{"session", "Session", 0.4, 18000.0, at("2025-03-01T15:00:00.5Z"),
-                     LimitSource::local(at("2025-03-01T10:00:00.25Z"))}};
   limits.fetchedAt = at("2025-03-01T10:00:00.25Z");
   store.setLimits(limits, ProviderID::codex);
   EXPECT_EQ(store.limits(ProviderID::codex), limits);
   EXPECT_FALSE(store.limits(ProviderID::claude));
 
   RawDatabase raw{dbPath()};
-  const Json stored = json::parse(raw.rows("SELECT json FROM limits")[0]);
-  EXPECT_EQ(stored["fetchedAt"], 762516000.25);
+  EXPECT_EQ(json::parse(raw.rows("SELECT json FROM limits")[0])["fetchedAt"], 762516000.25);
   raw.exec("UPDATE limits SET json = '{\"windows\":[]}'");
   EXPECT_THROW(store.limits(ProviderID::codex), JsonDecodeError);
 }
@@ -324,16 +250,15 @@ TEST_F(UsageStoreTest, PruningKeepsTheCutoffDayCursorsAndLimits) {
                            event("keep", "2025-03-10T00:00:00Z", {}, std::nullopt, "s-keep")},
                utc);
   store.save({"/c", 1, 1, {}});
-  ProviderLimits limits;
-  store.setLimits(limits, ProviderID::grok);
+  store.setLimits(ProviderLimits{}, ProviderID::grok);
   store.prune(at("2025-03-10T18:00:00Z"), utc);
 
   RawDatabase raw{dbPath()};
   EXPECT_THAT(raw.rows("SELECT day FROM daily"), ElementsAre("2025-03-10"));
   EXPECT_THAT(raw.rows("SELECT session_id FROM sessions"), ElementsAre("s-keep"));
   EXPECT_THAT(raw.rows("SELECT key FROM seen"), ElementsAre("keep"));
-  EXPECT_EQ(raw.rows("SELECT COUNT(*) FROM cursors")[0], "1");
-  EXPECT_EQ(raw.rows("SELECT COUNT(*) FROM limits")[0], "1");
+  EXPECT_THAT(raw.rows("SELECT (SELECT COUNT(*) FROM cursors), (SELECT COUNT(*) FROM limits)"),
+              ElementsAre("1|1"));
   // A pruned key counts again when its line is read again.
   EXPECT_EQ(store.ingest(std::vector{event("old", "2025-03-09T23:59:59Z")}, utc), 1);
 }
@@ -350,49 +275,19 @@ TEST_F(UsageStoreTest, InMemoryStoresArePrivate) {
 
 TEST_F(UsageStoreTest, FilesThatAreNotDatabasesOrAreLockedFailWithSQLitesWords) {
   write("not.db", std::string(4096, 'x'));
-  try {
-    UsageStore store{dir() / "not.db"};
-    FAIL() << "opened a file that is not a database";
-  } catch (const UsageStoreError& error) {
-    EXPECT_EQ(error.code(), SQLITE_NOTADB);
-    EXPECT_EQ(error.message(), "file is not a database");
-  }
-  try {
-    UsageStore store{dir() / "missing" / "usage.db"};
-    FAIL() << "opened a database in a missing folder";
-  } catch (const UsageStoreError& error) {
-    EXPECT_EQ(error.code(), SQLITE_CANTOPEN);
-  }
+  EXPECT_EQ(failure([&] { UsageStore{dir() / "not.db"}; }),
+            Failure(SQLITE_NOTADB, "file is not a database"));
+  EXPECT_EQ(failure([&] { UsageStore{dir() / "missing" / "usage.db"}; }).first, SQLITE_CANTOPEN);
 
   UsageStore store{dbPath()};
   RawDatabase other{dbPath()};
   ASSERT_EQ(other.exec("BEGIN IMMEDIATE"), SQLITE_OK);
-  try {
-    store.ingest(std::vector{event("a", "2025-03-01T00:00:00Z")}, utc);
-    FAIL() << "wrote past another writer's lock";
-  } catch (const UsageStoreError& error) {
-    EXPECT_EQ(error.code(), SQLITE_BUSY);
-    EXPECT_EQ(error.message(), "database is locked");
-  }
-  ASSERT_EQ(other.exec("COMMIT"), SQLITE_OK);
-  EXPECT_EQ(store.ingest(std::vector{event("a", "2025-03-01T00:00:00Z")}, utc), 1);
-}
-
-TEST_F(UsageStoreTest, TheStatementsInTheBinaryAreTheFilesBesideTheStore) {
-  const std::filesystem::path store =
-      std::filesystem::path(BRIMLOG_SOURCE_DIR) / "BrimlogCore" / "store";
-  const auto fileText = [&](const char* name) {
-    std::string text = testing::readFile(store / name);
-    if (!text.empty() && text.back() == '\n') text.pop_back();
-    return text;
+  const auto ingestA = [&] {
+    return store.ingest(std::vector{event("a", "2025-03-01T00:00:00Z")}, utc);
   };
-  EXPECT_EQ(sql::kSchema, fileText("schema.sql"));
-  EXPECT_EQ(sql::kDailyUpsert, fileText("daily_upsert.sql"));
-  EXPECT_EQ(sql::kSessionUpsert, fileText("session_upsert.sql"));
-  EXPECT_EQ(sql::kSummaryUsage, fileText("summary_usage.sql"));
-  EXPECT_EQ(sql::kSummarySessions, fileText("summary_sessions.sql"));
-  EXPECT_TRUE(sql::kSchema.starts_with("CREATE TABLE IF NOT EXISTS seen("));
-  EXPECT_TRUE(sql::kSchema.ends_with("json TEXT NOT NULL);"));
+  EXPECT_EQ(failure(ingestA), Failure(SQLITE_BUSY, "database is locked"));
+  ASSERT_EQ(other.exec("COMMIT"), SQLITE_OK);
+  EXPECT_EQ(ingestA(), 1);
 }
 
 }  // namespace
