@@ -148,7 +148,8 @@ std::unique_ptr<SQLiteDatabase> UsageStore::open(const std::string& path,
   } catch (const UsageStoreError& error) {
     // In a folder that cannot be written, a read-only open finds no shared-memory file to
     // coordinate readers through; no one can write there, so reading the file as it is is safe.
-    if (!options.readOnly || (error.code() & 0xff) != SQLITE_CANTOPEN) throw;
+    const int32_t code = error.code() & 0xff;
+    if (!options.readOnly || (code != SQLITE_CANTOPEN && code != SQLITE_READONLY)) throw;
     db = std::make_unique<SQLiteDatabase>(
         "file:" + path + "?immutable=1",
         SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_FULLMUTEX);

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -13,6 +14,7 @@
 #include "store/PriceTable.hpp"
 #include "store/UsageStore.hpp"
 #include "store/UsageSummary.hpp"
+#include "support/RawDatabase.hpp"
 #include "support/StubHTTPServer.hpp"
 #include "support/TempDir.hpp"
 
@@ -269,6 +271,65 @@ TEST_F(BrimlogCommandTest, ReadsTheToolsWhereTheirVariablesPutThem) {
     }
     EXPECT_EQ(codex.requests().size(), c.codexAsked ? 1u : 0u);
   }
+}
+
+// Two syncs at once: the second waits for the first's writes and counts what is still new.
+TEST_F(BrimlogCommandTest, ConcurrentSyncsBothSucceedAndCountEachReplyOnce) {
+  const int files = 40, replies = 50;
+  for (int f = 0; f < files; ++f) {
+    std::string lines;
+    for (int r = 0; r < replies; ++r) {
+      lines += fmt::format(
+          R"({{"type":"assistant","sessionId":"s{}","timestamp":"2026-11-19T10:00:00Z",)"
+          R"("message":{{"id":"m{}-{}","model":"claude-sonnet-4-5","usage":{{"output_tokens":1}}}}}})"
+          "\n",
+          f, f, r);
+    }
+    write(fmt::format("home/.claude/projects/p/s{}.jsonl", f), lines);
+  }
+  std::string sync = quoted(BRIMLOG_BINARY);
+  for (const std::string& argument : withHome({"sync", "--offline"})) {
+    sync.append(" ").append(quoted(argument));
+  }
+  const std::string command = fmt::format(
+      "{0} >/dev/null 2>&1 & first=$!; {0} >/dev/null 2>&1; second=$?; wait $first && exit $second",
+      sync);
+  const ChildProcess::Result both = ChildProcess::run("/bin/sh", {"-c", command}, Seconds{60});
+  EXPECT_EQ(both.exitStatus, 0) << both.output;
+  testing::RawDatabase raw{db()};
+  EXPECT_THAT(raw.rows("SELECT SUM(output) FROM daily"),
+              ::testing::ElementsAre(std::to_string(files * replies)));
+}
+
+// Reading needs no write access: report --no-sync and limits open the database read-only, and
+// work where the database's folder cannot be written (as another user, when the tests run as
+// root, whom permissions do not stop).
+TEST_F(BrimlogCommandTest, ReportsFromADatabaseInAReadOnlyFolder) {
+  writeSampleHome();
+  ASSERT_EQ(brimlog(withHome({"sync", "--offline"})).status, 0);
+  const bool root = ::geteuid() == 0;
+  if (root && !fs::exists("/usr/bin/setpriv")) GTEST_SKIP() << "no setpriv to drop root with";
+  fs::permissions(dir(), fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                             fs::perms::others_read | fs::perms::others_exec);
+  fs::permissions(db(), fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
+  fs::permissions(db().parent_path(), fs::perms::owner_read | fs::perms::owner_exec |
+                                          fs::perms::others_read | fs::perms::others_exec);
+  auto readOnly = [&](std::vector<std::string> arguments) {
+    std::string command = root ? "exec /usr/bin/setpriv --reuid=65534 --regid=65534 "
+                                 "--clear-groups " +
+                                     quoted(BRIMLOG_BINARY)
+                               : "exec " + quoted(BRIMLOG_BINARY);
+    for (const std::string& argument : withHome(std::move(arguments))) {
+      command.append(" ").append(quoted(argument));
+    }
+    return ChildProcess::run("/bin/sh", {"-c", command + " 2>&1"}, Seconds{60});
+  };
+  const ChildProcess::Result report = readOnly({"report", "--no-sync"});
+  const ChildProcess::Result limits = readOnly({"limits"});
+  fs::permissions(db().parent_path(), fs::perms::owner_all);
+  EXPECT_EQ(report.exitStatus, 0) << report.output;
+  EXPECT_THAT(report.output, HasSubstr("2026-11-20"));
+  EXPECT_EQ(limits.exitStatus, 0) << limits.output;
 }
 
 TEST_F(BrimlogCommandTest, SyncFetchesLimitsAsTheTimingAllowsAndNeverShowsAToken) {
