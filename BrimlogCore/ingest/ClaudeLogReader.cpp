@@ -81,14 +81,7 @@ void ClaudeLogReader::read(const ReadJob& job, Date now, const ReadSink& sink) c
   std::optional<FileCursor> cursor = LogResume::verified(job.path, job.cursor, job.inode, job.size);
   std::optional<UsageEvent> pending = cursor ? decodePending(*cursor) : std::nullopt;
   for (bool atEOF = false; !atEOF;) {
-    JSONLTail::Result read;
-    if (cursor && LogResume::onlyUnfinishedLine(job.path, *cursor, job.size)) {
-      read.cursor = *cursor;
-      read.atEOF = true;
-    } else {
-      read = JSONLTail::read(job.path, cursor, chunkBytes_);
-      LogResume::remember(job.path, read.cursor, read.atEOF, job.size);
-    }
+    JSONLTail::Result read = LogResume::read(job.path, cursor, job.size, chunkBytes_);
     if (read.reset) pending.reset();  // the reply belonged to the file that is gone
     ReadOutput output;
     for (PaddedLine line : read.lines) {

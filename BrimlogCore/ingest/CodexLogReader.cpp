@@ -74,14 +74,7 @@ void CodexLogReader::read(const ReadJob& job, Date, const ReadSink& sink) const 
   std::vector<UsageEvent> countEvents;
   CodexLineDetails details;
   for (bool atEOF = false; !atEOF;) {
-    JSONLTail::Result read;
-    if (cursor && LogResume::onlyUnfinishedLine(job.path, *cursor, job.size)) {
-      read.cursor = *cursor;
-      read.atEOF = true;
-    } else {
-      read = JSONLTail::read(job.path, cursor, chunkBytes_);
-      LogResume::remember(job.path, read.cursor, read.atEOF, job.size);
-    }
+    JSONLTail::Result read = LogResume::read(job.path, cursor, job.size, chunkBytes_);
     if (read.reset) {
       parser = CodexLogParser{};
       running.reset();

@@ -90,6 +90,22 @@ bool LogResume::onlyUnfinishedLine(const std::string& path, FileCursor& cursor, 
   return true;
 }
 
+JSONLTail::Result LogResume::read(const std::string& path, const std::optional<FileCursor>& cursor,
+                                  int64_t size, int64_t chunkBytes) {
+  JSONLTail::Result result;
+  if (cursor) {
+    FileCursor waiting = *cursor;
+    if (onlyUnfinishedLine(path, waiting, size)) {
+      result.cursor = std::move(waiting);
+      result.atEOF = true;
+      return result;
+    }
+  }
+  result = JSONLTail::read(path, cursor, chunkBytes);
+  remember(path, result.cursor, result.atEOF, size);
+  return result;
+}
+
 void LogResume::remember(const std::string& path, FileCursor& cursor, bool atEOF, int64_t size) {
   if (atEOF && size - cursor.offset >= kTrackedLine) {
     cursor.context[kScannedKey] = std::to_string(size);

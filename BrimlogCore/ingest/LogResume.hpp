@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "ingest/JSONLTail.hpp"
 #include "model/FileCursor.hpp"
 
 namespace brimlog {
@@ -19,9 +20,8 @@ namespace brimlog {
 /// - A long last line still being written would be scanned for its end on every pass. The
 ///   cursor remembers how far that scan got, and a later pass looks only at the bytes after it.
 ///
-///     std::optional<FileCursor> cursor = LogResume::verified(path, stored, size);
-///     if (cursor && LogResume::onlyUnfinishedLine(path, *cursor, size)) ... nothing to read
-///     ... read, then LogResume::remember(path, read.cursor, read.atEOF, size);
+///     std::optional<FileCursor> cursor = LogResume::verified(path, stored, inode, size);
+///     JSONLTail::Result r = LogResume::read(path, cursor, size, 4 << 20);
 class LogResume {
  public:
   /// The cursor to resume from: `cursor` itself, or nothing when the bytes before its offset
@@ -41,6 +41,12 @@ class LogResume {
   /// Records in a cursor just returned by a read its fingerprint, and, when the read reached the
   /// end of the file and left a long unfinished line after the offset, how far it scanned.
   static void remember(const std::string& path, FileCursor& cursor, bool atEOF, int64_t size);
+
+  /// One read of a JSON-lines log with both checks: nothing is read when only an unfinished
+  /// line already scanned stands after the cursor's offset; otherwise `JSONLTail::read`, and the
+  /// returned cursor remembers what the read saw.
+  static JSONLTail::Result read(const std::string& path, const std::optional<FileCursor>& cursor,
+                                int64_t size, int64_t chunkBytes);
 
   /// The fingerprint of the file's bytes before `offset`; nothing when they cannot be read.
   static std::optional<std::string> fingerprint(const std::string& path, int64_t offset);
