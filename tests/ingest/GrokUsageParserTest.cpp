@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "ingest/DataRow.hpp"
 #include "ingest/GrokUsageParser.hpp"
 
 namespace brimlog {
@@ -34,7 +35,7 @@ TEST(GrokUsageParserTest, FinishedTurnsYieldOneEventPerModel) {
   const std::string document = session({
       turn(1, R"({"a":{"inputTokens":100,"cachedReadTokens":30,"cacheCreationTokens":7,)"
               R"("outputTokens":20,"reasoningTokens":5,"costUsdTicks":25000000000}})"),
-      turn(2, R"({"b":{},"a":{"inputTokens":1}})"),
+      turn(2, R"({"b":{},"a":{"inputTokens":1,"cachedReadTokens":5,"costUsdTicks":0}})"),
   });
   const auto first = GrokUsageParser::events(document, 0);
   EXPECT_EQ(keys(first), (Keys{"s1#1#a", "s1#2#a", "s1#2#b"}));
@@ -51,6 +52,9 @@ TEST(GrokUsageParserTest, FinishedTurnsYieldOneEventPerModel) {
   // A model without figures still counts, without a cost of its own.
   EXPECT_EQ(first.events[2].tokens, TokenCounts::zero());
   EXPECT_EQ(first.events[2].reportedCostUSD, std::nullopt);
+  // Cached tokens above the input leave no uncached input; a cost of nothing is still a cost.
+  EXPECT_EQ(first.events[1].tokens, (TokenCounts{0, 5, 0, 0, 0, 0}));
+  EXPECT_EQ(first.events[1].reportedCostUSD, 0.0);
 
   EXPECT_EQ(GrokUsageParser::events(document, 2), (GrokUsageParser::Result{{}, 2}));
   EXPECT_EQ(keys(GrokUsageParser::events(document, 1)), (Keys{"s1#2#a", "s1#2#b"}));
@@ -117,40 +121,12 @@ TEST(GrokUsageParserTest, TurnsAndModelsAreTakenInOrder) {
   EXPECT_EQ(numbers.lastTurn, 4);
 }
 
-TEST(GrokUsageParserTest, TokenFieldsAreNumbersOnly) {
-  const auto result = GrokUsageParser::events(
-      session(
-          {turn(1, R"({"m":{"inputTokens":10,"cachedReadTokens":40,"outputTokens":"9",)"
-                   R"("reasoningTokens":2.9,"costUsdTicks":"100"}})"),
-           turn(2, R"({"m":{"inputTokens":1e300,"cachedReadTokens":-1e300,"costUsdTicks":0}})")}),
-      0);
-  ASSERT_EQ(result.events.size(), 2u);
-  EXPECT_EQ(result.events[0].tokens, (TokenCounts{0, 40, 0, 0, 0, 2}));
-  EXPECT_EQ(result.events[0].reportedCostUSD, std::nullopt);
-  EXPECT_EQ(result.events[1].tokens.uncachedInput, std::numeric_limits<int64_t>::max());
-  EXPECT_EQ(result.events[1].reportedCostUSD, 0.0);
-}
-
 TEST(GrokUsageParserTest, UnusableDocumentsKeepAfterTurn) {
-  const std::string good = session({turn(1, R"({"m":{}})")});
-  ASSERT_EQ(GrokUsageParser::events(good, -1).events.size(), 1u);
-  std::string invalidUtf8 = good;
-  invalidUtf8.replace(invalidUtf8.find("s1"), 2, "s\xff");
-  for (const std::string& document : {
-           std::string(""),
-           std::string("[]"),
-           good + " x",
-           good.substr(0, good.size() - 1),
-           invalidUtf8,
-           std::string(R"({"turns":[{"turnNumber":1,)") + kEnded + R"(,"modelUsage":{"m":{}}}]})",
-           std::string(R"({"sessionId":1,"turns":[]})"),
-           std::string(R"({"sessionId":"s1","turns":{"turnNumber":1}})"),
-           std::string(R"({"sessionId":"s1"})"),
-           // One turn that is not an object spoils the list.
-           std::string(R"({"sessionId":"s1","turns":[{"turnNumber":1,)") + kEnded +
-               R"(,"modelUsage":{"m":{}}},7]})",
-       }) {
-    EXPECT_EQ(GrokUsageParser::events(document, -1), (GrokUsageParser::Result{{}, -1})) << document;
+  for (const testing::DataRow& row : testing::dataRows("ingest/grok-documents.tsv")) {
+    SCOPED_TRACE(row.name);
+    const auto result = GrokUsageParser::events(row.fields.at(2), -1);
+    EXPECT_EQ(result.events.size(), static_cast<size_t>(row.integer(0)));
+    EXPECT_EQ(result.lastTurn, row.integer(1));
   }
 }
 
