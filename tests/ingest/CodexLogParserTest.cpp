@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -46,6 +47,20 @@ std::string gives(const std::optional<CodexLine>& line) {
     return event->dedupKey + "|" + event->model + "|" + event->sessionID;
   }
   return limitsOf(line) ? "limits" : "-";
+}
+
+// Details as text: the token count's last usage, total and time ("-" for none), then whether the
+// line is a usage record.
+std::string describe(const CodexLineDetails& details) {
+  std::string tokenCount = "-";
+  if (const auto& count = details.tokenCount) {
+    const TokenCounts& last = count->last;
+    tokenCount =
+        fmt::format("{} {} {} {} {} {} total {} at {}", last.uncachedInput, last.cacheRead,
+                    last.cacheWrite5m, last.cacheWrite1h, last.output, last.reasoning, count->total,
+                    count->timestamp ? fmt::to_string(unixSeconds(*count->timestamp)) : "-");
+  }
+  return tokenCount + (details.usageRecord ? " / record" : " / -");
 }
 
 TEST(CodexLogParserTest, UsageRecordsTakeModelAndSessionFromEarlierLines) {
@@ -156,57 +171,16 @@ TEST(CodexLogParserTest, CreditsNeedAnExplicitTrue) {
   EXPECT_EQ(unlimited->plan, "Éclair");  // the same first-letter rule as the services' plans
 }
 
+// What each line reports besides its result, read from the same parse. Every call starts from
+// empty details, so a line without figures after one with them reports none.
 TEST(CodexLogParserTest, DetailsReportTokenCountsAndUsageRecords) {
   CodexLogParser parser;
   CodexLineDetails details;
-  const std::string info =
-      R"({"total_token_usage":{"input_tokens":900,"cached_input_tokens":500,"output_tokens":80,)"
-      R"("reasoning_output_tokens":30,"total_tokens":980},"last_token_usage":{"input_tokens":100,)"
-      R"("cached_input_tokens":40,"output_tokens":20,"reasoning_output_tokens":5,)"
-      R"("total_tokens":120},"model_context_window":258400})";
-  const TokenCountUsage expected{TokenCounts{60, 40, 0, 0, 20, 5}, 980, kStamp};
-
-  // The figures come whether or not the line also yields limits.
-  const std::string withLimits = tokenCountLine(R"({"primary":{"used_percent":1}})", info);
-  EXPECT_TRUE(limitsOf(parser.consume(PaddedCopy(withLimits), details)));
-  EXPECT_EQ(details, (CodexLineDetails{expected, false}));
-  EXPECT_FALSE(parser.consume(PaddedCopy(tokenCountLine("null", info)), details));
-  EXPECT_EQ(details.tokenCount, expected);
-
-  EXPECT_FALSE(parser.consume(PaddedCopy(tokenCountLine("null", info, "\"yesterday\"")), details));
-  EXPECT_EQ(details.tokenCount, (TokenCountUsage{expected.last, 980, std::nullopt}));
-
-  // Each call starts from empty details.
-  const std::string last = R"("last_token_usage":{"input_tokens":1})";
-  for (const std::string& missing : std::vector<std::string>{
-           "null",
-           "{" + last + R"(,"total_token_usage":{"total_tokens":"9"}})",
-           "{" + last + R"(,"total_token_usage":{"total_tokens":null}})",
-           "{" + last + R"(,"total_token_usage":9})",
-           R"({"last_token_usage":null,"total_token_usage":{"total_tokens":9}})",
-       }) {
-    parser.consume(PaddedCopy(tokenCountLine("null", info)), details);
-    ASSERT_TRUE(details.tokenCount);
-    EXPECT_FALSE(parser.consume(PaddedCopy(tokenCountLine("null", missing)), details));
-    EXPECT_EQ(details, CodexLineDetails{}) << missing;
+  for (const DataRow& row : dataRows("ingest/codex-details.tsv")) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(gives(parser.consume(PaddedCopy(row.fields.at(2)), details)), row.fields.at(0));
+    EXPECT_EQ(describe(details), row.fields.at(1));
   }
-  const std::string otherEvent = R"({"timestamp":"2025-06-01T12:34:56Z","type":"event_msg",)"
-                                 R"("payload":{"type":"agent_message","info":)" +
-                                 info + "}}";
-  EXPECT_FALSE(parser.consume(PaddedCopy(otherEvent), details));
-  EXPECT_EQ(details, CodexLineDetails{});
-
-  // A usage record is reported as such even when it yields no event.
-  EXPECT_TRUE(parser.consume(PaddedCopy(usageRecord("{}")), details));
-  EXPECT_EQ(details, (CodexLineDetails{std::nullopt, true}));
-  EXPECT_FALSE(parser.consume(PaddedCopy(usageRecord("{}", "", "null")), details));
-  EXPECT_TRUE(details.usageRecord);
-  EXPECT_FALSE(
-      parser.consume(PaddedCopy(R"({"type":"token_usage_record","payload":null})"), details));
-  EXPECT_TRUE(details.usageRecord);
-  EXPECT_FALSE(
-      parser.consume(PaddedCopy(R"({"type":"token_usage_record","payload":{}} x)"), details));
-  EXPECT_FALSE(details.usageRecord);
 }
 
 // What each line of a rollout gives, in order. Lines read from a file take a quick look at their
