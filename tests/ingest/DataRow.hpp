@@ -23,11 +23,18 @@ struct DataRow {
   int64_t integer(size_t index) const { return std::stoll(fields.at(index)); }
 };
 
+/// The text of tests/data/<relative>; the test fails when there is none.
+inline std::string dataText(std::string_view relative) {
+  const auto path = std::filesystem::path(BRIMLOG_SOURCE_DIR) / "tests" / "data" / relative;
+  std::string text = readFile(path);
+  EXPECT_FALSE(text.empty()) << "no data in " << path;
+  return text;
+}
+
 /// The rows of tests/data/<relative>. Blank lines and lines starting with "#" are notes; a field
 /// may be empty, so a row can carry an empty line of a log.
 inline std::vector<DataRow> dataRows(std::string_view relative) {
-  const auto path = std::filesystem::path(BRIMLOG_SOURCE_DIR) / "tests" / "data" / relative;
-  std::istringstream text(readFile(path));
+  std::istringstream text(dataText(relative));
   std::vector<DataRow> rows;
   for (std::string line; std::getline(text, line);) {
     if (line.empty() || line.front() == '#') continue;
@@ -37,7 +44,6 @@ inline std::vector<DataRow> dataRows(std::string_view relative) {
     std::getline(fields, row.name, '\t');
     for (std::string field; std::getline(fields, field, '\t');) row.fields.push_back(field);
   }
-  EXPECT_FALSE(rows.empty()) << "no rows in " << path;
   return rows;
 }
 

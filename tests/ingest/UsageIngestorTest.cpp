@@ -64,20 +64,6 @@ std::string tokenCount(int64_t total, int64_t lastInput, int64_t lastCached, int
       time, total, lastInput, lastCached, lastOutput);
 }
 
-std::string grokTurn(int turn, const char* endedAt, const std::string& model = "grok-4") {
-  std::string ended = endedAt ? fmt::format(R"("endedAt":"{}",)", endedAt) : "";
-  return fmt::format(
-      R"({{"turnNumber":{},{}"modelUsage":{{"{}":{{"inputTokens":50,"cachedReadTokens":20,)"
-      R"("outputTokens":7,"costUsdTicks":1000000000}}}}}})",
-      turn, ended, model);
-}
-
-std::string grokDocument(const std::vector<std::string>& turns) {
-  std::string joined;
-  for (const std::string& turn : turns) joined += (joined.empty() ? "" : ",") + turn;
-  return R"({"sessionId":"g1","turns":[)" + joined + "]}";
-}
-
 class UsageIngestorTest : public testing::TempDirTest {
  protected:
   fs::path home() const { return dir() / "home"; }
@@ -262,19 +248,17 @@ TEST_F(UsageIngestorTest, CodexFilesWithUsageRecordsCountThoseAlone) {
   EXPECT_THAT(totals(), ElementsAre("codex|m1|70|30|20|5"));
 }
 
+// Turns 3 and 1 have ended and turn 2 is running; then turn 2 ends too.
 TEST_F(UsageIngestorTest, GrokTurnsFinishedOutOfOrderAreCountedOnceEach) {
   const fs::path file = ".grok/sessions/g1.json";
-  writeHome(file, grokDocument({grokTurn(3, "2026-11-20T10:03:00Z"),
-                                grokTurn(1, "2026-11-20T10:01:00Z"), grokTurn(2, nullptr)}));
+  writeHome(file, testing::dataText("ingest/grok-session-turn2-running.json"));
   EXPECT_EQ(pass(now_).newEvents[ProviderID::grok], 2);
   EXPECT_THAT(keys(), ElementsAre("g1#1#grok-4", "g1#3#grok-4"));
 
   IngestResult unchanged = pass(now_);
   EXPECT_EQ(unchanged.filesRead, 0u);
 
-  writeHome(file,
-            grokDocument({grokTurn(3, "2026-11-20T10:03:00Z"), grokTurn(1, "2026-11-20T10:01:00Z"),
-                          grokTurn(2, "2026-11-20T10:05:00Z")}));
+  writeHome(file, testing::dataText("ingest/grok-session-turn2-ended.json"));
   EXPECT_EQ(pass(now_).newEvents[ProviderID::grok], 1);
   EXPECT_THAT(totals(), ElementsAre("grok|grok-4|90|60|21|0"));
   RawDatabase raw{dbPath()};
