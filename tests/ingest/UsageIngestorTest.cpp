@@ -26,15 +26,15 @@ using testing::RawDatabase;
 
 Date at(const char* text) { return *parseISO8601(text); }
 
-// One line of a Claude Code transcript: an assistant reply block with its usage.
-std::string claudeLine(const std::string& id, int64_t output, const std::string& time,
-                       int64_t input = 10, int64_t cacheRead = 100) {
+// One line of a Claude Code transcript: an assistant reply block with its usage (10 uncached
+// input tokens and 100 read from the cache).
+std::string claudeLine(const std::string& id, int64_t output, const std::string& time) {
   return fmt::format(
       R"({{"type":"assistant","sessionId":"cs","timestamp":"{}","message":{{"id":"{}",)"
-      R"("model":"claude-sonnet-4-5","usage":{{"input_tokens":{},"output_tokens":{},)"
-      R"("cache_read_input_tokens":{}}}}}}})"
+      R"("model":"claude-sonnet-4-5","usage":{{"input_tokens":10,"output_tokens":{},)"
+      R"("cache_read_input_tokens":100}}}}}})"
       "\n",
-      time, id, input, output, cacheRead);
+      time, id, output);
 }
 
 std::string toolLine() {
@@ -51,17 +51,14 @@ std::string codexMeta(const std::string& session, const std::string& model) {
       session, model);
 }
 
-std::string tokenCount(int64_t total, int64_t lastInput, int64_t lastCached, int64_t lastOutput,
-                       const std::string& time = "2026-11-20T10:01:00Z") {
+std::string tokenCount(int64_t total, int64_t lastInput, int64_t lastCached, int64_t lastOutput) {
   return fmt::format(
-      R"({{"timestamp":"{}","type":"event_msg","payload":{{"type":"token_count","info":{{)"
-      R"("total_token_usage":{{"input_tokens":0,"cached_input_tokens":0,"output_tokens":0,)"
-      R"("reasoning_output_tokens":0,"total_tokens":{}}},)"
-      R"("last_token_usage":{{"input_tokens":{},"cached_input_tokens":{},"output_tokens":{},)"
-      R"("reasoning_output_tokens":1,"total_tokens":0}}}},)"
+      R"({{"timestamp":"2026-11-20T10:01:00Z","type":"event_msg","payload":{{"type":"token_count",)"
+      R"("info":{{"total_token_usage":{{"total_tokens":{}}},"last_token_usage":{{"input_tokens":{},)"
+      R"("cached_input_tokens":{},"output_tokens":{},"reasoning_output_tokens":1}}}},)"
       R"("rate_limits":{{"primary":{{"used_percent":40,"window_minutes":300}}}}}}}})"
       "\n",
-      time, total, lastInput, lastCached, lastOutput);
+      total, lastInput, lastCached, lastOutput);
 }
 
 class UsageIngestorTest : public testing::TempDirTest {
