@@ -47,53 +47,48 @@ TEST_F(JSONLTailTest, ReadsOnlyCompleteLinesAndPicksUpTheRestLater) {
   EXPECT_TRUE(third.atEOF);
 }
 
-TEST_F(JSONLTailTest, AnUnfinishedLineIsNeverConsumed) {
-  const auto path = write("log.jsonl", R"({"type":"assistant"})");
-  for (int i = 0; i < 3; ++i) {
-    const auto result = JSONLTail::read(path, std::nullopt, 4);
-    EXPECT_THAT(linesOf(result), IsEmpty());
-    EXPECT_EQ(result.cursor.offset, 0);
-    EXPECT_TRUE(result.atEOF);
+// A read from the start: only lines ended by a line feed, without their ends (a carriage return
+// before the line feed too); empty lines dropped but consumed; a line longer than the request
+// doubles it until the line fits. Reads from its cursor on to the end give the rest.
+TEST_F(JSONLTailTest, AFirstReadTakesTheCompleteLinesAndLaterOnesTheRest) {
+  const std::string wide(1000, 'x'), tail(2000, 'y');
+  using Lines = std::vector<std::string>;
+  const struct {
+    const char* name;
+    std::string contents;
+    int64_t maxBytes, offset;
+    bool atEOF;
+    Lines lines, rest;
+  } rows[] = {
+      {"an unfinished line", R"({"type":"assistant"})", 4, 0, true, {}, {}},
+      {"a lone line end", "\r\n", 100, 2, true, {}, {}},
+      {"empty lines", "\n\n", 100, 2, true, {}, {}},
+      // Line ends of either kind, a blank line, a carriage return inside a line, text that is no
+      // JSON.
+      {"mixed", "x\r\n\n  \ny\r\r\nnot json\n", 100, 20, true, {"x", "  ", "y\r", "not json"}, {}},
+      // 7 doubles to 1792 bytes, the first request to take in a line feed.
+      {"a long line", wide + "\nshort\n" + tail + "\n", 7, 1007, false, {wide, "short"}, {tail}},
+      // Below 1 counts as 1: one byte at a time, doubling.
+      {"a request of nothing", "ab\ncd\n", 0, 3, false, {"ab"}, {"cd"}},
+      {"a negative request", "ab\ncd\n", -5, 3, false, {"ab"}, {"cd"}},
+      // The read cannot know that the file ends there.
+      {"a chunk ending exactly at a line feed", "abc\n", 4, 4, false, {"abc"}, {}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const auto path = write("log", row.contents);
+    const auto first = JSONLTail::read(path, std::nullopt, row.maxBytes);
+    EXPECT_EQ(linesOf(first), row.lines);
+    EXPECT_EQ(first.cursor, (FileCursor{path.string(), inodeOf(path), row.offset, {}}));
+    EXPECT_FALSE(first.reset);
+    EXPECT_EQ(first.atEOF, row.atEOF);
+    Lines later;
+    for (JSONLTail::Result next{LineBatch{}, first.cursor}; !next.atEOF;) {
+      next = JSONLTail::read(path, next.cursor, row.maxBytes);
+      for (const std::string& line : linesOf(next)) later.push_back(line);
+    }
+    EXPECT_EQ(later, row.rest);
   }
-}
-
-TEST_F(JSONLTailTest, LineEndsAndEmptyLinesAreDroppedButConsumed) {
-  EXPECT_EQ(JSONLTail::read(write("crlf", "\r\n"), std::nullopt, 100).cursor.offset, 2);
-  EXPECT_THAT(linesOf(JSONLTail::read(write("lf", "\n\n"), std::nullopt, 100)), IsEmpty());
-  const auto mixed =
-      JSONLTail::read(write("mixed", "x\r\n\n  \ny\r\r\nnot json\n"), std::nullopt, 100);
-  EXPECT_THAT(linesOf(mixed), ElementsAre("x", "  ", "y\r", "not json"));
-  EXPECT_EQ(mixed.cursor.offset, 20);
-}
-
-TEST_F(JSONLTailTest, ALongLineDoublesTheRequestUntilItFits) {
-  const std::string longLine(1000, 'x');
-  const std::string rest(2000, 'y');
-  const auto path = write("long", longLine + "\nshort\n" + rest + "\n");
-  // 7 doubles to 1792 bytes, the first request to take in a line feed.
-  const auto result = JSONLTail::read(path, std::nullopt, 7);
-  EXPECT_THAT(linesOf(result), ElementsAre(longLine, "short"));
-  EXPECT_EQ(result.cursor.offset, 1007);
-  EXPECT_FALSE(result.atEOF);
-  const auto next = JSONLTail::read(path, result.cursor, 7);
-  EXPECT_THAT(linesOf(next), ElementsAre(rest));
-  EXPECT_TRUE(next.atEOF);
-
-  for (int64_t maxBytes : {0, -5}) {  // below 1 counts as 1: one byte at a time, doubling
-    const auto tiny = JSONLTail::read(write("tiny", "ab\ncd\n"), std::nullopt, maxBytes);
-    EXPECT_THAT(linesOf(tiny), ElementsAre("ab"));
-    EXPECT_EQ(tiny.cursor.offset, 3);
-  }
-}
-
-TEST_F(JSONLTailTest, AChunkEndingExactlyAtALineFeedIsNotTheEnd) {
-  const auto path = write("exact", "abc\n");
-  const auto first = JSONLTail::read(path, std::nullopt, 4);
-  EXPECT_THAT(linesOf(first), ElementsAre("abc"));
-  EXPECT_FALSE(first.atEOF);
-  const auto second = JSONLTail::read(path, first.cursor, 4);
-  EXPECT_THAT(linesOf(second), IsEmpty());
-  EXPECT_TRUE(second.atEOF);
 }
 
 TEST_F(JSONLTailTest, AReplacedOrTruncatedFileStartsOverWithAnEmptyContext) {
@@ -122,17 +117,14 @@ TEST_F(JSONLTailTest, AReplacedOrTruncatedFileStartsOverWithAnEmptyContext) {
 }
 
 TEST_F(JSONLTailTest, AMissingFileThrowsWithOrWithoutACursor) {
+  using Error = std::filesystem::filesystem_error;
   const auto path = dir() / "absent.jsonl";
-  EXPECT_THROW(JSONLTail::read(path, std::nullopt, 100), std::filesystem::filesystem_error);
-  EXPECT_THROW(JSONLTail::read(path, FileCursor{path.string(), 1, 10, {}}, 100),
-               std::filesystem::filesystem_error);
-  try {
-    JSONLTail::read(path, std::nullopt, 100);
-  } catch (const std::filesystem::filesystem_error& error) {
-    EXPECT_EQ(error.code(), std::errc::no_such_file_or_directory);
-    EXPECT_EQ(error.path1(), path);
-  }
-  EXPECT_THROW(JSONLTail::read(dir(), std::nullopt, 100), std::filesystem::filesystem_error);
+  const auto absent = ::testing::Throws<Error>(
+      ::testing::AllOf(::testing::Property(&Error::code, std::errc::no_such_file_or_directory),
+                       ::testing::Property(&Error::path1, path)));
+  EXPECT_THAT([&] { JSONLTail::read(path, std::nullopt, 100); }, absent);
+  EXPECT_THAT([&] { JSONLTail::read(path, FileCursor{path.string(), 1, 10, {}}, 100); }, absent);
+  EXPECT_THROW(JSONLTail::read(dir(), std::nullopt, 100), Error);
 }
 
 TEST_F(JSONLTailTest, LinesOwnTheirBytesAndCarryPadding) {

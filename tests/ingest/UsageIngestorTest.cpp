@@ -6,10 +6,10 @@
 
 #include <filesystem>
 #include <fstream>
-#include <map>
 
 #include "StoreIngestSink.hpp"
 #include "ToolFolders.hpp"
+#include "ingest/DataRow.hpp"
 #include "ingest/UsageIngestor.hpp"
 #include "store/UsageStore.hpp"
 #include "support/RawDatabase.hpp"
@@ -19,21 +19,22 @@ namespace brimlog {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::DataRow;
+using testing::dataRows;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using testing::RawDatabase;
 
 Date at(const char* text) { return *parseISO8601(text); }
 
-// One line of a Claude Code transcript: an assistant reply block with its usage.
-std::string claudeLine(const std::string& id, int64_t output, const std::string& time,
-                       int64_t input = 10, int64_t cacheRead = 100) {
+// One line of a Claude Code transcript: an assistant reply block with its usage (10 uncached
+// input tokens and 100 read from the cache).
+std::string claudeLine(const std::string& id, int64_t output, const std::string& time) {
   return fmt::format(
       R"({{"type":"assistant","sessionId":"cs","timestamp":"{}","message":{{"id":"{}",)"
-      R"("model":"claude-sonnet-4-5","usage":{{"input_tokens":{},"output_tokens":{},)"
-      R"("cache_read_input_tokens":{}}}}}}})"
+      R"("model":"claude-sonnet-4-5","usage":{{"input_tokens":10,"output_tokens":{},)"
+      R"("cache_read_input_tokens":100}}}}}})"
       "\n",
-      time, id, input, output, cacheRead);
+      time, id, output);
 }
 
 std::string toolLine() {
@@ -50,31 +51,14 @@ std::string codexMeta(const std::string& session, const std::string& model) {
       session, model);
 }
 
-std::string tokenCount(int64_t total, int64_t lastInput, int64_t lastCached, int64_t lastOutput,
-                       const std::string& time = "2026-11-20T10:01:00Z") {
+std::string tokenCount(int64_t total, int64_t lastInput, int64_t lastCached, int64_t lastOutput) {
   return fmt::format(
-      R"({{"timestamp":"{}","type":"event_msg","payload":{{"type":"token_count","info":{{)"
-      R"("total_token_usage":{{"input_tokens":0,"cached_input_tokens":0,"output_tokens":0,)"
-      R"("reasoning_output_tokens":0,"total_tokens":{}}},)"
-      R"("last_token_usage":{{"input_tokens":{},"cached_input_tokens":{},"output_tokens":{},)"
-      R"("reasoning_output_tokens":1,"total_tokens":0}}}},)"
+      R"({{"timestamp":"2026-11-20T10:01:00Z","type":"event_msg","payload":{{"type":"token_count",)"
+      R"("info":{{"total_token_usage":{{"total_tokens":{}}},"last_token_usage":{{"input_tokens":{},)"
+      R"("cached_input_tokens":{},"output_tokens":{},"reasoning_output_tokens":1}}}},)"
       R"("rate_limits":{{"primary":{{"used_percent":40,"window_minutes":300}}}}}}}})"
       "\n",
-      time, total, lastInput, lastCached, lastOutput);
-}
-
-std::string grokTurn(int turn, const char* endedAt, const std::string& model = "grok-4") {
-  std::string ended = endedAt ? fmt::format(R"("endedAt":"{}",)", endedAt) : "";
-  return fmt::format(
-      R"({{"turnNumber":{},{}"modelUsage":{{"{}":{{"inputTokens":50,"cachedReadTokens":20,)"
-      R"("outputTokens":7,"costUsdTicks":1000000000}}}}}})",
-      turn, ended, model);
-}
-
-std::string grokDocument(const std::vector<std::string>& turns) {
-  std::string joined;
-  for (const std::string& turn : turns) joined += (joined.empty() ? "" : ",") + turn;
-  return R"({"sessionId":"g1","turns":[)" + joined + "]}";
+      total, lastInput, lastCached, lastOutput);
 }
 
 class UsageIngestorTest : public testing::TempDirTest {
@@ -151,59 +135,42 @@ TEST_F(UsageIngestorTest, CountsTheLastLineOfEachReplyAndWaitsForTheReplyStillBe
   EXPECT_EQ(pass(at("2026-11-20T13:00:00Z")).totalNewEvents(), 0);
 }
 
-TEST_F(UsageIngestorTest, ReadsAHalfWrittenLineOnceItIsComplete) {
-  const std::string line = claudeLine("m1", 9, "2026-11-20T10:00:00Z");
-  writeHome(claudeFile(), line.substr(0, 40));
-  EXPECT_EQ(pass(now_).linesRead, 0);
-  appendHome(claudeFile(), line.substr(40));
-  IngestResult done = pass(now_);
-  EXPECT_EQ(done.linesRead, 1);
-  EXPECT_EQ(done.totalNewEvents(), 1);
-  EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|10|100|9|0"));
-}
-
-TEST_F(UsageIngestorTest, RereadsReplacedAndTruncatedFilesWithoutCountingTwice) {
+// A log replaced by a new file, truncated, or copied over in place (the same inode and longer
+// than what was read) is read again from its start, without counting any reply twice.
+TEST_F(UsageIngestorTest, RereadsReplacedTruncatedAndRewrittenFiles) {
   const std::string a = claudeLine("a", 1, "2026-11-20T09:00:00Z");
   const std::string b = claudeLine("b", 2, "2026-11-20T09:01:00Z");
-  const std::string c = claudeLine("c", 4, "2026-11-20T09:02:00Z");
   writeHome(claudeFile(), a + b);
   EXPECT_EQ(pass(now_).totalNewEvents(), 2);
 
   // Replaced by a new file (new inode) holding the old replies and a new one.
   const fs::path path = home() / claudeFile();
-  write("replacement.jsonl", a + b + c);
+  write("replacement.jsonl", a + b + claudeLine("c", 4, "2026-11-20T09:02:00Z"));
   fs::rename(dir() / "replacement.jsonl", path);
   IngestResult replaced = pass(now_);
   EXPECT_EQ(replaced.linesRead, 3);
   EXPECT_EQ(replaced.totalNewEvents(), 1);
 
-  // Truncated and rewritten shorter: read from the start again.
+  // Truncated and rewritten shorter.
   writeHome(claudeFile(), claudeLine("d", 8, "2026-11-20T09:03:00Z"));
   IngestResult truncated = pass(now_);
   EXPECT_EQ(truncated.linesRead, 1);
   EXPECT_EQ(truncated.totalNewEvents(), 1);
   EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|40|400|15|0"));
-}
-
-TEST_F(UsageIngestorTest, ALogRewrittenInPlaceIsReadAgainFromItsStart) {
-  std::string first, second;
-  for (int i = 0; i < 5; ++i) first += claudeLine(fmt::format("a{}", i), 1, "2026-11-20T09:00:00Z");
-  for (int i = 0; i < 12; ++i) {
-    second += claudeLine(fmt::format("b{}", i), 2, "2026-11-20T10:00:00Z") + toolLine();
-  }
-  writeHome(claudeFile(), first);
-  EXPECT_EQ(pass(now_).totalNewEvents(), 5);
 
   // Copied over in place: the same inode, and longer than what was read.
-  const fs::path path = home() / claudeFile();
+  std::string longer;
+  for (int i = 0; i < 12; ++i) {
+    longer += claudeLine(fmt::format("e{}", i), 2, "2026-11-20T10:00:00Z") + toolLine();
+  }
   struct stat before {
   }, after{};
   ASSERT_EQ(::stat(path.c_str(), &before), 0);
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << second;
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << longer;
   ASSERT_EQ(::stat(path.c_str(), &after), 0);
   ASSERT_EQ(after.st_ino, before.st_ino);
   EXPECT_EQ(pass(now_).totalNewEvents(), 12);
-  EXPECT_EQ(keys().size(), 17u);
+  EXPECT_EQ(keys().size(), 16u);
   EXPECT_EQ(pass(now_).filesRead, 0u);
 }
 
@@ -222,7 +189,9 @@ TEST_F(UsageIngestorTest, ALongUnfinishedLineIsNotScannedAgain) {
   const std::string line = claudeLine("long", 7, "2026-11-20T09:00:00Z");
   const std::string head = line.substr(0, line.size() - 3) + std::string(1 << 20, ' ');
   writeHome(claudeFile(), claudeLine("m0", 1, "2026-11-20T08:00:00Z") + head);
-  EXPECT_EQ(pass(now_).totalNewEvents(), 1);
+  const IngestResult first = pass(now_);
+  EXPECT_EQ(first.linesRead, 1);
+  EXPECT_EQ(first.totalNewEvents(), 1);
   auto scanned = [&] {
     UsageStore store{dbPath()};
     return store.cursor((home() / claudeFile()).string())->integerEntry("scanned");
@@ -234,7 +203,9 @@ TEST_F(UsageIngestorTest, ALongUnfinishedLineIsNotScannedAgain) {
   EXPECT_EQ(scanned(), static_cast<int64_t>(fs::file_size(home() / claudeFile())));
 
   appendHome(claudeFile(), line.substr(line.size() - 3));
-  EXPECT_EQ(pass(now_).totalNewEvents(), 1);
+  const IngestResult completed = pass(now_);
+  EXPECT_EQ(completed.linesRead, 1);
+  EXPECT_EQ(completed.totalNewEvents(), 1);
   EXPECT_EQ(scanned(), std::nullopt);
   EXPECT_THAT(keys(), ElementsAre("long", "m0"));
 }
@@ -274,19 +245,17 @@ TEST_F(UsageIngestorTest, CodexFilesWithUsageRecordsCountThoseAlone) {
   EXPECT_THAT(totals(), ElementsAre("codex|m1|70|30|20|5"));
 }
 
+// Turns 3 and 1 have ended and turn 2 is running; then turn 2 ends too.
 TEST_F(UsageIngestorTest, GrokTurnsFinishedOutOfOrderAreCountedOnceEach) {
   const fs::path file = ".grok/sessions/g1.json";
-  writeHome(file, grokDocument({grokTurn(3, "2026-11-20T10:03:00Z"),
-                                grokTurn(1, "2026-11-20T10:01:00Z"), grokTurn(2, nullptr)}));
+  writeHome(file, testing::dataText("ingest/grok-session-turn2-running.json"));
   EXPECT_EQ(pass(now_).newEvents[ProviderID::grok], 2);
   EXPECT_THAT(keys(), ElementsAre("g1#1#grok-4", "g1#3#grok-4"));
 
   IngestResult unchanged = pass(now_);
   EXPECT_EQ(unchanged.filesRead, 0u);
 
-  writeHome(file,
-            grokDocument({grokTurn(3, "2026-11-20T10:03:00Z"), grokTurn(1, "2026-11-20T10:01:00Z"),
-                          grokTurn(2, "2026-11-20T10:05:00Z")}));
+  writeHome(file, testing::dataText("ingest/grok-session-turn2-ended.json"));
   EXPECT_EQ(pass(now_).newEvents[ProviderID::grok], 1);
   EXPECT_THAT(totals(), ElementsAre("grok|grok-4|90|60|21|0"));
   RawDatabase raw{dbPath()};
@@ -364,82 +333,33 @@ TEST_F(UsageIngestorTest, ReportsFilesItCannotReadAndGoesOn) {
 // cumulative total_token_usage.
 TEST_F(UsageIngestorTest, RealLogsGiveTheirTrueTotals) {
   BRIMLOG_REQUIRE_REAL_FIXTURES(fixtures);
-  struct Expected {
-    const char* file;
-    int64_t uncached, output, cacheRead, cacheWrite;
-  };
-  const std::vector<Expected> claude = {
-      {"ccviewer__1af7fc5e-8455-4414-9ccd-011d40f70b2a.jsonl", 93, 953, 103219, 12698},
-      {"ccviewer__5c0375b4-57a5-4f26-b12d-d022ee4e51b7.jsonl", 129, 3629, 324259, 47747},
-      {"ccviewer__fe5e1c67-53e7-4862-81ae-d0e013e3270b.jsonl", 818, 51933, 3647854, 137976},
-      {"codemie__4c2ddfdc-b619-4525-8d03-1950fb1b0257.jsonl", 33, 806, 214627, 37172},
-      {"codemie__agent-36541525.jsonl", 3, 3, 0, 16976},
-      {"codemie__agent-50243ee8.jsonl", 16878, 237, 0, 0},
-      {"codemie__session-196820da.jsonl", 6711, 65263, 2560506, 1473882},
-      {"codemie__session-3fe1b6bc.jsonl", 15377, 34781, 5157884, 1707033},
-      {"codemie__session-9eda1058.jsonl", 47, 4509, 22912, 147267},
-      {"spotter__ae4a77f8-aedd-4bc1-888f-c94edc91af04.jsonl", 185, 33596, 12357637, 192786},
-      {"spotter__agent-a2898e3.jsonl", 53, 136, 604156, 71257},
-      {"spotter__agent-acompact-e1f845.jsonl", 3, 8, 164830, 8681},
-      {"spotter__agent-afc096d.jsonl", 219, 28, 457858, 39438},
-      {"spotter__short.jsonl", 3, 13, 11515, 13835},
-      {"spotter__tool_heavy.jsonl", 54, 212, 88231, 17696},
-  };
-  struct ExpectedCodex {
-    const char* file;
-    int64_t input, cached, output, reasoning;
-  };
-  const std::vector<ExpectedCodex> codex = {
-      {"codemie__rollout-2026-01-02T18-39-45-019b7f94-51b4-7593-922e-ba12b5b73b52.jsonl", 22474,
-       14848, 300, 128},
-      {"codemie__rollout-2026-05-11T11-26-55-019e1625-789d-76c0-80ab-3724b5ddb799.jsonl", 6055836,
-       4929536, 9118, 1759},
-      {"codemie__rollout-2026-05-11T13-28-45-019e1695-0522-7c83-8b39-0dd379793f80.jsonl", 0, 0, 0,
-       0},
-      {"localpush__rollout-2026-02-23T12-40-23-019c8a4c-ed82-79a1-aa28-7738fc5ab61a.jsonl", 7204025,
-       6836352, 36075, 17896},
-      {"localpush__rollout-2026-02-23T12-41-04-019c8a4d-8f45-7010-8b5d-7fad920aa6f9.jsonl", 1751428,
-       1651968, 14600, 4293},
-      {"localpush__rollout-2026-02-23T12-47-42-019c8a53-a0dd-7130-bcd7-95445d84846a.jsonl", 6740973,
-       6337024, 36950, 17085},
-      {"localpush__rollout-2026-02-23T12-54-34-019c8a59-e9dd-71f0-9ae3-4079fe9726a9.jsonl",
-       33810485, 31621504, 133999, 42113},
-      {"localpush__rollout-2026-02-23T13-19-38-019c8a70-dda7-7f33-98ea-f30553347322.jsonl", 34469,
-       3456, 431, 264},
-      {"localpush__rollout-2026-02-23T20-34-25-019c8bfe-ec25-79e0-97d7-bda6a9c575ff.jsonl", 298373,
-       238848, 1123, 483},
-  };
-
-  auto sums = [&] {
+  // One log alone in a fresh home, read in small chunks so that runs of one reply and Codex
+  // contexts also cross read boundaries: uncached|output|cacheRead|cacheWrite|reasoning.
+  auto sums = [&](const fs::path& log, const fs::path& folder) {
+    fs::remove_all(home());
+    fs::remove(dbPath());
+    fs::create_directories(home() / folder);
+    fs::copy_file(log, home() / folder / log.filename());
+    IngestOptions options;
+    options.chunkBytes = 64 << 10;
+    pass(now_, options);
     RawDatabase raw{dbPath()};
     return raw.rows(
         "SELECT COALESCE(SUM(uncached),0), COALESCE(SUM(output),0), COALESCE(SUM(cache_read),0), "
         "COALESCE(SUM(w5m + w1h),0), COALESCE(SUM(reasoning),0) FROM daily");
   };
-  // Small chunks, so runs of one reply and Codex contexts also cross read boundaries.
-  IngestOptions options;
-  options.chunkBytes = 64 << 10;
-  for (const Expected& expected : claude) {
-    SCOPED_TRACE(expected.file);
-    fs::remove_all(home());
-    fs::remove(dbPath());
-    fs::create_directories(home() / ".claude/projects/p");
-    fs::copy_file(fixtures / "claude" / expected.file,
-                  home() / ".claude/projects/p" / expected.file);
-    pass(now_, options);
-    EXPECT_THAT(sums(), ElementsAre(fmt::format("{}|{}|{}|{}|0", expected.uncached, expected.output,
-                                                expected.cacheRead, expected.cacheWrite)));
+  for (const DataRow& row : dataRows("ingest/real-claude.tsv")) {
+    SCOPED_TRACE(row.name);
+    EXPECT_THAT(sums(fixtures / "claude" / row.name, ".claude/projects/p"),
+                ElementsAre(fmt::format("{}|{}|{}|{}|0", row.integer(1), row.integer(2),
+                                        row.integer(3), row.integer(4))));
   }
-  for (const ExpectedCodex& expected : codex) {
-    SCOPED_TRACE(expected.file);
-    fs::remove_all(home());
-    fs::remove(dbPath());
-    fs::create_directories(home() / ".codex/sessions");
-    fs::copy_file(fixtures / "codex" / expected.file, home() / ".codex/sessions" / expected.file);
-    pass(now_, options);
-    EXPECT_THAT(sums(),
-                ElementsAre(fmt::format("{}|{}|{}|0|{}", expected.input - expected.cached,
-                                        expected.output, expected.cached, expected.reasoning)));
+  for (const DataRow& row : dataRows("ingest/real-codex.tsv")) {
+    SCOPED_TRACE(row.name);
+    const int64_t input = row.integer(4), cached = row.integer(5);
+    EXPECT_THAT(sums(fixtures / "codex" / row.name, ".codex/sessions"),
+                ElementsAre(fmt::format("{}|{}|{}|0|{}", input - cached, row.integer(6), cached,
+                                        row.integer(7))));
   }
 }
 

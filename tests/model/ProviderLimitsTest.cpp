@@ -5,6 +5,7 @@
 
 #include "model/ProviderLimits.hpp"
 #include "support/LimitsPrinting.hpp"
+#include "support/TempDir.hpp"
 
 namespace brimlog {
 namespace {
@@ -36,22 +37,13 @@ TEST(ProviderLimitsTest, MarkedStaleDatesLiveAndLocalWindowsToTheFetch) {
   EXPECT_EQ(limits.windows[0].source, LimitSource::live());  // the original is untouched
 }
 
-// The stored form: dates as seconds since 2001, sources and statuses as objects with one case
-// key, absent values left out.
+// The stored form (tests/data/model/provider-limits.json for the sample): dates as seconds since
+// 2001, sources and statuses as objects with one case key, absent values left out.
 TEST(ProviderLimitsTest, TheStoredFormIsThisJsonAndRoundTrips) {
   const ProviderLimits limits = sample();
   const Json stored = limits.toJson(DateForm::referenceSeconds);
-  EXPECT_EQ(stored, Json::parse(R"({
-      "plan": "Max", "status": {"rateLimited": {}}, "fetchedAt": 721693000.25,
-      "credits": {"label": "Extra usage", "balanceUSD": 12.5, "spentUSD": 7.5, "limitUSD": 20,
-                  "unlimited": false},
-      "windows": [
-        {"id": "session", "label": "Session", "usedFraction": 0.5, "duration": 18000,
-         "resetsAt": 721693000.25, "source": {"live": {}}},
-        {"id": "weekly", "label": "Weekly", "usedFraction": 0.25, "duration": 604800,
-         "source": {"local": {"asOf": 721692900}}},
-        {"id": "weekly.opus", "label": "Opus", "usedFraction": 0.75,
-         "source": {"stale": {"asOf": 721692800}}}]})"));
+  EXPECT_EQ(stored, Json::parse(testing::readFile(std::filesystem::path(BRIMLOG_SOURCE_DIR) /
+                                                  "tests/data/model/provider-limits.json")));
   EXPECT_EQ(ProviderLimits::fromJson(json::parse(json::dump(stored)), DateForm::referenceSeconds),
             limits);
   // Snapshots write whole UTC seconds as text.
