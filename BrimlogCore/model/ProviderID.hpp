@@ -4,8 +4,10 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 #include <string_view>
 
+#include "model/Color.hpp"
 #include "platform/Json.hpp"
 
 namespace brimlog {
@@ -34,6 +36,19 @@ class ProviderID {
   std::string_view displayName() const;
   /// The name of the tool whose logs are read: "Claude Code", "Codex", "Grok Build", "Cursor".
   std::string_view toolName() const;
+
+  /// The name of the platform symbol that stands for Brimlog itself (headers, empty states).
+  static constexpr std::string_view appSymbolName = "gauge.with.dots.needle.67percent";
+
+  /// The colour a provider's figures are drawn in: Claude's orange, Codex in the primary text
+  /// colour, Grok and Cursor in the secondary one.
+  Color accent() const;
+
+  /// The SVG text of the provider's logo, from the resources' "Logos" folder (claude.svg,
+  /// openai.svg, grok.svg, cursor.svg). The marks are single-colour: they draw in
+  /// "currentColor", so a renderer tints them. Read once per process on first use, from any
+  /// thread; a missing or unreadable file, or one that is not SVG, gives an empty string.
+  const std::string& logo() const;
 
   /// The position among `allCases`.
   constexpr int index() const { return value_; }

@@ -1,0 +1,220 @@
+#include "display/Snapshot.hpp"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <utility>
+
+#include "model/TokenCounts.hpp"
+
+namespace brimlog {
+namespace {
+
+constexpr DateForm kForm = DateForm::iso8601;
+
+// The member `key` of `value`, or nullptr when `value` is no object or lacks it.
+const Json* member(const Json& value, std::string_view key) {
+  if (!value.is_object()) return nullptr;
+  const auto it = value.find(key);
+  return it == value.end() ? nullptr : &*it;
+}
+
+// Dates in the snapshot are whole seconds. The shared ISO 8601 reading also takes fractions, so
+// every date text is looked at here first; values of another type are left to the decoding,
+// which names them.
+void requireWholeSeconds(const Json* value, std::string_view key) {
+  if (value == nullptr || !value->is_string()) return;
+  if (!parseISO8601WithoutFraction(value->get_ref<const std::string&>())) {
+    throw JsonDecodeError(fmt::format(
+        "Expected a date with whole seconds, such as 2026-10-29T12:00:00Z, for key \"{}\".", key));
+  }
+}
+
+LimitWindow windowFromJson(const Json& json) {
+  requireWholeSeconds(member(json, "resetsAt"), "resetsAt");
+  if (const Json* source = member(json, "source")) {
+    for (const std::string_view name : {"local", "stale"}) {
+      if (const Json* payload = member(*source, name)) {
+        requireWholeSeconds(member(*payload, "asOf"), "asOf");
+      }
+    }
+  }
+  return LimitWindow::fromJson(json, kForm);
+}
+
+Snapshot makePlaceholder() {
+  const Date base = dateFromUnixSeconds(1'793'275'200);  // 2026-10-29T12:00:00Z
+  const auto after = [&](double seconds) { return std::optional<Date>(base + Seconds{seconds}); };
+  const LimitSource live = LimitSource::live();
+
+  Snapshot snapshot;
+  snapshot.generatedAt = base;
+  snapshot.providers = {
+      {ProviderID::claude,
+       "Max 5x",
+       {LimitWindow{"session", "Session", 0.15, 18000.0, after(780), live},
+        LimitWindow{"weekly", "Weekly", 0.42, 604800.0, after(259'200), live}},
+       std::nullopt,
+       ProviderStatus::ok,
+       182'400'000,
+       214.6,
+       false},
+      {ProviderID::codex,
+       "Plus",
+       {LimitWindow{"weekly", "Weekly", 0.01, 604800.0, after(511'200), live}},
+       Credits{"Credits", 12.5, std::nullopt, std::nullopt, false},
+       ProviderStatus::ok,
+       64'300'000,
+       71.2,
+       false},
+      {ProviderID::grok,
+       std::nullopt,
+       {},
+       std::nullopt,
+       ProviderStatus::unavailable,
+       5'200'000,
+       6.8,
+       true},
+  };
+  for (int i = 0; i < 30; ++i) {
+    const double value = (0.35 + 0.65 * std::fabs(std::sin(0.9 * i))) * 10.0;
+    snapshot.dailyCost30.push_back(std::round(value * 100.0) / 100.0);
+  }
+  snapshot.costTodayUSD = snapshot.dailyCost30.back();
+  snapshot.cost30dUSD = 292.6;
+  return snapshot;
+}
+
+}  // namespace
+
+Snapshot Snapshot::make(const UsageSummary& summary,
+                        const std::map<ProviderID, ProviderLimits>& limits,
+                        std::span<const ProviderID> order, Date now, const Calendar& calendar) {
+  struct Totals {
+    int64_t tokens = 0;
+    double costUSD = 0;
+  };
+  std::map<Date, double> costByDay;
+  std::map<ProviderID, Totals> dailyTotals;
+  for (const auto& point : summary.daily) {
+    costByDay[calendar.startOfDay(point.day)] += point.costUSD;
+    Totals& totals = dailyTotals[point.provider];
+    totals.tokens = saturatingAdd(totals.tokens, point.tokens);
+    totals.costUSD += point.costUSD;
+  }
+  std::map<ProviderID, const UsageSummary::Tool*> tools;
+  for (const auto& tool : summary.tools) tools.try_emplace(tool.provider, &tool);
+
+  const auto find = [](const auto& map, ProviderID id) {
+    const auto it = map.find(id);
+    return it == map.end() ? nullptr : &it->second;
+  };
+
+  Snapshot snapshot;
+  snapshot.generatedAt = now;
+  for (const ProviderID id : order) {
+    const ProviderLimits* limit = find(limits, id);
+    const UsageSummary::Tool* tool = tools.contains(id) ? tools.at(id) : nullptr;
+    const Totals* totals = find(dailyTotals, id);
+    if (!limit && !tool && (!totals || (totals->tokens <= 0 && !(totals->costUSD > 0)))) continue;
+
+    Provider entry;
+    entry.id = id;
+    if (limit) {
+      entry.plan = limit->plan;
+      entry.windows = limit->windows;
+      entry.credits = limit->credits;
+      entry.status = limit->status;
+    } else {
+      entry.status = ProviderStatus::unavailable;
+    }
+    if (tool) {
+      entry.tokens30d = tool->tokens;
+      entry.cost30dUSD = tool->costUSD;
+      entry.approximate = tool->approximate;
+    } else if (totals) {
+      entry.tokens30d = totals->tokens;
+      entry.cost30dUSD = totals->costUSD;
+    }
+    snapshot.providers.push_back(std::move(entry));
+  }
+
+  const auto costOn = [&](Date dayStart) {
+    const auto it = costByDay.find(dayStart);
+    return it == costByDay.end() ? 0.0 : it->second;
+  };
+  const Date lastDay = calendar.startOfDay(summary.windowEnd);
+  for (int k = -29; k <= 0; ++k) {
+    const std::optional<Date> day = calendar.addingDays(k, lastDay);
+    snapshot.dailyCost30.push_back(day ? costOn(calendar.startOfDay(*day)) : 0.0);
+  }
+  snapshot.costTodayUSD = costOn(calendar.startOfDay(now));
+  snapshot.cost30dUSD = summary.totalCostUSD;
+  return snapshot;
+}
+
+const Snapshot& Snapshot::placeholder() {
+  static const Snapshot snapshot = makePlaceholder();
+  return snapshot;
+}
+
+Json Snapshot::Provider::toJson() const {
+  Json windowsJson = Json::array();
+  for (const auto& window : windows) windowsJson.push_back(window.toJson(kForm));
+  Json json = {{"id", id.toJson()},
+               {"windows", std::move(windowsJson)},
+               {"status", brimlog::toJson(status)},
+               {"tokens30d", tokens30d},
+               {"cost30dUSD", json::finite(cost30dUSD, "cost30dUSD")},
+               {"approximate", approximate}};
+  if (plan) json["plan"] = *plan;
+  if (credits) json["credits"] = credits->toJson();
+  return json;
+}
+
+Snapshot::Provider Snapshot::Provider::fromJson(const Json& json) {
+  Provider provider;
+  provider.id = ProviderID::fromJson(json::require(json, "id"));
+  provider.plan = json::optionalString(json, "plan");
+  for (const Json& window : json::array(json::require(json, "windows"), "windows")) {
+    provider.windows.push_back(windowFromJson(window));
+  }
+  if (const Json* credits = json::optional(json, "credits")) {
+    provider.credits = Credits::fromJson(*credits);
+  }
+  provider.status = providerStatusFromJson(json::require(json, "status"));
+  provider.tokens30d = json::integer(json::require(json, "tokens30d"), "tokens30d");
+  provider.cost30dUSD = json::number(json::require(json, "cost30dUSD"), "cost30dUSD");
+  provider.approximate = json::boolean(json::require(json, "approximate"), "approximate");
+  return provider;
+}
+
+Json Snapshot::toJson() const {
+  Json providersJson = Json::array();
+  for (const auto& provider : providers) providersJson.push_back(provider.toJson());
+  Json series = Json::array();
+  for (const double cost : dailyCost30) series.push_back(json::finite(cost, "dailyCost30"));
+  return {{"generatedAt", json::encodeDate(generatedAt, kForm, "generatedAt")},
+          {"providers", std::move(providersJson)},
+          {"costTodayUSD", json::finite(costTodayUSD, "costTodayUSD")},
+          {"cost30dUSD", json::finite(cost30dUSD, "cost30dUSD")},
+          {"dailyCost30", std::move(series)}};
+}
+
+Snapshot Snapshot::fromJson(const Json& json) {
+  Snapshot snapshot;
+  const Json& generatedAt = json::require(json, "generatedAt");
+  requireWholeSeconds(&generatedAt, "generatedAt");
+  snapshot.generatedAt = json::decodeDate(generatedAt, kForm, "generatedAt");
+  for (const Json& provider : json::array(json::require(json, "providers"), "providers")) {
+    snapshot.providers.push_back(Provider::fromJson(provider));
+  }
+  snapshot.costTodayUSD = json::number(json::require(json, "costTodayUSD"), "costTodayUSD");
+  snapshot.cost30dUSD = json::number(json::require(json, "cost30dUSD"), "cost30dUSD");
+  for (const Json& cost : json::array(json::require(json, "dailyCost30"), "dailyCost30")) {
+    snapshot.dailyCost30.push_back(json::number(cost, "dailyCost30"));
+  }
+  return snapshot;
+}
+
+}  // namespace brimlog

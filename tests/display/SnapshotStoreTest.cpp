@@ -1,0 +1,60 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <limits>
+
+#include "display/SnapshotStore.hpp"
+#include "support/TempDir.hpp"
+
+namespace brimlog {
+namespace {
+
+class SnapshotStoreTest : public testing::TempDirTest {
+ protected:
+  std::string names(const std::filesystem::path& folder) {
+    std::string found;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+      found += entry.path().filename().string() + " ";
+    }
+    return found;
+  }
+};
+
+TEST_F(SnapshotStoreTest, WritesCompactJsonIntoNewFoldersAndReadsNothingUnusable) {
+  const SnapshotStore store{dir() / "data" / "group"};
+  EXPECT_EQ(store.read(), std::nullopt);
+  store.write(Snapshot::placeholder());
+  EXPECT_EQ(store.read(), Snapshot::placeholder());
+  EXPECT_EQ(testing::readFile(store.file()), json::dump(Snapshot::placeholder().toJson()));
+  write("data/group/snapshot.json", R"({"generatedAt":"2026-10-29T12:00:00Z"})");
+  EXPECT_EQ(store.read(), std::nullopt);
+  EXPECT_EQ(SnapshotStore{std::nullopt}.read(), std::nullopt);
+  EXPECT_THROW(SnapshotStore{std::nullopt}.write(Snapshot{}), SnapshotStore::StoreError);
+}
+
+TEST_F(SnapshotStoreTest, AFailedWriteLeavesTheOldFileWholeAndNoTemporaryFile) {
+  const SnapshotStore store{dir()};
+  store.write(Snapshot::placeholder());
+  const std::string old = testing::readFile(store.file());
+  Snapshot broken = Snapshot::placeholder();
+  broken.providers[1].cost30dUSD = std::numeric_limits<double>::infinity();
+  EXPECT_THROW(store.write(broken), JsonEncodeError);
+  if (::geteuid() != 0) {  // root writes into any folder
+    ::chmod(dir().c_str(), 0500);
+    EXPECT_THROW(store.write(Snapshot{}), std::filesystem::filesystem_error);
+    ::chmod(dir().c_str(), 0700);
+  }
+  EXPECT_EQ(testing::readFile(store.file()), old);
+  EXPECT_EQ(names(dir()), "snapshot.json ");
+
+  // Nor is a folder replaced that stands where the file should be.
+  write("blocked/snapshot.json/kept", "x");
+  EXPECT_THROW(SnapshotStore{dir() / "blocked"}.write(Snapshot{}),
+               std::filesystem::filesystem_error);
+  EXPECT_EQ(names(dir() / "blocked") + names(dir() / "blocked" / "snapshot.json"),
+            "snapshot.json kept ");
+}
+
+}  // namespace
+}  // namespace brimlog
