@@ -24,6 +24,14 @@ std::vector<std::string> lines(const std::string& text) {
 
 }  // namespace
 
+::testing::AssertionResult sameLines(const std::string& expected, const std::string& actual) {
+  if (expected == actual) return ::testing::AssertionSuccess();
+  // GoogleTest's own line diff, the one its EXPECT_EQ prints for multi-line text.
+  return ::testing::AssertionFailure()
+         << "- expected, + actual:\n"
+         << ::testing::internal::edit_distance::CreateUnifiedDiff(lines(expected), lines(actual));
+}
+
 ::testing::AssertionResult matchesExpectedFile(std::string_view name, std::string_view actual) {
   const std::filesystem::path path =
       std::filesystem::path(BRIMLOG_SOURCE_DIR) / "tests" / "expected" / name;
@@ -46,12 +54,10 @@ std::vector<std::string> lines(const std::string& text) {
   }
   const std::string expected = readFile(path);
   if (expected == actual) return ::testing::AssertionSuccess();
-  // GoogleTest's own line diff, the one its EXPECT_EQ prints for multi-line text.
   return ::testing::AssertionFailure()
          << "the text differs from " << path
-         << " (- expected, + actual; BRIMLOG_REGENERATE_EXPECTED=1 rewrites the file):\n"
-         << ::testing::internal::edit_distance::CreateUnifiedDiff(lines(expected),
-                                                                  lines(std::string(actual)))
+         << " (BRIMLOG_REGENERATE_EXPECTED=1 rewrites the file); "
+         << sameLines(expected, std::string(actual)).message() << "\n"
          << (expected.ends_with('\n') != actual.ends_with('\n') ? "(and in the final line feed)\n"
                                                                 : "");
 }
