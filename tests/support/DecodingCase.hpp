@@ -13,8 +13,7 @@ namespace brimlog::testing {
 
 /// A JSON data file under tests/data/, its objects' keys kept in the file's order.
 inline nlohmann::ordered_json dataFile(const std::filesystem::path& relative) {
-  return nlohmann::ordered_json::parse(
-      readFile(std::filesystem::path(BRIMLOG_SOURCE_DIR) / "tests" / "data" / relative));
+  return nlohmann::ordered_json::parse(readFile(dataPath(relative)));
 }
 
 /// The text a data file gives for a body or a record: a string as it is (for text that is no

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
-#include <sstream>
+#include <iterator>
 
 namespace brimlog::testing {
 
@@ -51,11 +51,13 @@ std::optional<std::filesystem::path> realFixtures() {
   return std::filesystem::canonical(path, error);
 }
 
+std::filesystem::path dataPath(const std::filesystem::path& relative) {
+  return std::filesystem::path(BRIMLOG_SOURCE_DIR) / "tests" / "data" / relative;
+}
+
 std::string readFile(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
+  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 }  // namespace brimlog::testing

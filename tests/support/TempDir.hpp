@@ -32,6 +32,9 @@ class TempDirTest : public ::testing::Test {
 /// (`BRIMLOG_REAL_FIXTURES` may point elsewhere); nothing on a user's clone.
 std::optional<std::filesystem::path> realFixtures();
 
+/// The path of a data file of the tests, `relative` to tests/data/ in the source tree.
+std::filesystem::path dataPath(const std::filesystem::path& relative);
+
 /// Reads a whole file.
 std::string readFile(const std::filesystem::path& path);
 
