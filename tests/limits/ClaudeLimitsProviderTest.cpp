@@ -56,7 +56,7 @@ TEST_F(ClaudeLimitsProviderTest, EverySignInRecordHasItsOutcome) {
   for (const auto& row : testing::dataFile("limits/claude-sign-in.json")) {
     rows.push_back(
         {row["name"].get<std::string>(), StubCredentialSource(testing::sentText(row["record"])),
-         providerStatusFromJson({{row["status"].get<std::string>(), Json::object()}}),
+         testing::statusNamed(row["status"]),
          row.contains("plan") ? std::optional(row["plan"].get<std::string>()) : std::nullopt});
   }
   for (const Row& row : rows) {

@@ -16,6 +16,11 @@ inline nlohmann::ordered_json dataFile(const std::filesystem::path& relative) {
   return nlohmann::ordered_json::parse(readFile(dataPath(relative)));
 }
 
+/// A provider status by its case name ("rateLimited"), as data files write it.
+inline ProviderStatus statusNamed(const std::string& name) {
+  return providerStatusFromJson({{name, Json::object()}});
+}
+
 /// The text a data file gives for a body or a record: a string as it is (for text that is no
 /// JSON), anything else as its JSON text.
 inline std::string sentText(const nlohmann::ordered_json& value) {

@@ -180,8 +180,8 @@ class StubHTTPServer {
     Handler handler;
     {
       std::lock_guard lock(mutex_);
-      requests_.push_back(Request{request.method, request.path,
-                                  {request.headers.begin(), request.headers.end()}, request.body});
+      requests_.push_back({request.method, request.path, {}, request.body});
+      requests_.back().headers.assign(request.headers.begin(), request.headers.end());
       handler = handler_;
     }
     if (request.path == path_) {

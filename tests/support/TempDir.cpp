@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <sstream>
 
 namespace brimlog::testing {
 
@@ -53,6 +54,19 @@ std::optional<std::filesystem::path> realFixtures() {
 
 std::filesystem::path dataPath(const std::filesystem::path& relative) {
   return std::filesystem::path(BRIMLOG_SOURCE_DIR) / "tests" / "data" / relative;
+}
+
+std::vector<std::vector<std::string>> dataRows(const std::filesystem::path& relative) {
+  std::vector<std::vector<std::string>> rows;
+  std::istringstream lines(readFile(dataPath(relative)));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.empty() || line.starts_with('#')) continue;
+    std::istringstream fields(line);
+    auto& row = rows.emplace_back();
+    for (std::string field; std::getline(fields, field, '\t');) row.push_back(field);
+  }
+  EXPECT_FALSE(rows.empty()) << dataPath(relative) << " has no rows";
+  return rows;
 }
 
 std::string readFile(const std::filesystem::path& path) {

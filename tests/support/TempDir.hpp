@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace brimlog::testing {
 
@@ -34,6 +35,10 @@ std::optional<std::filesystem::path> realFixtures();
 
 /// The path of a data file of the tests, `relative` to tests/data/ in the source tree.
 std::filesystem::path dataPath(const std::filesystem::path& relative);
+
+/// The rows of a tab-separated data file under tests/data/, each split at its tabs; empty lines
+/// and lines starting with "#" are left out. A file without rows fails the test.
+std::vector<std::vector<std::string>> dataRows(const std::filesystem::path& relative);
 
 /// Reads a whole file.
 std::string readFile(const std::filesystem::path& path);
