@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "limits/ClaudeConfigCredentialSource.hpp"
-#include "support/ScopedEnvironment.hpp"
 #include "support/StubCredentialSource.hpp"
 #include "support/TempDir.hpp"
 

@@ -1,25 +1,21 @@
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "limits/HTTPStatusMapping.hpp"
+#include "support/DecodingCase.hpp"
 #include "support/LimitsPrinting.hpp"
+#include "support/TempDir.hpp"
 
 namespace brimlog {
 namespace {
 
+// The cases are in tests/data/limits/http-statuses.tsv.
 TEST(HTTPStatusMappingTest, EachStatusOfAUsageEndpointHasItsMeaning) {
-  struct Row {
-    int httpStatus;
-    ProviderStatus status;
-  };
-  const Row rows[] = {{199, ProviderStatus::unreachable},  {200, ProviderStatus::ok},
-                      {299, ProviderStatus::ok},           {300, ProviderStatus::unreachable},
-                      {302, ProviderStatus::unreachable},  {400, ProviderStatus::unreachable},
-                      {401, ProviderStatus::signInNeeded}, {402, ProviderStatus::unreachable},
-                      {403, ProviderStatus::signInNeeded}, {404, ProviderStatus::unreachable},
-                      {428, ProviderStatus::unreachable},  {429, ProviderStatus::rateLimited},
-                      {500, ProviderStatus::unreachable},  {0, ProviderStatus::unreachable}};
-  for (const Row& row : rows) {
-    EXPECT_EQ(HTTPStatusMapping::limitsStatus(row.httpStatus), row.status) << row.httpStatus;
+  for (const auto& row : testing::dataRows("limits/http-statuses.tsv")) {
+    EXPECT_EQ(HTTPStatusMapping::limitsStatus(std::stoi(row.at(0))),
+              testing::statusNamed(row.at(1)))
+        << row[0];
   }
 }
 

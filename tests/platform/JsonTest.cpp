@@ -6,27 +6,20 @@
 namespace brimlog {
 namespace {
 
-using ::testing::HasSubstr;
-
-template <typename F>
-std::string decodeError(F&& decode) {
-  try {
-    decode();
-  } catch (const JsonDecodeError& error) {
-    return error.what();
-  }
-  return "no error";
+// Matches a call that throws a JsonDecodeError whose message holds `text`.
+auto throwsSaying(const std::string& text) {
+  return ::testing::ThrowsMessage<JsonDecodeError>(::testing::HasSubstr(text));
 }
 
 TEST(JsonTest, RequiredAndOptionalKeysNameWhatIsWrong) {
   const Json doc = Json::parse(R"({"a":1,"n":null,"s":"x"})");
   EXPECT_EQ(json::require(doc, "a"), 1);
-  EXPECT_THAT(decodeError([&] { json::require(doc, "b"); }), HasSubstr("\"b\""));
-  EXPECT_THAT(decodeError([&] { json::require(doc, "n"); }), HasSubstr("Null value"));
+  EXPECT_THAT([&] { json::require(doc, "b"); }, throwsSaying("\"b\""));
+  EXPECT_THAT([&] { json::require(doc, "n"); }, throwsSaying("Null value"));
   EXPECT_EQ(json::optional(doc, "n"), nullptr);
   EXPECT_EQ(json::optional(doc, "b"), nullptr);
-  EXPECT_THAT(decodeError([&] { json::number(doc["s"], "s"); }), HasSubstr("a number"));
-  EXPECT_THAT(decodeError([&] { json::require(Json::array(), "a"); }), HasSubstr("object"));
+  EXPECT_THAT([&] { json::number(doc["s"], "s"); }, throwsSaying("a number"));
+  EXPECT_THAT([&] { json::require(Json::array(), "a"); }, throwsSaying("object"));
 }
 
 TEST(JsonTest, IntegersMustBeWholeAndInRange) {
@@ -46,7 +39,8 @@ TEST(JsonTest, AnEnumerationCaseIsExactlyOneKnownKey) {
   };
   EXPECT_EQ(pick(R"({"rateLimited":{},"note":1})"), "rateLimited");
   for (const char* text : {R"({})", R"({"ok":{},"rateLimited":{}})", R"({"other":{}})"}) {
-    EXPECT_EQ(decodeError([&] { pick(text); }), "Invalid number of keys found, expected one.")
+    EXPECT_THAT([&] { pick(text); }, ::testing::ThrowsMessage<JsonDecodeError>(
+                                         "Invalid number of keys found, expected one."))
         << text;
   }
 }

@@ -65,11 +65,7 @@ TEST_F(PriceFileTest, ABadPriceFileGivesAnEmptyTable) {
       PriceTable::load(write("wrong.json", R"({"models":{"m":{"input":1}}})")).models.empty());
   EXPECT_TRUE(PriceTable::load(dir()).models.empty());  // a folder, not a file
 
-  const PriceTable loaded = PriceTable::load(write("ok.json", R"({"models":{
-      "m": {"input":1,"output":2.5,"cacheRead":0.1,"cacheWrite5m":1.25,"cacheWrite1h":2,
-            "proxyFor":null,"source":"s","asOf":"2025-01-01"},
-      "p": {"input":1,"output":2,"cacheRead":0,"cacheWrite5m":0,"cacheWrite1h":0,
-            "proxyFor":"m","source":"s","asOf":"2025-01-01"}}})"));
+  const PriceTable loaded = PriceTable::load(testing::dataPath("store/prices-two-models.json"));
   ASSERT_EQ(loaded.models.size(), 2u);
   EXPECT_EQ(loaded.models.at("m"),
             (ModelPrice{1, 2.5, 0.1, 1.25, 2, std::nullopt, "s", "2025-01-01"}));

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include <fstream>
 #include <thread>
 
 #include "store/StoreSQL.hpp"
@@ -11,6 +10,10 @@
 #include "support/TempDir.hpp"
 
 namespace brimlog {
+
+// Failures show an error as its text rather than as bytes.
+static void PrintTo(const UsageStoreError& error, std::ostream* out) { *out << error.what(); }
+
 namespace {
 
 using ::testing::ElementsAre;
@@ -26,16 +29,15 @@ UsageEvent event(std::string key, const char* timestamp, TokenCounts tokens = {1
           tokens,   reported};
 }
 
-// The code and message an operation failed with, or {0, "no error"}.
-using Failure = std::pair<int, std::string>;
+// The error an operation failed with, if it did.
 template <typename Operation>
-Failure failure(Operation&& operation) {
+std::optional<UsageStoreError> failure(Operation&& operation) {
   try {
     operation();
   } catch (const UsageStoreError& error) {
-    return {error.code(), error.message()};
+    return error;
   }
-  return {0, "no error"};
+  return std::nullopt;
 }
 
 class UsageStoreTest : public testing::TempDirTest {
@@ -44,20 +46,8 @@ class UsageStoreTest : public testing::TempDirTest {
   const Calendar utc = Calendar::utc();
 };
 
-TEST_F(UsageStoreTest, ANewFileGetsTheSchema) {
-  { UsageStore store{dbPath()}; }
-  RawDatabase fresh{dbPath()};
-  EXPECT_THAT(fresh.rows("PRAGMA user_version"), ElementsAre("1"));
-  EXPECT_THAT(fresh.rows("PRAGMA journal_mode"), ElementsAre("wal"));
-}
-
-std::string contents(const std::filesystem::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
 // Another program's database, or one of a newer Brimlog, is refused and left as it was; an empty
-// file and a database of ours written before it carried the id are taken.
+// file (as good as none) and a database of ours written before it carried the id are taken.
 TEST_F(UsageStoreTest, OpensOnlyItsOwnDatabases) {
   struct Row {
     const char* name;
@@ -77,34 +67,29 @@ TEST_F(UsageStoreTest, OpensOnlyItsOwnDatabases) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     std::filesystem::remove(dbPath());
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(dbPath().c_str(), &db), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(db, row.setup.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
-    sqlite3_close(db);
-    const std::string before = contents(dbPath());
+    ASSERT_EQ(RawDatabase(dbPath()).exec(row.setup), SQLITE_OK);
+    const std::string before = testing::readFile(dbPath());
     if (!row.refusal) {
       { UsageStore store{dbPath()}; }
       RawDatabase raw{dbPath()};
       EXPECT_THAT(raw.rows("PRAGMA application_id"),
                   ElementsAre(std::to_string(UsageStore::applicationId)));
       EXPECT_THAT(raw.rows("PRAGMA user_version"), ElementsAre("1"));
+      EXPECT_THAT(raw.rows("PRAGMA journal_mode"), ElementsAre("wal"));
       continue;
     }
     for (bool readOnly : {false, true}) {
-      try {
-        UsageStore store{dbPath(), {.readOnly = readOnly}};
-        ADD_FAILURE() << "opened";
-      } catch (const UsageStoreError& error) {
-        EXPECT_EQ(std::string(error.what()), dbPath().string() + row.refusal);
-      }
+      const auto error = failure([&] { UsageStore store{dbPath(), {.readOnly = readOnly}}; });
+      ASSERT_TRUE(error) << "opened";
+      EXPECT_EQ(std::string(error->what()), dbPath().string() + row.refusal);
     }
-    EXPECT_TRUE(contents(dbPath()) == before) << "the file was changed";
+    EXPECT_TRUE(testing::readFile(dbPath()) == before) << "the file was changed";
     EXPECT_FALSE(std::filesystem::exists(dbPath().string() + "-wal"));
   }
 }
 
 // A second writer waits for the first; past the wait, the error names the file, what was being
-// done, SQLite's reason and what to do.
+// done, SQLite's reason and what to do, and the store writes once the lock is gone.
 TEST_F(UsageStoreTest, ABusyDatabaseIsWaitedForThenReportedPlainly) {
   { UsageStore create{dbPath()}; }
   auto blocker = std::make_unique<RawDatabase>(dbPath());
@@ -119,16 +104,18 @@ TEST_F(UsageStoreTest, ABusyDatabaseIsWaitedForThenReportedPlainly) {
 
   ASSERT_EQ(blocker->exec("BEGIN IMMEDIATE"), SQLITE_OK);
   UsageStore impatient{dbPath(), {.busyTimeout = 0.05}};
-  try {
-    impatient.ingest(std::vector{event("b", "2025-03-01T10:00:00Z")}, utc);
-    ADD_FAILURE() << "wrote past the lock";
-  } catch (const UsageStoreError& error) {
-    EXPECT_EQ(std::string(error.what()),
-              dbPath().string() +
-                  ": cannot save the new replies: database is locked. Another program is "
-                  "writing to it (a second brimlog sync?); try again when it is done.");
-  }
+  const auto ingestB = [&] {
+    return impatient.ingest(std::vector{event("b", "2025-03-01T10:00:00Z")}, utc);
+  };
+  const auto error = failure(ingestB);
+  ASSERT_TRUE(error) << "wrote past the lock";
+  EXPECT_EQ(*error, UsageStoreError::sqlite(SQLITE_BUSY, "database is locked"));
+  EXPECT_EQ(std::string(error->what()),
+            dbPath().string() +
+                ": cannot save the new replies: database is locked. Another program is "
+                "writing to it (a second brimlog sync?); try again when it is done.");
   blocker->exec("ROLLBACK");
+  EXPECT_EQ(ingestB(), 1);
 }
 
 // A batch sums its events before writing them. The rows must be what one event at a time leaves:
@@ -191,7 +178,7 @@ TEST_F(UsageStoreTest, AFailingStatementRollsTheWholeBatchBack) {
       event("boom", "2025-03-02T11:00:00Z", {}, std::nullopt, "s3", "explode"),
   };
   EXPECT_EQ(failure([&] { store.ingest(batch, utc, std::vector{cursor}); }),
-            Failure(SQLITE_CONSTRAINT, "refused"));
+            UsageStoreError::sqlite(SQLITE_CONSTRAINT, "refused"));
   EXPECT_THAT(counts(), ElementsAre("1|1|1|0"));
   EXPECT_FALSE(store.cursor(cursor.path));
 
@@ -273,21 +260,12 @@ TEST_F(UsageStoreTest, InMemoryStoresArePrivate) {
   EXPECT_FALSE(std::filesystem::exists(dir() / ":memory:"));
 }
 
-TEST_F(UsageStoreTest, FilesThatAreNotDatabasesOrAreLockedFailWithSQLitesWords) {
+TEST_F(UsageStoreTest, FilesThatAreNotDatabasesFailWithSQLitesWords) {
   write("not.db", std::string(4096, 'x'));
   EXPECT_EQ(failure([&] { UsageStore{dir() / "not.db"}; }),
-            Failure(SQLITE_NOTADB, "file is not a database"));
-  EXPECT_EQ(failure([&] { UsageStore{dir() / "missing" / "usage.db"}; }).first, SQLITE_CANTOPEN);
-
-  UsageStore store{dbPath()};
-  RawDatabase other{dbPath()};
-  ASSERT_EQ(other.exec("BEGIN IMMEDIATE"), SQLITE_OK);
-  const auto ingestA = [&] {
-    return store.ingest(std::vector{event("a", "2025-03-01T00:00:00Z")}, utc);
-  };
-  EXPECT_EQ(failure(ingestA), Failure(SQLITE_BUSY, "database is locked"));
-  ASSERT_EQ(other.exec("COMMIT"), SQLITE_OK);
-  EXPECT_EQ(ingestA(), 1);
+            UsageStoreError::sqlite(SQLITE_NOTADB, "file is not a database"));
+  EXPECT_EQ(failure([&] { UsageStore{dir() / "missing" / "usage.db"}; }).value().code(),
+            SQLITE_CANTOPEN);
 }
 
 }  // namespace

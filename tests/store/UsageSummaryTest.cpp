@@ -1,29 +1,24 @@
-#include <fmt/format.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "store/UsageStore.hpp"
 #include "store/UsageSummary.hpp"
+#include "support/ExpectedFile.hpp"
 #include "support/RawDatabase.hpp"
 #include "support/TempDir.hpp"
 
 namespace brimlog {
-
-// Failures show summary rows as text rather than as bytes.
-static void PrintTo(const UsageSummary::Tool& t, std::ostream* out) {
-  *out << fmt::format("{{{} sessions {} tokens {} cost {} shares {}/{}{}}}", t.provider.rawValue(),
-                      t.sessions, t.tokens, t.costUSD, t.costShare, t.tokenShare,
-                      t.approximate ? " ~" : "");
-}
-static void PrintTo(const UsageSummary::ModelRow& m, std::ostream* out) {
-  *out << fmt::format("{{{}/{} cost {} shares {}/{} tokens {}{}}}", m.provider.rawValue(), m.model,
-                      m.costUSD.value_or(-1), m.costShare, m.tokenShare,
-                      json::dump(m.tokens.toJson()), m.approximate ? " ~" : "");
-}
-
 namespace {
 
 Date at(const char* text) { return *parseISO8601(text); }
+
+// Compares a summary with the one kept in tests/data/store/, in their JSON form, so that a failure
+// shows the lines that differ.
+void expectSummary(const UsageSummary& actual, const std::string& file) {
+  const auto path = testing::dataPath("store/" + file);
+  EXPECT_TRUE(testing::sameLines(json::parse(testing::readFile(path)).dump(1),
+                                 actual.toJson(DateForm::iso8601).dump(1)))
+      << path;
+}
 
 ModelPrice price(double input, double output, std::optional<std::string> proxy = std::nullopt) {
   return {input, output, input / 10, input * 1.25, input * 2, std::move(proxy), "t", "2025-01-01"};
@@ -68,51 +63,18 @@ TEST_F(UsageSummaryTest, CostsTokensAndSharesAddUpPerToolModelAndDay) {
   add(ProviderID::codex, "gpt", "2025-03-30T12:00:00Z", {0, 0, 0, 0, 0, 0}, {}, "c");
   add(ProviderID::grok, "gpt", "2025-03-30T13:00:00Z", {}, {}, "d");  // zero tokens still count
   add(ProviderID::claude, "opus", "2025-03-31T00:00:00Z", {1, 0, 0, 0, 0, 0});  // tomorrow
-  const UsageSummary s = summary(3);
-
-  EXPECT_EQ(s.totalCostUSD, 30.25);
-  EXPECT_EQ(s.sessions, 4);
-  EXPECT_EQ(s.tokens, (TokenCounts{1'000'000, 2'000'000, 0, 0, 1'000'000, 7}));
-  EXPECT_EQ(s.costByType, (CostBreakdown{15, 0.25, 0, 15, 0}));
-  EXPECT_DOUBLE_EQ(s.cacheSavingsUSD, 2 * (1.25 - 0.125));
-  EXPECT_EQ(s.tools, (std::vector<UsageSummary::Tool>{
-                         {ProviderID::claude, 2, 2'000'000, 30, 30 / 30.25, 0.5, false},
-                         {ProviderID::codex, 1, 2'000'000, 0.25, 0.25 / 30.25, 0.5, false},
-                         {ProviderID::grok, 1, 0, 0, 0, 0, false}}));
-  // A day's series per tool, oldest first, zero where nothing happened.
-  ASSERT_EQ(s.daily.size(), 9u);
-  EXPECT_EQ(s.daily[0], (UsageSummary::DayPoint{at("2025-03-28T00:00:00Z"), ProviderID::claude}));
-  EXPECT_EQ(s.daily[1].costUSD, 15);
-  EXPECT_EQ(s.daily[5].tokens, 2'000'000);
-  // perDay leaves the empty first day out.
-  EXPECT_EQ(s.perDay,
-            (std::vector<UsageSummary::DayRow>{{at("2025-03-29T00:00:00Z"), 15, 1'000'000, 1},
-                                               {at("2025-03-30T00:00:00Z"), 15.25, 3'000'000, 3}}));
-  ASSERT_EQ(s.models.size(), 4u);
-  EXPECT_EQ(s.models[3], (UsageSummary::ModelRow{ProviderID::grok, "gpt", 0.0, 0, 0, {}, false}));
-  EXPECT_EQ(
-      s.models[2],
-      (UsageSummary::ModelRow{
-          ProviderID::codex, "gpt", 0.25, 0.25 / 30.25, 0.5, {0, 2'000'000, 0, 0, 0, 0}, false}));
+  // Three days up to today: the cache read saves 2 x (1.25 - 0.125); the tools share the costs
+  // 30 : 0.25 and the tokens half and half; each tool has a point a day, zero where nothing
+  // happened, while the list per day leaves the empty first day out.
+  expectSummary(summary(3), "summary-costs.json");
 }
 
 TEST_F(UsageSummaryTest, UnknownAndBorrowedPricesAreFlagged) {
   add(ProviderID::grok, "mystery", "2025-03-30T10:00:00Z", {500, 0, 0, 0, 500, 0});
   add(ProviderID::grok, "reported", "2025-03-30T10:00:00Z", {10, 0, 0, 0, 0, 0}, 2.5);
   add(ProviderID::codex, "borrowed", "2025-03-30T10:00:00Z", {1'000'000, 0, 0, 0, 0, 0});
-  const UsageSummary s = summary(1);
-  EXPECT_TRUE(s.hasUnknownPrices);
-  EXPECT_EQ(s.costByType, (CostBreakdown{1, 0, 0, 0, 2.5}));
-  EXPECT_EQ(s.tools, (std::vector<UsageSummary::Tool>{
-                         {ProviderID::grok, 1, 1010, 2.5, 2.5 / 3.5, 1010 / 1001010.0, true},
-                         {ProviderID::codex, 1, 1'000'000, 1, 1 / 3.5, 1e6 / 1001010, true}}));
-  ASSERT_EQ(s.models.size(), 3u);
-  EXPECT_TRUE(s.models[0].model == "reported" && s.models[0].approximate);
-  EXPECT_TRUE(s.models[1].model == "borrowed" && s.models[1].approximate);
-  EXPECT_EQ(
-      s.models[2],
-      (UsageSummary::ModelRow{
-          ProviderID::grok, "mystery", std::nullopt, 0, 1000 / 1001010.0, {500, 0, 0, 0, 500, 0}}));
+  // The unpriced model has no cost at all; the reported and the borrowed one are approximate.
+  expectSummary(summary(1), "summary-unknown-prices.json");
 }
 
 TEST_F(UsageSummaryTest, TiesKeepProviderOrderAndThenNames) {
@@ -122,15 +84,9 @@ TEST_F(UsageSummaryTest, TiesKeepProviderOrderAndThenNames) {
   add(ProviderID::cursor, "a", "2025-03-30T10:00:00Z", {10, 0, 0, 0, 0, 0}, 0.0);
   add(ProviderID::codex, "y", "2025-03-30T10:00:00Z", {10, 0, 0, 0, 0, 0}, 0.0);
   add(ProviderID::claude, "q", "2025-03-30T10:00:00Z", {5, 0, 0, 0, 0, 0}, 0.0);
-  const UsageSummary s = summary(1);
-  std::vector<std::string> tools, models;
-  for (const auto& tool : s.tools) tools.emplace_back(tool.provider.rawValue());
-  for (const auto& row : s.models) {
-    models.push_back(std::string(row.provider.rawValue()) + "/" + row.model);
-  }
-  EXPECT_THAT(tools, ::testing::ElementsAre("claude", "codex", "grok", "cursor"));
-  EXPECT_THAT(models,
-              ::testing::ElementsAre("codex/y", "codex/z", "cursor/a", "grok/b", "claude/q"));
+  // The tools keep the providers' order (claude, codex, grok, cursor); models of equal tokens go
+  // by provider name, then model name.
+  expectSummary(summary(1), "summary-ties.json");
 }
 
 TEST_F(UsageSummaryTest, WindowDaysAreLocalMidnightsAcrossDaylightSaving) {
@@ -138,14 +94,8 @@ TEST_F(UsageSummaryTest, WindowDaysAreLocalMidnightsAcrossDaylightSaving) {
   add(ProviderID::claude, "opus", "2025-03-09T04:30:00Z", {1, 0, 0, 0, 0, 0});  // 8 Mar, 23:30
   add(ProviderID::claude, "opus", "2025-03-10T03:59:59Z", {2, 0, 0, 0, 0, 0});  // 9 Mar, 23:59
   add(ProviderID::codex, "gpt", "2025-03-10T04:30:00Z", {1, 0, 0, 0, 0, 0});    // 10 Mar, 00:30
-  const UsageSummary s = summary(4, "2025-03-10T15:00:00Z");
-  EXPECT_EQ(s.windowEnd, at("2025-03-10T04:00:00Z"));
-  ASSERT_EQ(s.daily.size(), 8u);
-  EXPECT_EQ(s.daily[0].day, at("2025-03-07T05:00:00Z"));
-  EXPECT_EQ(s.daily[2].day, at("2025-03-09T05:00:00Z"));
-  EXPECT_EQ(s.daily[1].tokens, 1);  // the 8th
-  EXPECT_EQ(s.daily[2].tokens, 2);  // the 9th, a 23-hour day
-  EXPECT_EQ(s.daily[7].tokens, 1);  // codex on the 10th
+  // Days start at 05:00Z before the change and 04:00Z after it; the 9th has 23 hours.
+  expectSummary(summary(4, "2025-03-10T15:00:00Z"), "summary-daylight-saving.json");
 }
 
 class UsageSummarySessionsTest : public testing::TempDirTest {};
@@ -156,14 +106,9 @@ TEST_F(UsageSummarySessionsTest, SessionsWithoutUsageRowsStillShowTheTool) {
   testing::RawDatabase{path}.exec(
       "INSERT INTO sessions VALUES('grok','g1','2025-03-30'),('grok','g2','2025-03-30'),"
       "('claude','old','2025-01-01'),('elsewhere','x','2025-03-30')");
-  const UsageSummary s =
-      store.summary(30, at("2025-03-30T12:00:00Z"), Calendar::utc(), PriceTable{});
-  ASSERT_EQ(s.tools.size(), 1u);
-  EXPECT_EQ(s.tools[0], (UsageSummary::Tool{ProviderID::grok, 2, 0, 0, 0, 0, false}));
-  EXPECT_EQ(s.sessions, 2);
-  EXPECT_EQ(s.daily.size(), 30u);
-  ASSERT_EQ(s.perDay.size(), 1u);
-  EXPECT_EQ(s.perDay[0].sessions, 2);
+  // Grok with its two sessions of the window, and a point for each of the 30 days.
+  expectSummary(store.summary(30, at("2025-03-30T12:00:00Z"), Calendar::utc(), PriceTable{}),
+                "summary-sessions-only.json");
 }
 
 // Installs a process calendar for one scope and puts the previous one back.

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
 #include <string_view>
 
 namespace brimlog::testing {
@@ -13,5 +14,8 @@ namespace brimlog::testing {
 ///
 ///     EXPECT_TRUE(matchesExpectedFile("report-daily.txt", text));
 ::testing::AssertionResult matchesExpectedFile(std::string_view name, std::string_view actual);
+
+/// Whether two texts are the same, a mismatch explained by the same line diff.
+::testing::AssertionResult sameLines(const std::string& expected, const std::string& actual);
 
 }  // namespace brimlog::testing

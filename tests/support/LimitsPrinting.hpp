@@ -2,10 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <initializer_list>
 #include <ostream>
-#include <string>
-#include <string_view>
 
 #include "model/ProviderLimits.hpp"
 
@@ -34,16 +31,5 @@ inline void PrintTo(const Credits& credits, std::ostream* out) {
 }
 
 inline void PrintTo(ProviderStatus status, std::ostream* out) { *out << caseName(status); }
-
-/// Fails the test when any of `secrets` appears in the record's JSON, in either date form.
-inline void expectNoSecret(const ProviderLimits& limits,
-                           std::initializer_list<std::string_view> secrets) {
-  for (DateForm form : {DateForm::referenceSeconds, DateForm::iso8601}) {
-    const std::string text = json::dump(limits.toJson(form));
-    for (std::string_view secret : secrets) {
-      EXPECT_EQ(text.find(secret), std::string::npos) << text;
-    }
-  }
-}
 
 }  // namespace brimlog

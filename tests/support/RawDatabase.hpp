@@ -10,11 +10,14 @@
 namespace brimlog::testing {
 
 /// Reads and writes a database with the SQLite C API directly, not through the store, so tests
-/// can check what the store really wrote or get in its way (hold a lock, damage a row).
+/// can check what the store really wrote, get in its way (hold a lock, damage a row) or make a
+/// database of another shape (the file is created when missing).
 class RawDatabase {
  public:
   explicit RawDatabase(const std::filesystem::path& path) {
-    EXPECT_EQ(sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE, nullptr), SQLITE_OK);
+    EXPECT_EQ(
+        sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr),
+        SQLITE_OK);
   }
   ~RawDatabase() { sqlite3_close(db_); }
   RawDatabase(const RawDatabase&) = delete;

@@ -1,8 +1,8 @@
 #pragma once
 
+#include <exception>
 #include <filesystem>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,34 +12,14 @@
 namespace brimlog::testing {
 
 /// Stands in for the keychain, which this machine does not have: `keychainSecret` answers the
-/// fixed `secret`, or throws `keychainError` (a CredentialError of that kind) or, with
-/// `throwOther`, a plain std::runtime_error. `file` reads real files as every production source
-/// does, and records the paths asked for. For one thread at a time.
+/// fixed `secret`, or throws `error` when there is one. `file` reads real files as every
+/// production source does, and records the paths asked for. For one thread at a time.
 struct StubCredentialSource : CredentialSource {
-  std::string secret;
-  std::optional<CredentialError::Kind> keychainError;
-  bool throwOther = false;
-  mutable std::vector<std::filesystem::path> filesRead;
+  explicit StubCredentialSource(std::string secret = "") : secret(std::move(secret)) {}
+  explicit StubCredentialSource(std::exception_ptr error) : error(std::move(error)) {}
 
-  static StubCredentialSource answering(std::string secret) {
-    StubCredentialSource source;
-    source.secret = std::move(secret);
-    return source;
-  }
-  static StubCredentialSource failing(CredentialError::Kind kind) {
-    StubCredentialSource source;
-    source.keychainError = kind;
-    return source;
-  }
-  static StubCredentialSource throwing() {
-    StubCredentialSource source;
-    source.throwOther = true;
-    return source;
-  }
-
-  std::string keychainSecret(const std::string& service) const override {
-    if (keychainError) throw CredentialError(*keychainError, "keychain item " + service);
-    if (throwOther) throw std::runtime_error("the keychain stand-in failed");
+  std::string keychainSecret(const std::string&) const override {
+    if (error) std::rethrow_exception(error);
     return secret;
   }
 
@@ -47,6 +27,10 @@ struct StubCredentialSource : CredentialSource {
     filesRead.push_back(path);
     return readCredentialFile(path);
   }
+
+  std::string secret;
+  std::exception_ptr error;
+  mutable std::vector<std::filesystem::path> filesRead;
 };
 
 /// The kind of CredentialError a call throws, or nothing when it returns; `message` receives the

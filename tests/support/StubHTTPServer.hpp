@@ -7,11 +7,12 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
-#include <map>
 #include <mutex>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -26,8 +27,7 @@ namespace brimlog::testing {
 /// and joined on destruction.
 ///
 /// Served over HTTP (the default), it records every request (GET, POST or PUT, any path) and
-/// answers `path` with what `respond` last set, a path given to `on` with that handler, and any
-/// other path with 404:
+/// answers `path` as `respond` last set (200 with "{}" before that) and any other path with 404:
 ///
 ///     StubHTTPServer server{"/api/oauth/usage"};
 ///     server.respond(429, "");
@@ -67,6 +67,7 @@ class StubHTTPServer {
     http_.Get(".*", handle);
     http_.Post(".*", handle);
     http_.Put(".*", handle);
+    respond(200, "{}");
     port_ = http_.bind_to_any_port("127.0.0.1");
     EXPECT_GT(port_, 0) << "could not bind a port on 127.0.0.1";
     thread_ = std::thread([this] { http_.listen_after_bind(); });
@@ -109,16 +110,18 @@ class StubHTTPServer {
   /// What every following request to the endpoint's path is answered with.
   void respond(int status, std::string body,
                std::vector<std::pair<std::string, std::string>> headers = {}) {
-    std::lock_guard lock(mutex_);
-    status_ = status;
-    body_ = std::move(body);
-    headers_ = std::move(headers);
+    respond([=](const httplib::Request&, httplib::Response& response) {
+      response.status = status;
+      for (const auto& [name, value] : headers) response.set_header(name, value);
+      response.set_content(body, "application/json");
+    });
   }
 
-  /// Answers requests to `path` with `handler` (called on the server's threads).
-  void on(const std::string& path, Handler handler) {
+  /// Answers every following request to the endpoint's path with `handler`, called on the
+  /// server's threads.
+  void respond(Handler handler) {
     std::lock_guard lock(mutex_);
-    handlers_[path] = std::move(handler);
+    handler_ = std::move(handler);
   }
 
   /// Raw: answers the next connection, once its request head is in, with `reply` as it is. With
@@ -157,20 +160,17 @@ class StubHTTPServer {
  private:
   // Keeps a request head read by hand, headers with empty values included (the HTTP server drops
   // those).
-  void record(std::string_view head) {
+  void record(const std::string& head) {
     Request received;
-    size_t end = head.find("\r\n");
-    const std::string_view start = head.substr(0, end);
-    received.method = start.substr(0, start.find(' '));
-    received.path =
-        start.substr(received.method.size() + 1, start.rfind(' ') - received.method.size() - 1);
-    for (size_t next; (next = head.find("\r\n", end + 2)) != std::string_view::npos; end = next) {
-      const std::string_view line = head.substr(end + 2, next - end - 2);
+    std::istringstream lines(head);
+    lines >> received.method >> received.path;
+    // The rest of the request line has no colon; the empty line after the headers ends the head.
+    for (std::string line; std::getline(lines, line) && line.size() > 1;) {
+      line.pop_back();  // the carriage return
       const size_t colon = line.find(':');
-      if (colon == std::string_view::npos) continue;
-      const size_t value = line.find_first_not_of(' ', colon + 1);
-      received.headers.emplace_back(line.substr(0, colon),
-                                    value == std::string_view::npos ? "" : line.substr(value));
+      if (colon == std::string::npos) continue;
+      const size_t value = std::min(line.find_first_not_of(' ', colon + 1), line.size());
+      received.headers.emplace_back(line.substr(0, colon), line.substr(value));
     }
     std::lock_guard lock(mutex_);
     requests_.push_back(std::move(received));
@@ -180,20 +180,11 @@ class StubHTTPServer {
     Handler handler;
     {
       std::lock_guard lock(mutex_);
-      Request received{request.method, request.path, {}, request.body};
-      for (const auto& [name, value] : request.headers) received.headers.emplace_back(name, value);
-      requests_.push_back(std::move(received));
-      if (request.path == path_) {
-        response.status = status_;
-        for (const auto& [name, value] : headers_) response.set_header(name, value);
-        response.set_content(body_, "application/json");
-        return;
-      }
-      if (auto found = handlers_.find(request.path); found != handlers_.end()) {
-        handler = found->second;
-      }
+      requests_.push_back({request.method, request.path, {}, request.body});
+      requests_.back().headers.assign(request.headers.begin(), request.headers.end());
+      handler = handler_;
     }
-    if (handler) {
+    if (request.path == path_) {
       handler(request, response);
     } else {
       response.status = 404;
@@ -206,10 +197,7 @@ class StubHTTPServer {
   int port_ = 0;
   std::thread thread_;
   mutable std::mutex mutex_;
-  int status_ = 200;
-  std::string body_ = "{}";
-  std::vector<std::pair<std::string, std::string>> headers_;
-  std::map<std::string, Handler> handlers_;
+  Handler handler_;
   std::vector<Request> requests_;
 };
 

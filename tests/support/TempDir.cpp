@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <sstream>
 
 namespace brimlog::testing {
@@ -51,11 +52,26 @@ std::optional<std::filesystem::path> realFixtures() {
   return std::filesystem::canonical(path, error);
 }
 
+std::filesystem::path dataPath(const std::filesystem::path& relative) {
+  return std::filesystem::path(BRIMLOG_SOURCE_DIR) / "tests" / "data" / relative;
+}
+
+std::vector<std::vector<std::string>> dataRows(const std::filesystem::path& relative) {
+  std::vector<std::vector<std::string>> rows;
+  std::istringstream lines(readFile(dataPath(relative)));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.empty() || line.starts_with('#')) continue;
+    std::istringstream fields(line);
+    auto& row = rows.emplace_back();
+    for (std::string field; std::getline(fields, field, '\t');) row.push_back(field);
+  }
+  EXPECT_FALSE(rows.empty()) << dataPath(relative) << " has no rows";
+  return rows;
+}
+
 std::string readFile(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
+  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 }  // namespace brimlog::testing

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace brimlog::testing {
 
@@ -31,6 +32,13 @@ class TempDirTest : public ::testing::Test {
 /// The folder of real logs written by the tools themselves, when this checkout sits beside it
 /// (`BRIMLOG_REAL_FIXTURES` may point elsewhere); nothing on a user's clone.
 std::optional<std::filesystem::path> realFixtures();
+
+/// The path of a data file of the tests, `relative` to tests/data/ in the source tree.
+std::filesystem::path dataPath(const std::filesystem::path& relative);
+
+/// The rows of a tab-separated data file under tests/data/, each split at its tabs; empty lines
+/// and lines starting with "#" are left out. A file without rows fails the test.
+std::vector<std::vector<std::string>> dataRows(const std::filesystem::path& relative);
 
 /// Reads a whole file.
 std::string readFile(const std::filesystem::path& path);
