@@ -34,7 +34,9 @@ demo: brimlog
 	@examples/make-demo-home examples/home
 	@db=$$(mktemp -d); \
 	  $(BUILD_DIR)/bin/brimlog report --home examples/home --db $$db/usage.db && echo && \
-	  $(BUILD_DIR)/bin/brimlog report tools --no-sync --home examples/home --db $$db/usage.db; \
+	  $(BUILD_DIR)/bin/brimlog report tools --no-sync --home examples/home --db $$db/usage.db && echo && \
+	  $(BUILD_DIR)/bin/brimlog status --offline --home examples/home --db $$db/usage.db \
+	    --shared-dir $$db/shared; \
 	  status=$$?; rm -rf $$db; exit $$status
 
 bench: build

@@ -1,13 +1,20 @@
 #include "Commands.hpp"
 
 #include <fmt/format.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <cmath>
+#include <csignal>
 #include <memory>
+#include <thread>
 
+#include "Dashboard.hpp"
 #include "ProgressBar.hpp"
 #include "StoreIngestSink.hpp"
 #include "TextTable.hpp"
+#include "display/SnapshotStore.hpp"
 #include "ingest/UsageIngestor.hpp"
 #include "limits/ClaudeConfigCredentialSource.hpp"
 #include "limits/CodexLimitsProvider.hpp"
@@ -20,6 +27,18 @@ namespace brimlog {
 namespace {
 
 namespace fs = std::filesystem;
+
+// The stream's width in columns when it is a terminal; 80 otherwise.
+int terminalWidth(std::FILE* stream) {
+  winsize size{};
+  if (::ioctl(::fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+  return 80;
+}
+
+volatile std::sig_atomic_t stopRequested = 0;
+volatile std::sig_atomic_t resized = 0;
+extern "C" void onStop(int) { stopRequested = 1; }
+extern "C" void onResize(int) { resized = 1; }
 
 IngestResult ingest(UsageStore& store, const HostSettings& settings) {
   ProgressBar bar;
@@ -57,66 +76,12 @@ std::string statusText(ProviderStatus status) {
   return "unknown";
 }
 
-// "in 2 h 05 min" / "in 3 d 4 h"; "now" once passed.
-std::string untilText(Date when, Date now) {
-  const double seconds = unixSeconds(when) - unixSeconds(now);
-  if (seconds <= 0) return "reset";
-  const auto minutes = static_cast<int64_t>(std::ceil(seconds / 60));
-  if (minutes < 60) return fmt::format("in {} min", minutes);
-  if (minutes < 24 * 60) return fmt::format("in {} h {:02} min", minutes / 60, minutes % 60);
-  return fmt::format("in {} d {} h", minutes / (24 * 60), minutes % (24 * 60) / 60);
-}
-
 std::string localTime(Date when, const Calendar& calendar) {
   const CalendarDay day = calendar.day(when);
   const double sinceMidnight = unixSeconds(when) - unixSeconds(calendar.startOfDay(when));
   const auto minutes = static_cast<int64_t>(sinceMidnight / 60);
   return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}", day.year, day.month, day.day, minutes / 60,
                      minutes % 60);
-}
-
-std::string limitsTable(const std::vector<std::pair<ProviderID, ProviderLimits>>& all,
-                        const HostSettings& settings) {
-  TextTable table{{{"Tool", TextTable::left},
-                   {"Plan", TextTable::left},
-                   {"Status", TextTable::left},
-                   {"Limit", TextTable::left},
-                   {"Used", TextTable::right},
-                   {"Resets", TextTable::left}}};
-  for (const auto& [provider, limits] : all) {
-    std::vector<std::string> first{std::string(provider.toolName()), limits.plan.value_or("-"),
-                                   statusText(limits.status)};
-    if (limits.windows.empty() && !limits.credits) table.addRow(first);
-    bool leading = true;
-    for (const LimitWindow& window : limits.windows) {
-      std::vector<std::string> row = leading ? first : std::vector<std::string>{"", "", ""};
-      leading = false;
-      row.push_back(window.label);
-      std::string used = fmt::format("{:.0f}%", window.effectiveUsedFraction(settings.now) * 100);
-      if (window.source.isStale()) used = "~" + used;
-      row.push_back(used);
-      row.push_back(window.resetsAt
-                        ? fmt::format("{} ({})", untilText(*window.resetsAt, settings.now),
-                                      localTime(*window.resetsAt, settings.calendar))
-                        : "");
-      table.addRow(std::move(row));
-    }
-    if (limits.credits) {
-      std::vector<std::string> row = leading ? first : std::vector<std::string>{"", "", ""};
-      row.push_back(limits.credits->label);
-      row.push_back(limits.credits->unlimited    ? "unlimited"
-                    : limits.credits->balanceUSD ? formatUSD(*limits.credits->balanceUSD) + " left"
-                                                 : "");
-      table.addRow(std::move(row));
-    }
-  }
-  std::string out = table.render();
-  bool stale = false;
-  for (const auto& entry : all) {
-    for (const LimitWindow& window : entry.second.windows) stale = stale || window.source.isStale();
-  }
-  if (stale) out += "\n~ kept from an earlier answer: the last fetch failed.\n";
-  return out;
 }
 
 }  // namespace
@@ -163,6 +128,13 @@ int Commands::sync(const SyncOptions& options) {
   const IngestResult result = ingest(*opened, settings_);
   std::vector<FetchOutcome> outcomes;
   if (endpoints) outcomes = fetchLimits(std::move(*endpoints), options.refresh);
+  // The widgets' snapshot; a failure is told after the pass's own result, which stands.
+  std::optional<std::string> unpublished;
+  try {
+    publish();
+  } catch (const CommandError& error) {
+    unpublished = error.what();
+  }
 
   if (options.json) {
     Json limits = Json::object();
@@ -172,19 +144,23 @@ int Commands::sync(const SyncOptions& options) {
       limits[std::string(outcome.provider.rawValue())] = entry;
     }
     fmt::print(out_, "{}\n", Json{{"ingest", result.toJson()}, {"limits", limits}}.dump(2));
-    return 0;
+  } else {
+    fmt::print(out_, "Read {} from {} in {:.2f} s\n",
+               plural(result.totalNewEvents(), "new reply", "new replies"),
+               plural(static_cast<int64_t>(result.filesRead), "file", "files"),
+               result.elapsedSeconds);
+    std::string fetched;
+    for (const FetchOutcome& outcome : outcomes) {
+      if (!outcome.limits) continue;
+      fetched += fmt::format("{}{} {}", fetched.empty() ? "" : ", ", outcome.provider.displayName(),
+                             statusText(outcome.limits->status));
+    }
+    if (!fetched.empty()) fmt::print(out_, "Limits: {}\n", fetched);
   }
-  fmt::print(out_, "Read {} from {} in {:.2f} s\n",
-             plural(result.totalNewEvents(), "new reply", "new replies"),
-             plural(static_cast<int64_t>(result.filesRead), "file", "files"),
-             result.elapsedSeconds);
-  std::string fetched;
-  for (const FetchOutcome& outcome : outcomes) {
-    if (!outcome.limits) continue;
-    fetched += fmt::format("{}{} {}", fetched.empty() ? "" : ", ", outcome.provider.displayName(),
-                           statusText(outcome.limits->status));
+  if (unpublished) {
+    fmt::print(stderr, "brimlog: {}\n", *unpublished);
+    return 1;
   }
-  if (!fetched.empty()) fmt::print(out_, "Limits: {}\n", fetched);
   return 0;
 }
 
@@ -224,22 +200,118 @@ int Commands::limits(const LimitsOptions& options) {
     fmt::print(out_, "No limits stored yet; `brimlog sync` fetches them.\n");
     return 0;
   }
-  fmt::print(out_, "{}", limitsTable(all, settings_));
+  const bool terminal = ::isatty(::fileno(out_)) != 0;
+  const Dashboard dashboard{terminalWidth(out_), terminal && !settings_.noColor};
+  bool stale = false;
+  for (const auto& [provider, limits] : all) {
+    const Snapshot::Provider entry{
+        provider, limits.plan, limits.windows, limits.credits, limits.status, 0, 0, false};
+    std::string heading = std::string(provider.toolName());
+    if (limits.plan) heading += " · " + *limits.plan;
+    heading += " · " + statusText(limits.status);
+    fmt::print(out_, "{}{}  (asked {})\n{}", &provider == &all.front().first ? "" : "\n", heading,
+               localTime(limits.fetchedAt, settings_.calendar),
+               dashboard.windows(entry, settings_.now));
+    for (const LimitWindow& window : limits.windows) stale = stale || window.source.isStale();
+  }
+  if (stale) fmt::print(out_, "\n~ kept from an earlier answer: the last fetch failed.\n");
   return 0;
 }
 
-int Commands::overview(const SyncOptions& options) {
+Snapshot Commands::publish() {
   std::shared_ptr<UsageStore> opened = store();
-  std::optional<LimitsEndpoints> endpoints;
-  if (!options.offline) endpoints = LimitsEndpoints::from(settings_);
-  ingest(*opened, settings_);
-  if (endpoints) fetchLimits(std::move(*endpoints), options.refresh);
-  limits({});
-  fmt::print(out_, "\n");
+  std::map<ProviderID, ProviderLimits> limits;
+  for (ProviderID provider : ProviderID::allCases) {
+    try {
+      if (auto stored = opened->limits(provider)) limits.emplace(provider, std::move(*stored));
+    } catch (const JsonDecodeError&) {
+      // A damaged record is as good as none; the next fetch replaces it.
+    }
+  }
   const UsageSummary summary =
       opened->summary(30, settings_.now, settings_.calendar, PriceTable::bundled());
-  fmt::print(out_, "{}",
-             ReportFormatter::render(summary, ReportFormatter::View::tools, settings_.calendar));
+  Snapshot snapshot =
+      Snapshot::make(summary, limits, ProviderID::allCases, settings_.now, settings_.calendar);
+  const SnapshotStore shared{settings_.sharedDir};
+  try {
+    shared.write(snapshot);
+  } catch (const SnapshotStore::StoreError&) {
+    throw CommandError(
+        "Cannot write the snapshot for the widgets: no shared folder (set HOME or "
+        "XDG_DATA_HOME, or give --shared-dir)");
+  } catch (const std::exception& error) {
+    throw CommandError("Cannot write the snapshot " + shared.file().string() + ": " + error.what());
+  }
+  return snapshot;
+}
+
+Snapshot Commands::refresh(bool offline) {
+  std::shared_ptr<UsageStore> opened = store();
+  std::optional<LimitsEndpoints> endpoints;
+  if (!offline) endpoints = LimitsEndpoints::from(settings_);
+  ingest(*opened, settings_);
+  if (endpoints) fetchLimits(std::move(*endpoints), false);
+  return publish();
+}
+
+int Commands::watch(const StatusOptions& options) {
+  if (::isatty(::fileno(out_)) == 0) {
+    throw CommandError(
+        "status --watch redraws a terminal; standard output is not one (use "
+        "status --json for scripts)");
+  }
+  const auto seconds = std::chrono::duration<double>(std::max(*options.watch, 1.0));
+  struct sigaction stop {
+  }, resize{}, oldInterrupt{}, oldTerminate{}, oldResize{};
+  stop.sa_handler = onStop;
+  resize.sa_handler = onResize;
+  ::sigaction(SIGINT, &stop, &oldInterrupt);
+  ::sigaction(SIGTERM, &stop, &oldTerminate);
+  ::sigaction(SIGWINCH, &resize, &oldResize);
+  stopRequested = 0;
+  fmt::print(out_, "\x1b[?1049h\x1b[?25l");  // the alternate screen, no cursor
+  auto restore = [&] {
+    fmt::print(out_, "\x1b[?25h\x1b[?1049l");
+    std::fflush(out_);
+    ::sigaction(SIGINT, &oldInterrupt, nullptr);
+    ::sigaction(SIGTERM, &oldTerminate, nullptr);
+    ::sigaction(SIGWINCH, &oldResize, nullptr);
+  };
+  try {
+    while (!stopRequested) {
+      settings_.now = currentDate();
+      const Snapshot snapshot = refresh(options.offline);
+      const auto passed = std::chrono::steady_clock::now();
+      // Between passes only the clock moves: countdowns are redrawn every second.
+      while (!stopRequested && std::chrono::steady_clock::now() - passed < seconds) {
+        resized = 0;
+        const Dashboard dashboard{terminalWidth(out_), !settings_.noColor};
+        fmt::print(out_, "\x1b[H\x1b[2J{}",
+                   dashboard.render(snapshot, currentDate(), settings_.calendar));
+        std::fflush(out_);
+        for (int tick = 0; tick < 10 && !stopRequested && !resized; ++tick) {
+          std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+      }
+    }
+  } catch (...) {
+    restore();
+    throw;
+  }
+  restore();
+  return 0;
+}
+
+int Commands::status(const StatusOptions& options) {
+  if (options.watch) return watch(options);
+  const Snapshot snapshot = refresh(options.offline);
+  if (options.json) {
+    fmt::print(out_, "{}\n", snapshot.toJson().dump());
+    return 0;
+  }
+  const bool terminal = ::isatty(::fileno(out_)) != 0;
+  const Dashboard dashboard{terminalWidth(out_), terminal && !settings_.noColor};
+  fmt::print(out_, "{}", dashboard.render(snapshot, settings_.now, settings_.calendar));
   return 0;
 }
 

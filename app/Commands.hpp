@@ -2,11 +2,13 @@
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "HostSettings.hpp"
 #include "LimitsFetcher.hpp"
 #include "ReportFormatter.hpp"
+#include "display/Snapshot.hpp"
 
 namespace brimlog {
 
@@ -20,6 +22,15 @@ struct SyncOptions {
 
 struct LimitsOptions {
   bool json = false;
+};
+
+struct StatusOptions {
+  /// Fetch nothing from the tools' services.
+  bool offline = false;
+  /// Print the snapshot as JSON instead of the dashboard.
+  bool json = false;
+  /// Redraw the dashboard after a pass every this many seconds, until interrupted.
+  std::optional<double> watch;
 };
 
 struct ReportOptions {
@@ -42,11 +53,19 @@ class Commands {
   int report(const ReportOptions& options);
   /// The stored limits of every tool.
   int limits(const LimitsOptions& options);
-  /// What a bare `brimlog` shows: a sync, then the limits and the 30-day totals per tool.
-  int overview(const SyncOptions& options);
+  /// What a bare `brimlog` and `brimlog status` show: a quick sync, the snapshot published
+  /// for the widgets, and the dashboard drawn from it.
+  int status(const StatusOptions& options);
 
  private:
   std::vector<FetchOutcome> fetchLimits(LimitsEndpoints endpoints, bool force);
+  // Builds the 30-day snapshot from the store and writes it where the widgets read it. Throws
+  // CommandError naming the file and the reason when it cannot be written; the previous
+  // snapshot is then left as it was.
+  Snapshot publish();
+  // One quick pass for the dashboard: new replies, limits when they are due, the snapshot.
+  Snapshot refresh(bool offline);
+  int watch(const StatusOptions& options);
   enum class Access { read, write };
   // The store, opened on first use: for writing (creating it and its folder when missing), or
   // for reading only, which creates and writes nothing.

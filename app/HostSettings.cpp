@@ -8,6 +8,9 @@
 #include <cstring>
 #include <vector>
 
+#include "display/SnapshotStore.hpp"
+#include "platform/SharedDirectory.hpp"
+
 namespace brimlog {
 namespace fs = std::filesystem;
 
@@ -72,6 +75,16 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
   } else {
     settings.now = currentDate();
   }
+
+  if (given.sharedDir) {
+    settings.sharedDir = *given.sharedDir;
+  } else {
+    settings.sharedDir = SharedDirectory::forGroup(
+        SnapshotStore::appGroup, environment("XDG_DATA_HOME"), environment("HOME"));
+  }
+
+  const std::optional<std::string> noColor = environment("NO_COLOR");
+  settings.noColor = noColor && !noColor->empty();
 
   auto endpoint = [&](const char* name) -> std::optional<std::string> {
     auto value = environment(name);

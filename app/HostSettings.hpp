@@ -30,6 +30,7 @@ struct CommandLine {
   std::optional<std::string> database;
   std::optional<std::string> zone;
   std::optional<std::string> now;
+  std::optional<std::string> sharedDir;
 };
 
 /// What every subcommand works with, resolved once from the shared options and the environment:
@@ -42,6 +43,11 @@ struct HostSettings {
   std::filesystem::path database;
   Calendar calendar = Calendar::utc();
   Date now;
+  /// Where the snapshot for the widgets goes: --shared-dir, else the shared container under
+  /// ${XDG_DATA_HOME:-$HOME/.local/share}/brimlog/containers; absent when neither is known.
+  std::optional<std::filesystem::path> sharedDir;
+  /// NO_COLOR is set (to anything but the empty text): draw without colours.
+  bool noColor = false;
   /// BRIMLOG_CLAUDE_USAGE_URL and BRIMLOG_CODEX_USAGE_URL as set; checked when limits are asked.
   std::optional<std::string> claudeUsageURL;
   std::optional<std::string> codexUsageURL;

@@ -6,6 +6,7 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Commands.hpp"
 #include "platform/AppVersion.hpp"
@@ -25,8 +26,8 @@ int main(int argc, char** argv) {
   CLI::App app{
       "Brimlog meters how you use AI coding tools (Claude Code, Codex, Grok Build): it reads the "
       "tools' own logs, counts every model reply once, and reports tokens and what they would "
-      "cost at API list prices. Without a command it syncs and shows your limits and the last "
-      "30 days per tool.",
+      "cost at API list prices. Without a command it reads new replies, writes the widgets' "
+      "snapshot and shows the dashboard, as brimlog status does.",
       "brimlog"};
   app.set_version_flag("--version", std::string(appVersion()));
   app.require_subcommand(0, 1);
@@ -49,6 +50,16 @@ int main(int argc, char** argv) {
                      "clock)")
           ->type_name("TIME");
 
+  std::string sharedDir;
+  const char* sharedDirHelp =
+      "Where the snapshot for the widgets is written (default: "
+      "$XDG_DATA_HOME/brimlog/containers/K7QX2M9T4B.app.brimlog, else under ~/.local/share)";
+  std::vector<CLI::Option*> sharedDirOptions = {
+      app.add_option("--shared-dir", sharedDir, sharedDirHelp)->type_name("DIR")};
+  StatusOptions bare;
+  app.add_flag("--offline", bare.offline, "Fetch nothing from the tools' services");
+  app.add_flag("--json", bare.json, "Print the snapshot as JSON instead of the dashboard");
+
   SyncOptions sync;
   CLI::App* syncCommand =
       app.add_subcommand("sync", "Read the replies logged since the last run into the database");
@@ -56,6 +67,26 @@ int main(int argc, char** argv) {
   syncCommand->add_flag("--refresh", sync.refresh,
                         "Fetch every tool's limits now, however recent the last fetch");
   syncCommand->add_flag("--json", sync.json, "Print the pass's result as JSON");
+  sharedDirOptions.push_back(
+      syncCommand->add_option("--shared-dir", sharedDir, sharedDirHelp)->type_name("DIR"));
+
+  StatusOptions status;
+  double watchSeconds = 5;
+  CLI::App* statusCommand = app.add_subcommand(
+      "status", "Read new replies, then show each tool's limits and costs at a glance");
+  statusCommand->add_flag("--offline", status.offline, "Fetch nothing from the tools' services");
+  statusCommand->add_flag("--json", status.json,
+                          "Print the snapshot as JSON instead of the dashboard");
+  CLI::Option* watchOption =
+      statusCommand
+          ->add_option("--watch", watchSeconds,
+                       "Keep the dashboard on screen, passing every SECONDS (default 5) until "
+                       "Ctrl-C")
+          ->expected(0, 1)
+          ->type_name("SECONDS")
+          ->check(CLI::Range(1.0, 86400.0));
+  sharedDirOptions.push_back(
+      statusCommand->add_option("--shared-dir", sharedDir, sharedDirHelp)->type_name("DIR"));
 
   ReportOptions report;
   std::string view = "daily";
@@ -73,7 +104,7 @@ int main(int argc, char** argv) {
       app.add_subcommand("limits", "Show each tool's plan, status and limits as last fetched");
   limitsCommand->add_flag("--json", limits.json, "Print the stored limits as JSON");
 
-  for (CLI::App* command : {syncCommand, reportCommand, limitsCommand}) {
+  for (CLI::App* command : {syncCommand, statusCommand, reportCommand, limitsCommand}) {
     command->fallthrough();
     command->footer(
         "Shared options, before or after the subcommand: --home DIR, --db FILE, --tz ZONE, "
@@ -98,9 +129,13 @@ int main(int argc, char** argv) {
   }
 
   try {
+    std::optional<std::string> sharedDirGiven;
+    for (const CLI::Option* option : sharedDirOptions) {
+      if (option->count() > 0) sharedDirGiven = sharedDir;
+    }
     const HostSettings settings =
         HostSettings::resolve({given(homeOption, home), given(databaseOption, database),
-                               given(zoneOption, zone), given(nowOption, now)});
+                               given(zoneOption, zone), given(nowOption, now), sharedDirGiven});
     Calendar::setCurrent(settings.calendar);
     Commands commands{settings};
     if (syncCommand->parsed()) return commands.sync(sync);
@@ -109,7 +144,11 @@ int main(int argc, char** argv) {
       report.view = *ReportFormatter::viewNamed(view);
       return commands.report(report);
     }
-    return commands.overview(SyncOptions{});
+    if (statusCommand->parsed()) {
+      if (watchOption->count() > 0) status.watch = watchSeconds;
+      return commands.status(status);
+    }
+    return commands.status(bare);
   } catch (const CommandError& error) {
     fmt::print(stderr, "brimlog: {}\n", error.what());
   } catch (const std::exception& error) {

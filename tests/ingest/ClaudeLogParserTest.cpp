@@ -32,7 +32,7 @@ TEST(ClaudeLogParserTest, AnAssistantReplyBecomesAnEvent) {
 // Which usage fields count as what: cache writes split by lifetime when they can be, token
 // fields as truncated numbers and nothing else.
 TEST(ClaudeLogParserTest, UsageFieldsBecomeTokenCounts) {
-  for (const DataRow& row : dataRows("ingest/claude-usage.tsv")) {
+  for (const DataRow& row : testing::namedRows("ingest/claude-usage.tsv")) {
     SCOPED_TRACE(row.name);
     const auto event = ClaudeLogParser::event(reply(row.fields.at(0)));
     ASSERT_TRUE(event);
@@ -45,7 +45,7 @@ TEST(ClaudeLogParserTest, UsageFieldsBecomeTokenCounts) {
 // replies, keys written with escapes, broken text. Lines read from a file take a quick look at
 // their type first; the outcome must be the one the full parse of the same bytes gives.
 TEST(ClaudeLogParserTest, EachLineGivesWhatTheFullParseGives) {
-  for (const DataRow& row : dataRows("ingest/claude-lines.tsv")) {
+  for (const DataRow& row : testing::namedRows("ingest/claude-lines.tsv")) {
     SCOPED_TRACE(row.name);
     const std::string& line = row.fields.at(1);
     const auto full = ClaudeLogParser::event(std::string_view(line));
@@ -76,7 +76,7 @@ TEST(ClaudeLogParserTest, ManyThreadsParseAtOnce) {
 // and from its bytes, against counts and models taken from the files independently.
 TEST(ClaudeLogParserTest, RealTranscriptsParseLineByLine) {
   BRIMLOG_REQUIRE_REAL_FIXTURES(fixtures);
-  for (const DataRow& row : dataRows("ingest/real-claude.tsv")) {
+  for (const DataRow& row : testing::namedRows("ingest/real-claude.tsv")) {
     SCOPED_TRACE(row.name);
     std::vector<UsageEvent> events;
     std::optional<FileCursor> cursor;

@@ -94,7 +94,7 @@ TEST(CodexLogParserTest, UsageRecordsTakeModelAndSessionFromEarlierLines) {
 // stays in range instead of overflowing; token fields are truncated numbers and nothing else.
 TEST(CodexLogParserTest, UsageFieldsBecomeTokenCounts) {
   CodexLogParser parser;
-  for (const DataRow& row : dataRows("ingest/codex-usage.tsv")) {
+  for (const DataRow& row : testing::namedRows("ingest/codex-usage.tsv")) {
     SCOPED_TRACE(row.name);
     const auto event = usageOf(parser.consume(usageRecord(row.fields.at(0))));
     ASSERT_TRUE(event);
@@ -105,7 +105,7 @@ TEST(CodexLogParserTest, UsageFieldsBecomeTokenCounts) {
 
 TEST(CodexLogParserTest, UnusableLinesYieldNothingAndKeepTheContext) {
   CodexLogParser full(Context{{"model", "m1"}}), quick(Context{{"model", "m1"}});
-  for (const DataRow& row : dataRows("ingest/codex-unusable.tsv")) {
+  for (const DataRow& row : testing::namedRows("ingest/codex-unusable.tsv")) {
     SCOPED_TRACE(row.name);
     EXPECT_FALSE(full.consume(std::string_view(row.fields.at(0))));
     EXPECT_FALSE(quick.consume(PaddedCopy(row.fields.at(0))));
@@ -176,7 +176,7 @@ TEST(CodexLogParserTest, CreditsNeedAnExplicitTrue) {
 TEST(CodexLogParserTest, DetailsReportTokenCountsAndUsageRecords) {
   CodexLogParser parser;
   CodexLineDetails details;
-  for (const DataRow& row : dataRows("ingest/codex-details.tsv")) {
+  for (const DataRow& row : testing::namedRows("ingest/codex-details.tsv")) {
     SCOPED_TRACE(row.name);
     EXPECT_EQ(gives(parser.consume(PaddedCopy(row.fields.at(2)), details)), row.fields.at(0));
     EXPECT_EQ(describe(details), row.fields.at(1));
@@ -188,7 +188,7 @@ TEST(CodexLogParserTest, DetailsReportTokenCountsAndUsageRecords) {
 // gives, whatever the keys and their spelling.
 TEST(CodexLogParserTest, EachLineGivesWhatTheFullParseGives) {
   CodexLogParser quick, full;
-  for (const DataRow& row : dataRows("ingest/codex-lines.tsv")) {
+  for (const DataRow& row : testing::namedRows("ingest/codex-lines.tsv")) {
     SCOPED_TRACE(row.name);
     const std::string& line = row.fields.at(1);
     const auto result = quick.consume(PaddedCopy(line));
@@ -203,7 +203,7 @@ TEST(CodexLogParserTest, EachLineGivesWhatTheFullParseGives) {
 // chunk, as the host does between passes, against figures counted independently of this parser.
 TEST(CodexLogParserTest, RealRolloutsParseLineByLine) {
   BRIMLOG_REQUIRE_REAL_FIXTURES(fixtures);
-  for (const DataRow& row : dataRows("ingest/real-codex.tsv")) {
+  for (const DataRow& row : testing::namedRows("ingest/real-codex.tsv")) {
     const std::string& name = row.name;
     SCOPED_TRACE(name);
     CodexLogParser full;

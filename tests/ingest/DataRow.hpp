@@ -33,7 +33,7 @@ inline std::string dataText(std::string_view relative) {
 
 /// The rows of tests/data/<relative>. Blank lines and lines starting with "#" are notes; a field
 /// may be empty, so a row can carry an empty line of a log.
-inline std::vector<DataRow> dataRows(std::string_view relative) {
+inline std::vector<DataRow> namedRows(std::string_view relative) {
   std::istringstream text(dataText(relative));
   std::vector<DataRow> rows;
   for (std::string line; std::getline(text, line);) {

@@ -37,7 +37,7 @@ TEST(GrokUsageParserTest, FinishedTurnsYieldOneEventPerModel) {
 // turn, turns come in ascending order and models by their names' bytes; a document that is not a
 // usable session gives nothing and keeps the turn it was read after.
 TEST(GrokUsageParserTest, DocumentsGiveTheirFinishedTurnsInOrder) {
-  for (const testing::DataRow& row : testing::dataRows("ingest/grok-documents.tsv")) {
+  for (const testing::DataRow& row : testing::namedRows("ingest/grok-documents.tsv")) {
     SCOPED_TRACE(row.name);
     const auto result = GrokUsageParser::events(row.fields.at(3), row.integer(0));
     std::string keys;

@@ -348,13 +348,13 @@ TEST_F(UsageIngestorTest, RealLogsGiveTheirTrueTotals) {
         "SELECT COALESCE(SUM(uncached),0), COALESCE(SUM(output),0), COALESCE(SUM(cache_read),0), "
         "COALESCE(SUM(w5m + w1h),0), COALESCE(SUM(reasoning),0) FROM daily");
   };
-  for (const DataRow& row : dataRows("ingest/real-claude.tsv")) {
+  for (const DataRow& row : testing::namedRows("ingest/real-claude.tsv")) {
     SCOPED_TRACE(row.name);
     EXPECT_THAT(sums(fixtures / "claude" / row.name, ".claude/projects/p"),
                 ElementsAre(fmt::format("{}|{}|{}|{}|0", row.integer(1), row.integer(2),
                                         row.integer(3), row.integer(4))));
   }
-  for (const DataRow& row : dataRows("ingest/real-codex.tsv")) {
+  for (const DataRow& row : testing::namedRows("ingest/real-codex.tsv")) {
     SCOPED_TRACE(row.name);
     const int64_t input = row.integer(4), cached = row.integer(5);
     EXPECT_THAT(sums(fixtures / "codex" / row.name, ".codex/sessions"),

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+
+#include "display/Snapshot.hpp"
+#include "platform/Calendar.hpp"
+#include "platform/Date.hpp"
+
+namespace brimlog {
+
+/// The terminal dashboard of a snapshot: what bare `brimlog` and `brimlog status` show.
+///
+///     Brimlog                                     today $8.85 · 30 days $292.60 at API prices
+///
+///     Claude · Max 5x                                                30 days $214.60
+///       Session  ████████████████████████████▌░░░░│░  85% left  resets in 13m
+///       Weekly   ██████████████████░░░░░░░░░░│░░░░░░░  58% left  resets in 3d 0h  under pace
+///
+/// One block per provider with its name, plan and status note; each limit window as a bar of
+/// the share left, with a mark where the share left would be if the quota were used exactly as
+/// fast as the window's time passes; the tightest windows first when the width is short; the
+/// costs with the approximate mark; a sparkline of the last 30 days; the stale notice.
+struct Dashboard {
+  /// Columns to fill (at least 40 are used) and whether to colour with ANSI escapes.
+  int width = 80;
+  bool color = false;
+
+  std::string render(const Snapshot& snapshot, Date now, const Calendar& calendar) const;
+
+  /// The limit-window lines of one provider alone, as `brimlog limits` shows them.
+  std::string windows(const Snapshot::Provider& provider, Date now) const;
+
+  /// Eight levels per value, scaled to the largest: "▁▁▃█▅".
+  static std::string sparkline(const std::vector<double>& values);
+};
+
+}  // namespace brimlog
