@@ -66,21 +66,17 @@ int main(int argc, char** argv) {
     const auto started = std::chrono::steady_clock::now();
     const HomeGenerator::Stats s = HomeGenerator{seed}.write(out, options);
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
+    fmt::print("wrote {} in {:.1f} s: {} files, {} bytes, {} lines; largest file {} bytes\n", out,
+               seconds.count(), s.files, s.bytes, s.lines, s.largestFileBytes);
     fmt::print(
-        "wrote {} in {:.1f} s: {} files, {} bytes, {} lines; largest file {} bytes; seed {}, "
-        "last day {}\n"
-        "  claude: {} transcripts ({} subagents), {} lines with usage ({} verbatim repeats)\n"
-        "  codex: {} session logs, {} token_count events; grok: {} session documents\n",
-        out, seconds.count(), s.files, s.bytes, s.lines, s.largestFileBytes, seed,
-        date::format("%F", end), s.claudeFiles, s.subagentFiles, s.assistantLines, s.repeatedLines,
-        s.codexFiles, s.codexTokenCounts, s.grokFiles);
+        "  seed {}, last day {}; {} Claude transcripts ({} subagents), {} lines with usage "
+        "({} verbatim repeats); {} Codex logs, {} token counts; {} Grok documents\n",
+        seed, date::format("%F", end), s.claudeFiles, s.subagentFiles, s.assistantLines,
+        s.repeatedLines, s.codexFiles, s.codexTokenCounts, s.grokFiles);
     for (const auto& [name, t] :
          {std::pair{"claude", s.claude}, std::pair{"codex", s.codex}, std::pair{"grok", s.grok}}) {
-      fmt::print(
-          "  {}: {} replies, {} tokens (input {}, cache read {}, cache write {}, output {}, "
-          "reasoning {})\n",
-          name, t.replies, t.tokens.processed(), t.tokens.uncachedInput, t.tokens.cacheRead,
-          t.tokens.cacheWrite(), t.tokens.output, t.tokens.reasoning);
+      fmt::print("  {}: {} replies, {} tokens ({} output, {} reasoning)\n", name, t.replies,
+                 t.tokens.processed(), t.tokens.output, t.tokens.reasoning);
     }
     fmt::print("expected new replies: claude={} codex={} grok={}\n", s.claude.replies,
                s.codex.replies, s.grok.replies);

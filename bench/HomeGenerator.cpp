@@ -120,8 +120,6 @@ const std::vector<std::string_view> kWords = {
     "orchid", "quartz", "raven",  "tundra", "vertex", "willow", "zephyr", "meridian"};
 const std::vector<std::string_view> kUnicodeWords = {"café", "naïve", "日本語", "テスト",
                                                      "→",    "✅",     "🚀",      "über"};
-const std::vector<std::string_view> kSuffixes = {"",     "-api", "-web",   "-cli",
-                                                 "-app", "-ios", "-infra", "-docs"};
 constexpr std::string_view kBase62 =
     "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 constexpr std::string_view kBase64 =
@@ -247,13 +245,15 @@ class LogWriter {
   void advance(int64_t low, int64_t high) {
     clock_ = std::min(end_, clock_ + random_.between(low, high));
   }
-  // Appends one line with a fresh uuid and the clock's time; returns where it starts.
+  // Appends one line with a fresh uuid and the clock's time, and makes it the parent of the next
+  // line; returns where it starts.
   size_t line(std::string_view pattern) {
     fields_["uuid"] = uuid4(random_);
     fields_["ts"] = timestamp(clock_);
     const size_t start = out_.size();
     fillIn(out_, pattern, fields_);
     out_ += '\n';
+    fields_["parent"] = '"' + fields_["uuid"] + '"';
     ++stats_.lines;
     return start;
   }
@@ -309,7 +309,6 @@ class ClaudeWriter : LogWriter {
         advance(100, 30'000);
         text(skewed(random_, 256, 25'000));  // written twice: for the model and in toolUseResult
         line(kToolResult);
-        fields_["parent"] = '"' + fields_["uuid"] + '"';
       } else {
         set("duration", random_.between(2'000, 400'000));
         line(kTurnDuration);
@@ -324,7 +323,6 @@ class ClaudeWriter : LogWriter {
     advance(5'000, 600'000);
     text(skewed(random_, 40, 1'500));
     line(kPrompt);
-    fields_["parent"] = '"' + fields_["uuid"] + '"';
   }
 
   // One reply over 1–3 lines sharing its ids, one content block each; only the last line has the
@@ -367,7 +365,6 @@ class ClaudeWriter : LogWriter {
       set("out", last ? tokens.output : std::min(tokens.output, random_.between(1, 30)));
       advance(200, 15'000);
       const size_t start = line(kAssistant);
-      fields_["parent"] = '"' + fields_["uuid"] + '"';
       ++stats_.assistantLines;
       if (last) finals_.emplace_back(out_, start);
       if (finals_.size() > 4) finals_.pop_front();
@@ -556,9 +553,9 @@ HomeGenerator::Stats HomeGenerator::write(const fs::path& home, const Options& o
   };
   std::vector<std::string> projects;
   for (size_t i = 0; i < options.projects; ++i) {
+    const size_t round = i / kWords.size();
     projects.push_back(fmt::format("/home/dev/code/{}{}", kWords[i % kWords.size()],
-                                   kSuffixes[i / kWords.size() % kSuffixes.size()]));
-    if (i >= kWords.size() * kSuffixes.size()) projects.back() += fmt::format("-{}", i);
+                                   round == 0 ? "" : fmt::format("-{}", round + 1)));
   }
   Stats stats;
 
@@ -608,25 +605,24 @@ HomeGenerator::Stats HomeGenerator::write(const fs::path& home, const Options& o
   std::vector<ClaudeSession> sessions;
   for (const double size : sizes) {
     const auto bytes = static_cast<uint64_t>(std::clamp(size, low, high));
-    const fs::path projectsDir = where.claudeProjects();
+    ClaudeSession session;
+    fs::path path;
     if (!sessions.empty() && random_.chance(options.subagentShare)) {
-      ClaudeSession session = sessions[random_.below(sessions.size())];
+      session = sessions[random_.below(sessions.size())];
       session.agentId = "a" + letters(random_, "0123456789abcdef", 6);
       session.startMillis = startFor(bytes, session.startMillis);
-      const fs::path dir = projectsDir / folderOf(session.cwd) / session.id / "subagents";
-      fs::create_directories(dir);
-      ClaudeWriter{random_, stats, session, windowEnd}.write(
-          dir / ("agent-" + session.agentId + ".jsonl"), bytes);
+      path = where.claudeProjects() / folderOf(session.cwd) / session.id / "subagents" /
+             ("agent-" + session.agentId + ".jsonl");
       ++stats.subagentFiles;
     } else {
       const auto project =
           static_cast<size_t>(static_cast<double>(projects.size()) * std::pow(random_.unit(), 2.5));
-      sessions.push_back({uuid4(random_), projects[project], "", startFor(bytes)});
-      const fs::path dir = projectsDir / folderOf(projects[project]);
-      fs::create_directories(dir);
-      ClaudeWriter{random_, stats, sessions.back(), windowEnd}.write(
-          dir / (sessions.back().id + ".jsonl"), bytes);
+      session = {uuid4(random_), projects[project], "", startFor(bytes)};
+      sessions.push_back(session);
+      path = where.claudeProjects() / folderOf(session.cwd) / (session.id + ".jsonl");
     }
+    fs::create_directories(path.parent_path());
+    ClaudeWriter{random_, stats, session, windowEnd}.write(path, bytes);
     ++stats.claudeFiles;
   }
   return stats;

@@ -14,26 +14,18 @@ struct ToolTotals {
   TokenCounts tokens;
 };
 
-/// Writes a synthetic home directory of coding-tool logs, for benchmarks and their checks: Claude
-/// Code transcripts (subagent transcripts beside their session), Codex session logs and Grok Build
-/// session documents, each where the tool keeps it (`ProviderLocations`).
+/// Writes a synthetic home of coding-tool logs for benchmarks and their checks: Claude Code
+/// transcripts (subagents beside their session), Codex session logs and Grok Build session
+/// documents, each where the tool keeps it (`ProviderLocations`). Every line is a small template
+/// shaped like the tool's own, filled with seeded ids, times, token counts and escaped text.
+/// Claude replies stream over several lines sharing a message id (the last has the final output
+/// count), some are written again verbatim, some assistant lines carry no usage; Codex logs its
+/// cumulative totals, often twice, with rate limits; some Grok sessions have a turn running.
+/// `Stats` holds what a first pass must count. Transcript sizes are log-normal, clamped and scaled
+/// to `totalBytes`. The same seed and options give the same bytes.
 ///
-/// Every line is a small template shaped like the tool's own lines, filled with fresh ids,
-/// timestamps and token counts, and with text drawn from a pool of escaped lines (quotes, tabs,
-/// line feeds, terminal colours, UTF-8). Claude replies are streamed over several lines that share
-/// a message id, the last holding the final output count; some replies are written again
-/// verbatim, some assistant lines carry no usage. Codex logs cumulative totals, often twice, and
-/// its rate limits. The last turn of some Grok sessions is still running. `Stats` holds what a
-/// pass must count, per tool.
-///
-/// Transcript sizes are heavy-tailed (log-normal, clamped, scaled so that all files together come
-/// to `totalBytes`). The same seed and options give the same bytes.
-///
-///     HomeGenerator::Options options;
-///     options.totalBytes = 5'000'000;
-///     options.claudeFiles = 40;
-///     HomeGenerator::Stats stats = HomeGenerator{7}.write("/tmp/home", options);
-///     stats.claude.replies;  // new Claude replies of a first pass
+///     HomeGenerator::Stats stats = HomeGenerator{7}.write("/tmp/home", {.totalBytes = 5'000'000});
+///     stats.claude.replies;  // the new Claude replies of a first pass
 class HomeGenerator {
  public:
   struct Options {
