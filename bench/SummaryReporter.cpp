@@ -23,13 +23,15 @@ void SummaryReporter::ReportRuns(const std::vector<Run>& reports) {
     const std::string name = run.run_name.str();
     auto row =
         std::find_if(rows_.begin(), rows_.end(), [&](const Row& r) { return r.name == name; });
-    if (row == rows_.end())
-      row = rows_.insert(
-          rows_.end(),
-          Row{name, run.family_index * 1000 + run.per_family_instance_index, false, {}});
+    if (row == rows_.end()) {
+      row = rows_.insert(rows_.end(), Row{});
+      row->name = name;
+      row->order = run.family_index * 1000 + run.per_family_instance_index;
+    }
     if (row->fromMedian) continue;  // the median, once known, wins over single runs
     row->fromMedian = median;
     row->counters = run.counters;
+    row->cpuShare = run.cpu_accumulated_time / run.real_accumulated_time;
   }
 }
 
@@ -46,16 +48,18 @@ void SummaryReporter::Finalize() {
   const double base = reference == rows_.end() ? 0 : counter(*reference, "bytes_per_second");
   size_t width = 9;
   for (const Row& row : rows_) width = std::max(width, row.name.size());
-  out << fmt::format("\n{:<{}}  {:>8}  {:>8}  {:>9}  {:>8}\n", "benchmark", width, "GB/s", "vs (a)",
-                     "peak RSS", "events");
+  out << fmt::format("\n{:<{}}  {:>8}  {:>8}  {:>8}  {:>9}  {:>8}\n", "benchmark", width, "GB/s",
+                     "vs (a)", "CPU GB/s", "peak RSS", "events");
   for (const Row& row : rows_) {
     const double rate = counter(row, "bytes_per_second");
-    out << fmt::format("{:<{}}  {:>8.3f}  {:>8}  {:>7.1f}Mi  {:>8.0f}{}\n", row.name, width,
-                       rate / 1e9, base > 0 ? fmt::format("{:.1f}%", 100 * rate / base) : "-",
-                       counter(row, "peak_RSS") / (1 << 20), counter(row, "events"),
-                       row.fromMedian ? "" : "  (single run)");
+    out << fmt::format("{:<{}}  {:>8.3f}  {:>8}  {:>8.3f}  {:>7.1f}Mi  {:>8.0f}{}\n", row.name,
+                       width, rate / 1e9,
+                       base > 0 ? fmt::format("{:.1f}%", 100 * rate / base) : "-",
+                       rate / row.cpuShare / 1e9, counter(row, "peak_RSS") / (1 << 20),
+                       counter(row, "events"), row.fromMedian ? "" : "  (single run)");
   }
-  out << "GB/s: 10^9 bytes per second. vs (a): ratio to " << reference_ << ".\n";
+  out << "GB/s: 10^9 bytes per second of wall time (CPU GB/s: of CPU time). vs (a): ratio to "
+      << reference_ << ".\n";
   ConsoleReporter::Finalize();
 }
 
