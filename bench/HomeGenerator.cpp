@@ -138,6 +138,16 @@ void fillIn(std::string& out, std::string_view pattern, const Fields& fields) {
   out += pattern;
 }
 
+// The fields of a usage object as Codex and Grok log it: their input counts the cached tokens too.
+Fields tokenFields(const TokenCounts& t) {
+  return {{"in", std::to_string(t.uncachedInput + t.cacheRead)},
+          {"cr", std::to_string(t.cacheRead)},
+          {"cw", std::to_string(t.cacheWrite5m)},
+          {"out", std::to_string(t.output)},
+          {"reasoning", std::to_string(t.reasoning)},
+          {"sum", std::to_string(t.processed())}};
+}
+
 std::string_view pick(SplitMix64& random, const std::vector<std::string_view>& words) {
   return words[random.below(words.size())];
 }
@@ -333,12 +343,9 @@ class ClaudeWriter : LogWriter {
     fields_["req"] = "req_011C" + letters(random_, kBase62, 20);
     const int64_t input = random_.between(1, 12), cacheRead = context_;
     const int64_t cacheWrite = skewed(random_, 150, 8'000);
-    const TokenCounts tokens{input,
-                             cacheRead,
-                             oneHourCache_ ? 0 : cacheWrite,
-                             oneHourCache_ ? cacheWrite : 0,
-                             skewed(random_, 12, 3'000),
-                             0};
+    const int64_t cacheWrite5m = oneHourCache_ ? 0 : cacheWrite,
+                  output = skewed(random_, 12, 3'000);
+    const TokenCounts tokens{input, cacheRead, cacheWrite5m, cacheWrite - cacheWrite5m, output, 0};
     context_ += cacheWrite;
     if (context_ > 180'000) context_ = random_.between(15'000, 40'000);  // compacted
     set("in", input), set("cr", cacheRead), set("cw", cacheWrite);
@@ -444,13 +451,8 @@ class CodexWriter : LogWriter {
     stats_.codex.tokens += last;
 
     for (auto [name, tokens] : {std::pair{"total", total_}, std::pair{"last", last}}) {
-      const Fields values{{"in", std::to_string(tokens.uncachedInput + tokens.cacheRead)},
-                          {"cr", std::to_string(tokens.cacheRead)},
-                          {"out", std::to_string(tokens.output)},
-                          {"reasoning", std::to_string(tokens.reasoning)},
-                          {"sum", std::to_string(tokens.processed())}};
       fields_[name].clear();
-      fillIn(fields_[name], kCodexUsage, values);
+      fillIn(fields_[name], kCodexUsage, tokenFields(tokens));
     }
     fields_["primary"] = fmt::format("{}.0", random_.between(0, 90));
     fields_["secondary"] = fmt::format("{}.0", random_.between(0, 90));
@@ -490,13 +492,9 @@ void writeGrok(SplitMix64& random, HomeGenerator::Stats& stats, const fs::path& 
       const int64_t output = random.between(50, 6'000), written = random.between(0, 2'000);
       const TokenCounts tokens{input - cached,           cached, written, 0, output,
                                random.between(0, output)};
-      const Fields values{{"model", model},
-                          {"in", std::to_string(input)},
-                          {"cr", std::to_string(cached)},
-                          {"cw", std::to_string(written)},
-                          {"out", std::to_string(output)},
-                          {"reasoning", std::to_string(tokens.reasoning)},
-                          {"ticks", std::to_string(tokens.processed() * 3'000)}};
+      Fields values = tokenFields(tokens);
+      values["model"] = model;
+      values["ticks"] = std::to_string(tokens.processed() * 3'000);
       if (usage.size() > 1) usage += ',';
       fillIn(usage, kGrokUsage, values);
       if (!running) {
