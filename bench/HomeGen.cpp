@@ -1,34 +1,34 @@
-// brimlog_home_gen: writes a synthetic home directory full of coding-tool logs (see
-// HomeGenerator.hpp), for benchmarks of a whole `brimlog sync`.
+// brimlog_home_gen: writes a synthetic home of coding-tool logs (see HomeGenerator.hpp) and prints
+// what a first `brimlog sync` of it must count, per tool.
 //
 //   brimlog_home_gen --out DIR [--bytes N] [--files N] [--days N] [--seed N]
-//                    [--end-date YYYY-MM-DD] [--codex-files N] [--grok-files N]
+//                    [--end-date YYYY-MM-DD]
 //
-// DIR must be missing or empty. The same options give the same bytes (with --end-date given;
-// its default is today).
+// DIR must be missing or empty. The same options give the same bytes (with --end-date given; its
+// default is today, UTC). The last line reads `expected new replies: claude=N codex=N grok=N`.
 
+#include <date/date.h>
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <exception>
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "HomeGenerator.hpp"
 
 int main(int argc, char** argv) {
   using namespace brimlog;
-  namespace fs = std::filesystem;
-
-  CLI::App app{"Writes a synthetic home directory of Claude Code, Codex and Grok Build logs.",
+  CLI::App app{"Writes a synthetic home of Claude Code, Codex and Grok Build logs.",
                "brimlog_home_gen"};
   HomeGenerator::Options options;
-  std::string out;
-  std::string endDate;
+  std::string out, endDate;
   uint64_t seed = 1;
-  app.add_option("--out", out, "The home directory to write; must be missing or empty")
+  app.add_option("--out", out, "The home to write; must be missing or empty")
       ->required()
       ->type_name("DIR");
   app.add_option("--bytes", options.totalBytes,
@@ -44,21 +44,20 @@ int main(int argc, char** argv) {
   app.add_option("--seed", seed, "Seed of every random choice")->capture_default_str();
   app.add_option("--end-date", endDate, "The last day of sessions, UTC (default: today)")
       ->type_name("YYYY-MM-DD");
-  app.add_option("--codex-files", options.codexFiles, "Codex rollouts")->capture_default_str();
-  app.add_option("--grok-files", options.grokFiles, "Grok Build sessions")->capture_default_str();
   CLI11_PARSE(app, argc, argv);
 
-  if (endDate.empty()) {
-    options.endDay = HomeGenerator::today();
-  } else if (const auto day = HomeGenerator::dayNumber(endDate)) {
-    options.endDay = *day;
-  } else {
-    fmt::print(stderr, "brimlog_home_gen: --end-date {} is not a date of the form YYYY-MM-DD\n",
-               endDate);
-    return 2;
+  date::sys_days end = std::chrono::floor<date::days>(std::chrono::system_clock::now());
+  if (!endDate.empty()) {
+    std::istringstream in{endDate};
+    in >> date::parse("%F", end);
+    if (in.fail() || in.peek() != std::char_traits<char>::eof()) {
+      fmt::print(stderr, "brimlog_home_gen: --end-date {} is not a date YYYY-MM-DD\n", endDate);
+      return 2;
+    }
   }
+  options.endDay = end.time_since_epoch().count();
   std::error_code error;
-  if (fs::exists(out, error) && !fs::is_empty(out, error)) {
+  if (std::filesystem::exists(out, error) && !std::filesystem::is_empty(out, error)) {
     fmt::print(stderr, "brimlog_home_gen: {} is not empty; give a new directory\n", out);
     return 2;
   }
@@ -66,29 +65,21 @@ int main(int argc, char** argv) {
   try {
     const auto started = std::chrono::steady_clock::now();
     const HomeGenerator::Stats s = HomeGenerator{seed}.write(out, options);
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-    auto day = [](int64_t millis) {
-      const std::chrono::sys_days date{std::chrono::days{millis / 86'400'000}};
-      const std::chrono::year_month_day ymd{date};
-      return fmt::format("{:04}-{:02}-{:02}", static_cast<int>(ymd.year()),
-                         static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()));
-    };
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
+    fmt::print("wrote {} in {:.1f} s: {} files, {} bytes, {} lines; largest file {} bytes\n", out,
+               seconds.count(), s.files, s.bytes, s.lines, s.largestFileBytes);
     fmt::print(
-        "wrote {} in {:.1f} s: {} files, {} bytes ({:.3f} GB)\n"
-        "  claude: {} files ({} subagents, {} resumed) in {} projects, {} bytes; file sizes: "
-        "median {}, p90 {}, p99 {}, largest {}; the largest 1% hold {:.0f}% of the bytes\n"
-        "  lines: {}; claude lines with usage: {} ({} replies, {} verbatim repeats, {} copied "
-        "into resumed sessions)\n"
-        "  codex: {} rollouts ({} model calls, {} token_count events); grok: {} sessions ({} "
-        "turns, {} model usages)\n"
-        "  sessions from {} to {} (seed {})\n",
-        out, seconds, s.files, s.bytes, static_cast<double>(s.bytes) / 1e9, s.claudeFiles,
-        s.subagentFiles, s.resumedFiles, s.projects, s.claudeBytes, s.medianFileBytes,
-        s.p90FileBytes, s.p99FileBytes, s.largestFileBytes, 100 * s.top1PercentShare, s.lines,
-        s.assistantLines, s.replies, s.repeatedLines, s.copiedLines, s.codexFiles, s.codexCalls,
-        s.codexTokenCounts, s.grokFiles, s.grokTurns, s.grokModelUsages, day(s.firstMillis),
-        day(s.lastMillis), seed);
+        "  seed {}, last day {}; {} Claude transcripts ({} subagents), {} lines with usage "
+        "({} verbatim repeats); {} Codex logs, {} token counts; {} Grok documents\n",
+        seed, date::format("%F", end), s.claudeFiles, s.subagentFiles, s.assistantLines,
+        s.repeatedLines, s.codexFiles, s.codexTokenCounts, s.grokFiles);
+    for (const auto& [name, t] :
+         {std::pair{"claude", s.claude}, std::pair{"codex", s.codex}, std::pair{"grok", s.grok}}) {
+      fmt::print("  {}: {} replies, {} tokens ({} output, {} reasoning)\n", name, t.replies,
+                 t.tokens.processed(), t.tokens.output, t.tokens.reasoning);
+    }
+    fmt::print("expected new replies: claude={} codex={} grok={}\n", s.claude.replies,
+               s.codex.replies, s.grok.replies);
     return 0;
   } catch (const std::exception& e) {
     fmt::print(stderr, "brimlog_home_gen: {}\n", e.what());

@@ -1,741 +1,628 @@
 #include "HomeGenerator.hpp"
 
+#include <date/date.h>
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <deque>
 #include <limits>
+#include <map>
+#include <memory>
 #include <numbers>
-#include <numeric>
-#include <set>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
-#include "SplitMix64.hpp"
-#include "TranscriptGenerator.hpp"
+#include "ingest/ProviderLocations.hpp"
+#include "platform/Json.hpp"
 
 namespace brimlog {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int64_t kDayMillis = 86'400'000;
-// With its default line mix, a TranscriptGenerator session advances its clock by about 8 ms per
-// byte written (a 200 MiB session spans 19 days). A small session varies far more: a few prompts
-// can each wait up to ten minutes. Sessions are placed so that even a slow one ends before the
-// window does.
-constexpr double kSessionMillisPerByte = 9.0;
-constexpr int64_t kSessionMarginMillis = 4 * 3'600'000;
-// Copies of a file's last finished replies kept for a session that resumes it.
-constexpr size_t kKeptReplies = 6;
+// The values a template's {{name}} placeholders are filled with.
+using Fields = std::map<std::string, std::string, std::less<>>;
 
-constexpr std::string_view kHex = "0123456789abcdef";
+// Lines of a Claude Code transcript (2.1 versions), in the tool's own key order. Every line of a
+// session starts with the same fields; `agent` is empty outside subagent transcripts.
+const std::string kClaudeHead =
+    R"({"parentUuid":{{parent}},"isSidechain":{{sidechain}},"userType":"external","cwd":"{{cwd}}",)"
+    R"("sessionId":"{{session}}","version":"2.1.39","gitBranch":"{{branch}}",{{agent}})";
+const std::string kPrompt =
+    kClaudeHead +
+    R"("type":"user","message":{"role":"user","content":"{{text}}"},"uuid":"{{uuid}}",)"
+    R"("timestamp":"{{ts}}","permissionMode":"default"})";
+const std::string kAssistant =
+    kClaudeHead +
+    R"("message":{"model":"{{model}}","id":"{{msg}}","type":"message","role":"assistant",)"
+    R"("content":[{{block}}],"stop_reason":null,"stop_sequence":null,"usage":{"input_tokens":{{in}},)"
+    R"("cache_creation_input_tokens":{{cw}},"cache_read_input_tokens":{{cr}},"cache_creation":{)"
+    R"("ephemeral_5m_input_tokens":{{cw5m}},"ephemeral_1h_input_tokens":{{cw1h}}},)"
+    R"("output_tokens":{{out}},"service_tier":"standard","inference_geo":"not_available"}},)"
+    R"("requestId":"{{req}}","type":"assistant","uuid":"{{uuid}}","timestamp":"{{ts}}"})";
+const std::string kThinkingBlock =
+    R"({"type":"thinking","thinking":"{{text}}","signature":"{{blob}}"})";
+const std::string kTextBlock = R"({"type":"text","text":"{{text}}"})";
+const std::string kToolUseBlock =
+    R"({"type":"tool_use","id":"{{tool}}","name":"Bash","input":{"command":"{{command}}"},)"
+    R"("caller":{"type":"direct"}})";
+const std::string kToolResult =
+    kClaudeHead +
+    R"("slug":"{{slug}}","type":"user","message":{"role":"user","content":[{"tool_use_id":)"
+    R"("{{tool}}","type":"tool_result","content":"{{text}}","is_error":false}]},"uuid":"{{uuid}}",)"
+    R"("timestamp":"{{ts}}","toolUseResult":{"stdout":"{{text}}","stderr":"","interrupted":false,)"
+    R"("isImage":false},"sourceToolAssistantUUID":"{{assistant}}"})";
+const std::string kTurnDuration =
+    kClaudeHead +
+    R"("slug":"{{slug}}","type":"system","subtype":"turn_duration","durationMs":{{duration}},)"
+    R"("timestamp":"{{ts}}","uuid":"{{uuid}}","isMeta":false})";
+const std::string kSummary = R"({"type":"summary","summary":"{{command}}","leafUuid":"{{uuid}}"})";
+
+// Lines of a Codex session log.
+const std::string kCodexMeta =
+    R"({"timestamp":"{{ts}}","type":"session_meta","payload":{"id":"{{session}}","timestamp":)"
+    R"("{{ts}}","cwd":"{{cwd}}","originator":"codex_cli_rs","cli_version":"0.104.0","source":)"
+    R"("cli","model_provider":"openai","base_instructions":{"text":"{{text}}"},"git":{)"
+    R"("commit_hash":"{{hash}}","branch":"main"}}})";
+const std::string kCodexTurn =
+    R"({"timestamp":"{{ts}}","type":"turn_context","payload":{"turn_id":"{{turn}}","cwd":)"
+    R"("{{cwd}}","approval_policy":"on-request","sandbox_policy":{"type":"workspace-write",)"
+    R"("network_access":false},"model":"{{model}}","effort":"medium","summary":"auto"}})";
+const std::string kCodexUserMessage =
+    R"({"timestamp":"{{ts}}","type":"event_msg","payload":{"type":"user_message","message":)"
+    R"("{{text}}","images":[]}})";
+const std::string kCodexReasoning =
+    R"({"timestamp":"{{ts}}","type":"response_item","payload":{"type":"reasoning","summary":[],)"
+    R"("content":null,"encrypted_content":"{{blob}}"}})";
+const std::string kCodexCallOutput =
+    R"({"timestamp":"{{ts}}","type":"response_item","payload":{"type":"function_call_output",)"
+    R"("call_id":"{{call}}","output":"{{text}}"}})";
+const std::string kCodexNoCount =
+    R"({"timestamp":"{{ts}}","type":"event_msg","payload":{"type":"token_count","info":null,)"
+    R"("rate_limits":null}})";
+const std::string kCodexCount =
+    R"({"timestamp":"{{ts}}","type":"event_msg","payload":{"type":"token_count","info":{)"
+    R"("total_token_usage":{{total}},"last_token_usage":{{last}},"model_context_window":258400},)"
+    R"("rate_limits":{"limit_id":"codex","primary":{"used_percent":{{primary}},"window_minutes":)"
+    R"(300,"resets_at":{{primaryReset}}},"secondary":{"used_percent":{{secondary}},)"
+    R"("window_minutes":10080,"resets_at":{{secondaryReset}}},"credits":null,"plan_type":"plus"}}})";
+const std::string kCodexUsage =
+    R"({"input_tokens":{{in}},"cached_input_tokens":{{cr}},"output_tokens":{{out}},)"
+    R"("reasoning_output_tokens":{{reasoning}},"total_tokens":{{sum}}})";
+
+// A Grok Build session document, its turns, and one model's usage in a turn.
+const std::string kGrokSession =
+    R"({"sessionId":"{{session}}","cwd":"{{cwd}}","createdAt":"{{ts}}","turns":[{{turns}}]})";
+const std::string kGrokTurn =
+    R"({"turnNumber":{{turn}},"startedAt":"{{ts}}","prompt":"{{command}}","response":"{{text}}")"
+    R"({{ended}},"modelUsage":{{usage}}})";
+const std::string kGrokUsage =
+    R"("{{model}}":{"inputTokens":{{in}},"cachedReadTokens":{{cr}},"cacheCreationTokens":{{cw}},)"
+    R"("outputTokens":{{out}},"reasoningTokens":{{reasoning}},"costUsdTicks":{{ticks}}})";
+
+constexpr int64_t kDayMillis = 86'400'000;
+// How far a transcript's clock runs per byte written, about: sessions start early enough to end
+// inside the window (and a clock never passes the window's end).
+constexpr int64_t kMillisPerByte = 12;
+
+const std::vector<std::string_view> kWords = {
+    "parser", "cursor", "offset", "batch",  "commit", "schema", "index",  "request", "session",
+    "tokens", "cache",  "build",  "error",  "value",  "check",  "line",   "window",  "limit",
+    "worker", "queue",  "reader", "writer", "store",  "model",  "reply",  "report",  "config",
+    "harbor", "ledger", "atlas",  "beacon", "cinder", "ember",  "fjord",  "helix",   "lumen",
+    "orchid", "quartz", "raven",  "tundra", "vertex", "willow", "zephyr", "meridian"};
+const std::vector<std::string_view> kUnicodeWords = {"café", "naïve", "日本語", "テスト",
+                                                     "→",    "✅",     "🚀",      "über"};
 constexpr std::string_view kBase62 =
     "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 constexpr std::string_view kBase64 =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-const std::vector<std::string_view> kProjectWords = {
-    "harbor", "ledger", "atlas",   "beacon",  "cinder", "delta",    "ember",  "fjord",  "glacier",
-    "helix",  "iris",   "juniper", "kestrel", "lumen",  "meridian", "nimbus", "orchid", "pylon",
-    "quartz", "raven",  "sable",   "tundra",  "umber",  "vertex",   "willow", "yarrow", "zephyr"};
-const std::vector<std::string_view> kProjectSuffixes = {"",     "-api", "-web",   "-cli",
-                                                        "-app", "-ios", "-infra", "-docs"};
-const std::vector<std::string_view> kFillerWords = {
-    "the",   "parser", "returns", "cursor", "offset", "batch",   "commit",  "test",   "passes",
-    "fails", "update", "config",  "schema", "index",  "request", "session", "tokens", "cache",
-    "build", "error",  "value",   "first",  "then",   "check",   "line",    "file",   "window",
-    "limit", "quota",  "worker",  "queue",  "reader", "writer",  "store",   "model",  "reply"};
-const std::vector<std::string_view> kCodexModels = {"gpt-5.3-codex", "gpt-5.3-codex",
-                                                    "gpt-5.3-codex", "gpt-5.5"};
-const std::vector<std::string_view> kGrokModels = {"grok-code-fast-1", "grok-4-fast-reasoning"};
+// Appends `pattern` with each {{name}} replaced by the value of that name in `fields`.
+void fillIn(std::string& out, std::string_view pattern, const Fields& fields) {
+  for (size_t open; (open = pattern.find("{{")) != std::string_view::npos;) {
+    const size_t close = pattern.find("}}", open + 2);
+    const std::string_view name = pattern.substr(open + 2, close - open - 2);
+    const auto value = fields.find(name);
+    if (value == fields.end()) throw std::logic_error(fmt::format("no value for {{{{{}}}}}", name));
+    out.append(pattern.substr(0, open)).append(value->second);
+    pattern.remove_prefix(close + 2);
+  }
+  out += pattern;
+}
+
+// The fields of a usage object as Codex and Grok log it: their input counts the cached tokens too.
+Fields tokenFields(const TokenCounts& t) {
+  return {{"in", std::to_string(t.uncachedInput + t.cacheRead)},
+          {"cr", std::to_string(t.cacheRead)},
+          {"cw", std::to_string(t.cacheWrite5m)},
+          {"out", std::to_string(t.output)},
+          {"reasoning", std::to_string(t.reasoning)},
+          {"sum", std::to_string(t.processed())}};
+}
 
 std::string_view pick(SplitMix64& random, const std::vector<std::string_view>& words) {
   return words[random.below(words.size())];
 }
 
-std::string hexDigits(SplitMix64& random, size_t count) {
-  std::string text;
-  for (size_t i = 0; i < count; ++i) text += kHex[random.below(16)];
+std::string letters(SplitMix64& random, std::string_view alphabet, size_t count) {
+  std::string text(count, ' ');
+  for (char& c : text) c = alphabet[random.below(alphabet.size())];
   return text;
 }
 
-// Version 4 layout: 8-4-4-4-12 hex digits, version nibble 4, variant 8..b.
-std::string uuid4(SplitMix64& random) {
-  std::string id = hexDigits(random, 8) + '-' + hexDigits(random, 4) + "-4" + hexDigits(random, 3) +
-                   '-' + kHex[8 + random.below(4)] + hexDigits(random, 3) + '-' +
-                   hexDigits(random, 12);
-  return id;
+std::string words(SplitMix64& random, int count) {
+  std::string text(pick(random, kWords));
+  while (--count > 0) (text += ' ') += pick(random, kWords);
+  return text;
 }
 
-// Version 7 layout, as Codex names its sessions: the first 48 bits are the creation time in
-// milliseconds.
+std::string uuid4(SplitMix64& random) {
+  const uint64_t a = random.next(), b = random.next();
+  return fmt::format("{:08x}-{:04x}-4{:03x}-{:x}{:03x}-{:012x}", a >> 32, (a >> 16) & 0xffff,
+                     a & 0xfff, 8 + (b >> 62), (b >> 48) & 0xfff, b & 0xffffffffffff);
+}
+
+// Version 7, as Codex names its sessions: the first 48 bits are the creation time in ms.
 std::string uuid7(SplitMix64& random, int64_t unixMillis) {
-  std::string time;
-  for (int shift = 44; shift >= 0; shift -= 4) {
-    time += kHex[static_cast<size_t>(unixMillis >> shift) & 15];
-  }
-  return time.substr(0, 8) + '-' + time.substr(8, 4) + "-7" + hexDigits(random, 3) + '-' +
-         kHex[8 + random.below(4)] + hexDigits(random, 3) + '-' + hexDigits(random, 12);
+  const auto time = static_cast<uint64_t>(unixMillis);
+  const uint64_t b = random.next();
+  return fmt::format("{:08x}-{:04x}-7{:03x}-{:x}{:03x}-{:012x}", time >> 16, time & 0xffff,
+                     b & 0xfff, 8 + (b >> 62), (b >> 12) & 0xfff, (b >> 14) & 0xffffffffffff);
 }
 
 std::string timestamp(int64_t unixMillis) {
-  std::string text;
-  TranscriptGenerator::appendTimestamp(text, unixMillis);
-  return text;
+  using namespace std::chrono;
+  return date::format("%FT%TZ", sys_time<milliseconds>{milliseconds{unixMillis}});
 }
 
-void appendInt(std::string& out, int64_t value) { out += std::to_string(value); }
+// Between `low` and `high`, small values far more likely.
+int64_t skewed(SplitMix64& random, int64_t low, int64_t high) {
+  const double span = std::log(static_cast<double>(high) / static_cast<double>(low));
+  return static_cast<int64_t>(static_cast<double>(low) *
+                              std::exp(span * std::pow(random.unit(), 1.6)));
+}
 
-// A standard normal draw (Box-Muller), from two uniform draws.
-double normal(SplitMix64& random) {
-  const double u = 1.0 - random.unit();  // in (0, 1]
-  const double v = random.unit();
+double normal(SplitMix64& random) {  // Box-Muller
+  const double u = 1.0 - random.unit(), v = random.unit();
   return std::sqrt(-2.0 * std::log(u)) * std::cos(2.0 * std::numbers::pi * v);
 }
 
-// Text that looks like tool output and prose, for the Codex and Grok files.
-void appendFiller(std::string& raw, SplitMix64& random, size_t bytes) {
-  const size_t end = raw.size() + bytes;
-  while (raw.size() < end) {
-    switch (random.below(4)) {
-      case 0:
-        raw += "src/";
-        raw += pick(random, kFillerWords);
-        raw += '_';
-        raw += pick(random, kFillerWords);
-        raw += ".rs:";
-        raw += std::to_string(random.between(1, 900));
-        raw += ": ";
-        break;
-      case 1:
-        raw += "  \"";
-        raw += pick(random, kFillerWords);
-        raw += "\": ";
-        break;
-      default:
-        break;
+// Lines of tool output and prose, escaped for a JSON string: numbered source lines as a file
+// read shows them, shell output with terminal colours, prose with UTF-8, Windows paths.
+const std::vector<std::string>& textPool() {
+  static const std::vector<std::string> pool = [] {
+    SplitMix64 random{0x7e47};
+    std::vector<std::string> lines;
+    for (int i = 0; i < 512; ++i) {
+      std::string_view w[4];  // drawn one by one: the order of a call's arguments is unspecified
+      for (auto& word : w) word = pick(random, kWords);
+      const uint64_t n = random.below(2000);
+      const std::string raw =
+          i % 4 == 0   ? fmt::format("{:>6}→  const {}_{} = {}(\"{}\", {});\t// {}", i + 1, w[0],
+                                     w[1], w[2], w[3], n, w[0])
+          : i % 4 == 1 ? fmt::format("\x1b[32m✓\x1b[0m {} › {} ({} ms)", w[0], w[1], n)
+          : i % 4 == 2 ? fmt::format("The {} {} {} {} now {}.", w[0], w[1],
+                                     pick(random, kUnicodeWords), w[2], w[3])
+                       : fmt::format("C:\\src\\{}\\{}.ts\t{} KB", w[0], w[1], n);
+      const std::string escaped = Json(raw + '\n').dump();
+      lines.push_back(escaped.substr(1, escaped.size() - 2));
     }
-    for (auto words = random.between(4, 12); words > 0; --words) {
-      raw += pick(random, kFillerWords);
-      raw += ' ';
-    }
-    raw += random.chance(0.1) ? "→ ✓\n" : "\n";
-  }
+    return lines;
+  }();
+  return pool;
 }
 
-// Writes a file through a buffer of about a megabyte; throws filesystem_error naming the file.
-class FileWriter {
- public:
-  explicit FileWriter(const fs::path& path) : path_(path), file_(std::fopen(path.c_str(), "wb")) {
-    if (file_ == nullptr) fail("Cannot create file", errno);
-    buffer_.reserve(kFlushBytes + 256 * 1024);
-  }
-  FileWriter(const FileWriter&) = delete;
-  FileWriter& operator=(const FileWriter&) = delete;
-  ~FileWriter() {
-    if (file_ != nullptr) std::fclose(file_);
-  }
-
-  std::string& buffer() { return buffer_; }
-  uint64_t bytes() const { return written_ + buffer_.size(); }
-
-  void flushIfFull() {
-    if (buffer_.size() >= kFlushBytes) flush();
-  }
-
-  void close() {
-    flush();
-    std::FILE* file = file_;
-    file_ = nullptr;
-    if (std::fclose(file) != 0) fail("Cannot write file", errno);
-  }
-
- private:
-  static constexpr size_t kFlushBytes = 1 << 20;
-
-  void flush() {
-    if (std::fwrite(buffer_.data(), 1, buffer_.size(), file_) != buffer_.size()) {
-      fail("Cannot write file", errno);
-    }
-    written_ += buffer_.size();
-    buffer_.clear();
-  }
-
-  [[noreturn]] void fail(const char* what, int error) const {
-    throw fs::filesystem_error(what, path_, std::error_code(error, std::generic_category()));
-  }
-
-  fs::path path_;
-  std::FILE* file_;
-  std::string buffer_;
-  uint64_t written_ = 0;
-};
-
-struct Project {
-  std::string cwd;
-  std::string folder;  // the cwd with '/' and '.' turned into '-', as Claude Code names it
-};
-
-struct ClaudeFile {
-  size_t project = 0;
-  std::optional<size_t> parent;      // set for a subagent transcript
-  std::optional<size_t> resumeFrom;  // set for a session that resumes an earlier one
-  uint64_t bytes = 0;
-  int64_t startMillis = 0;
-  uint64_t seed = 0;
-  std::string sessionId;
-  std::string agentId;
-  bool keepReplies = false;  // another session resumes this one
-};
-
-// Log-normal sizes scaled to `total`, each clamped to the bounds.
-std::vector<uint64_t> heavyTailedSizes(SplitMix64& random, size_t count, uint64_t total,
-                                       const HomeGenerator::Options& options) {
-  std::vector<double> raw(count);
-  for (double& value : raw) value = std::exp(options.sizeSigma * normal(random));
-  const auto low = static_cast<double>(options.minFileBytes);
-  const auto high = static_cast<double>(std::max(options.minFileBytes, options.maxFileBytes));
-  double scale = static_cast<double>(total) / std::accumulate(raw.begin(), raw.end(), 0.0);
-  std::vector<uint64_t> sizes(count);
-  for (int round = 0; round < 60; ++round) {
-    double sum = 0;
-    for (size_t i = 0; i < count; ++i) {
-      const double size = std::clamp(raw[i] * scale, low, high);
-      sizes[i] = static_cast<uint64_t>(size);
-      sum += size;
-    }
-    if (std::abs(sum - static_cast<double>(total)) < 1e-4 * static_cast<double>(total)) break;
-    scale *= static_cast<double>(total) / sum;
-  }
-  return sizes;
+// Escaped text of about `bytes` bytes, from the pool.
+void poolText(SplitMix64& random, std::string& out, int64_t bytes) {
+  const auto& pool = textPool();
+  out.clear();
+  while (static_cast<int64_t>(out.size()) < bytes) out += pool[random.below(pool.size())];
 }
 
-int64_t clampStart(int64_t start, uint64_t bytes, int64_t windowStart, int64_t windowEnd) {
-  const auto duration = static_cast<int64_t>(static_cast<double>(bytes) * kSessionMillisPerByte) +
-                        kSessionMarginMillis;
-  return std::max(windowStart, std::min(start, windowEnd - duration));
-}
-
-// One Codex rollout: session meta, then turns of user message, reasoning, tool calls with their
-// output and token_count events (sometimes written twice, as the tool does), and a final answer.
-class CodexWriter {
- public:
-  CodexWriter(SplitMix64& random, HomeGenerator::Stats& stats) : random_(random), stats_(stats) {}
-
-  // The instant of the last line written.
-  int64_t clock() const { return clock_; }
-
-  void write(const fs::path& path, uint64_t targetBytes, int64_t startMillis,
-             const std::string& sessionId, const std::string& cwd) {
-    FileWriter file{path};
-    out_ = &file.buffer();
-    clock_ = startMillis;
-    model_ = pick(random_, kCodexModels);
-    total_ = {};
-    context_ = 0;
-
-    begin("session_meta");
-    *out_ += "{\"id\":\"" + sessionId + "\",\"timestamp\":\"" + timestamp(clock_) + "\",\"cwd\":";
-    TranscriptGenerator::appendJsonString(*out_, cwd);
-    *out_ +=
-        ",\"originator\":\"codex_cli_rs\",\"cli_version\":\"0.104.0\",\"source\":\"cli\","
-        "\"model_provider\":\"openai\",\"base_instructions\":{\"text\":";
-    text(6'000, 14'000);
-    *out_ +=
-        "},\"git\":{\"commit_hash\":\"" + hexDigits(random_, 40) + "\",\"branch\":\"main\"}}}\n";
-    ++stats_.lines;
-
-    do {
-      turn();
-      file.flushIfFull();
-    } while (file.bytes() < targetBytes);
-    file.close();
-    stats_.bytes += file.bytes();
-  }
-
- private:
-  struct Usage {
-    int64_t input = 0, cached = 0, output = 0, reasoning = 0;
+// Writes a whole file, replacing it; throws filesystem_error naming the file and the reason.
+void saveFile(const fs::path& path, const std::string& bytes, HomeGenerator::Stats& stats) {
+  struct Close {
+    void operator()(std::FILE* file) const { std::fclose(file); }
   };
-
-  void begin(std::string_view type) {
-    *out_ += "{\"timestamp\":\"" + timestamp(clock_) + "\",\"type\":\"";
-    *out_ += type;
-    *out_ += "\",\"payload\":";
+  const std::unique_ptr<std::FILE, Close> file{std::fopen(path.c_str(), "wb")};
+  if (!file || std::fwrite(bytes.data(), 1, bytes.size(), file.get()) != bytes.size() ||
+      std::fflush(file.get()) != 0) {
+    throw fs::filesystem_error("Cannot write file", path,
+                               std::error_code(errno, std::generic_category()));
   }
+  ++stats.files;
+  stats.bytes += bytes.size();
+  stats.largestFileBytes = std::max<uint64_t>(stats.largestFileBytes, bytes.size());
+}
 
-  void text(size_t low, size_t high) {
-    scratch_.clear();
-    appendFiller(scratch_, random_,
-                 static_cast<size_t>(
-                     random_.between(static_cast<int64_t>(low), static_cast<int64_t>(high))));
-    TranscriptGenerator::appendJsonString(*out_, scratch_);
+// Fills templates into the lines of one file, with a clock that never passes `end`.
+class LogWriter {
+ public:
+  LogWriter(SplitMix64& random, HomeGenerator::Stats& stats, int64_t start, int64_t end)
+      : random_(random), stats_(stats), clock_(start), end_(end) {}
+
+ protected:
+  void set(const std::string& name, int64_t value) { fields_[name] = std::to_string(value); }
+  void text(int64_t bytes) { poolText(random_, fields_["text"], bytes); }
+  void advance(int64_t low, int64_t high) {
+    clock_ = std::min(end_, clock_ + random_.between(low, high));
   }
-
-  void turn() {
-    clock_ += random_.between(20'000, 900'000);
-    begin("turn_context");
-    *out_ += "{\"turn_id\":\"" + uuid7(random_, clock_) +
-             "\",\"approval_policy\":\"on-request\",\"sandbox_policy\":{\"type\":"
-             "\"workspace-write\",\"network_access\":false},\"model\":\"";
-    *out_ += model_;
-    *out_ += "\",\"effort\":\"medium\",\"summary\":\"auto\"}}\n";
-    begin("event_msg");
-    *out_ += "{\"type\":\"user_message\",\"message\":";
-    text(40, 1'500);
-    *out_ += ",\"images\":[]}}\n";
-    stats_.lines += 2;
-
-    for (auto calls = random_.between(1, 8); calls > 0; --calls) {
-      clock_ += random_.between(2'000, 40'000);
-      begin("response_item");
-      *out_ += "{\"type\":\"reasoning\",\"summary\":[{\"type\":\"summary_text\",\"text\":";
-      text(60, 400);
-      *out_ += "}],\"content\":null,\"encrypted_content\":\"gAAAAA";
-      for (auto n = random_.between(800, 4'000); n > 0; --n) *out_ += kBase64[random_.below(64)];
-      *out_ += "\"}}\n";
-      tokenCount();
-      const std::string callId = "call_" + base62(24);
-      begin("response_item");
-      *out_ += "{\"type\":\"function_call\",\"name\":\"shell\",\"arguments\":";
-      TranscriptGenerator::appendJsonString(*out_, "{\"command\":[\"bash\",\"-lc\",\"rg -n " +
-                                                       std::string(pick(random_, kFillerWords)) +
-                                                       " src\"],\"workdir\":\"/Users/dev/code\"}");
-      *out_ += ",\"call_id\":\"" + callId + "\"}}\n";
-      clock_ += random_.between(100, 20'000);
-      // The output is a JSON document of its own, carried as a string.
-      std::string inner = "{\"output\":";
-      scratch_.clear();
-      appendFiller(
-          scratch_, random_,
-          static_cast<size_t>(std::exp(std::log(200.0) + std::log(150.0) * random_.unit())));
-      TranscriptGenerator::appendJsonString(inner, scratch_);
-      inner += ",\"metadata\":{\"exit_code\":0,\"duration_seconds\":0.";
-      inner += std::to_string(random_.between(1, 9));
-      inner += "}}";
-      begin("response_item");
-      *out_ += "{\"type\":\"function_call_output\",\"call_id\":\"" + callId + "\",\"output\":";
-      TranscriptGenerator::appendJsonString(*out_, inner);
-      *out_ += "}}\n";
-      stats_.lines += 3;
-    }
-    clock_ += random_.between(2'000, 30'000);
-    begin("response_item");
-    *out_ +=
-        "{\"type\":\"message\",\"role\":\"assistant\",\"content\":[{\"type\":\"output_text\","
-        "\"text\":";
-    text(200, 3'000);
-    *out_ += "}]}}\n";
-    begin("event_msg");
-    *out_ += "{\"type\":\"agent_message\",\"message\":\"Done.\"}}\n";
-    stats_.lines += 2;
-    tokenCount();
-  }
-
-  void tokenCount() {
-    Usage last;
-    // Each call sends the conversation so far, most of it cached; the tool compacts the
-    // conversation when it nears the model's window.
-    last.cached = context_ == 0 ? 0 : random_.between(context_ * 3 / 4, context_);
-    last.input = context_ + random_.between(500, 12'000);
-    context_ = last.input + random_.between(20, 3'000);
-    if (context_ > 220'000) context_ = random_.between(15'000, 30'000);
-    last.output = random_.between(20, 3'000);
-    last.reasoning = random_.between(0, last.output);
-    total_.input += last.input;
-    total_.cached += last.cached;
-    total_.output += last.output;
-    total_.reasoning += last.reasoning;
-    ++stats_.codexCalls;
-    // The tool often writes the same count twice in a row.
-    for (int copies = random_.chance(0.3) ? 2 : 1; copies > 0; --copies) {
-      begin("event_msg");
-      *out_ += "{\"type\":\"token_count\",\"info\":{\"total_token_usage\":";
-      usage(total_);
-      *out_ += ",\"last_token_usage\":";
-      usage(last);
-      *out_ +=
-          ",\"model_context_window\":258400},\"rate_limits\":{\"limit_id\":\"codex\","
-          "\"primary\":{\"used_percent\":";
-      appendInt(*out_, random_.between(0, 90));
-      *out_ += ".0,\"window_minutes\":300,\"resets_at\":";
-      appendInt(*out_, clock_ / 1000 + random_.between(60, 18'000));
-      *out_ += "},\"secondary\":{\"used_percent\":";
-      appendInt(*out_, random_.between(0, 90));
-      *out_ += ".0,\"window_minutes\":10080,\"resets_at\":";
-      appendInt(*out_, clock_ / 1000 + random_.between(3'600, 604'800));
-      *out_ += "},\"plan_type\":\"plus\"}}}\n";
-      ++stats_.lines;
-      ++stats_.codexTokenCounts;
-    }
-  }
-
-  void usage(const Usage& u) {
-    *out_ += "{\"input_tokens\":";
-    appendInt(*out_, u.input);
-    *out_ += ",\"cached_input_tokens\":";
-    appendInt(*out_, u.cached);
-    *out_ += ",\"output_tokens\":";
-    appendInt(*out_, u.output);
-    *out_ += ",\"reasoning_output_tokens\":";
-    appendInt(*out_, u.reasoning);
-    *out_ += ",\"total_tokens\":";
-    appendInt(*out_, u.input + u.output);
-    *out_ += '}';
-  }
-
-  std::string base62(size_t length) {
-    std::string id;
-    for (size_t i = 0; i < length; ++i) id += kBase62[random_.below(kBase62.size())];
-    return id;
+  // Appends one line with a fresh uuid and the clock's time, and makes it the parent of the next
+  // line; returns where it starts.
+  size_t line(std::string_view pattern) {
+    fields_["uuid"] = uuid4(random_);
+    fields_["ts"] = timestamp(clock_);
+    const size_t start = out_.size();
+    fillIn(out_, pattern, fields_);
+    out_ += '\n';
+    fields_["parent"] = '"' + fields_["uuid"] + '"';
+    ++stats_.lines;
+    return start;
   }
 
   SplitMix64& random_;
   HomeGenerator::Stats& stats_;
-  std::string* out_ = nullptr;
-  std::string scratch_;
-  std::string_view model_;
-  int64_t clock_ = 0;
-  Usage total_;
-  int64_t context_ = 0;
+  int64_t clock_;
+  int64_t end_;
+  Fields fields_;
+  std::string out_;
 };
 
-// One Grok Build session document: its turns with prompt, answer and per-model usage. The last
-// turn of some sessions is still running (no `endedAt`).
-int64_t writeGrok(const fs::path& path, uint64_t targetBytes, int64_t startMillis,
-                  const std::string& sessionId, const std::string& cwd, SplitMix64& random,
-                  HomeGenerator::Stats& stats) {
-  FileWriter file{path};
-  std::string& out = file.buffer();
-  int64_t clock = startMillis;
-  out += "{\"sessionId\":\"" + sessionId + "\",\"cwd\":";
-  TranscriptGenerator::appendJsonString(out, cwd);
-  out += ",\"createdAt\":\"" + timestamp(clock) + "\",\"turns\":[";
-  const bool lastRunning = random.chance(0.3);
-  std::string raw;
-  for (int64_t turn = 1; turn == 1 || file.bytes() < targetBytes; ++turn) {
-    if (turn > 1) out += ',';
-    clock += random.between(30'000, 1'200'000);
-    out += "{\"turnNumber\":";
-    appendInt(out, turn);
-    out += ",\"startedAt\":\"" + timestamp(clock) + "\",\"prompt\":";
-    raw.clear();
-    appendFiller(raw, random, static_cast<size_t>(random.between(40, 1'200)));
-    TranscriptGenerator::appendJsonString(out, raw);
-    out += ",\"response\":";
-    raw.clear();
-    appendFiller(raw, random, static_cast<size_t>(random.between(300, 12'000)));
-    TranscriptGenerator::appendJsonString(out, raw);
-    clock += random.between(5'000, 300'000);
-    const bool running = lastRunning && file.bytes() + 4'000 >= targetBytes;
-    if (!running) out += ",\"endedAt\":\"" + timestamp(clock) + "\"";
-    out += ",\"modelUsage\":{";
-    const size_t models = random.chance(0.2) ? 2 : 1;
-    for (size_t m = 0; m < models; ++m) {
-      if (m > 0) out += ',';
-      out += '"';
-      out += kGrokModels[m];
-      const int64_t input = random.between(2'000, 90'000);
-      const int64_t cached = random.between(0, input);
-      const int64_t output = random.between(50, 6'000);
-      out += "\":{\"inputTokens\":";
-      appendInt(out, input);
-      out += ",\"cachedReadTokens\":";
-      appendInt(out, cached);
-      out += ",\"cacheCreationTokens\":0,\"outputTokens\":";
-      appendInt(out, output);
-      out += ",\"reasoningTokens\":";
-      appendInt(out, random.between(0, output));
-      out += ",\"costUsdTicks\":";
-      appendInt(out, (input - cached) * 2'000 + cached * 500 + output * 15'000);
-      out += '}';
+struct ClaudeSession {
+  std::string id;
+  std::string cwd;
+  std::string agentId;  // set for a subagent transcript
+  int64_t startMillis = 0;
+};
+
+// A Claude Code session: prompts, replies streamed over 1–3 lines, tool calls and their results,
+// system lines. Some replies are written again verbatim, and some assistant lines have no usage
+// (the tool's own "<synthetic>" notes).
+class ClaudeWriter : LogWriter {
+ public:
+  ClaudeWriter(SplitMix64& random, HomeGenerator::Stats& stats, const ClaudeSession& session,
+               int64_t end)
+      : LogWriter(random, stats, session.startMillis, end) {
+    const bool subagent = !session.agentId.empty();
+    fields_ = {{"parent", "null"},
+               {"sidechain", subagent ? "true" : "false"},
+               {"cwd", session.cwd},
+               {"session", session.id},
+               {"branch", random.chance(0.3) ? "feature/" + words(random, 1) : "main"},
+               {"agent", subagent ? "\"agentId\":\"" + session.agentId + "\"," : ""},
+               {"slug", words(random, 3)},
+               {"command", words(random, 6)}};
+    std::replace(fields_["slug"].begin(), fields_["slug"].end(), ' ', '-');
+    if (subagent) models_ = {"claude-haiku-4-5-20251001", "claude-sonnet-4-5-20250929"};
+    oneHourCache_ = random.chance(0.3);
+  }
+
+  void write(const fs::path& path, uint64_t targetBytes) {
+    if (random_.chance(0.1)) line(kSummary);
+    prompt();
+    do {
+      const bool toolCall = reply();
+      if (random_.chance(0.01)) synthetic();
+      if (random_.chance(0.02)) {  // a recent reply's last line, written once more
+        out_ += finals_[random_.below(finals_.size())];
+        ++stats_.lines, ++stats_.assistantLines, ++stats_.repeatedLines;
+      }
+      if (toolCall) {
+        advance(100, 30'000);
+        text(skewed(random_, 256, 25'000));  // written twice: for the model and in toolUseResult
+        line(kToolResult);
+      } else {
+        set("duration", random_.between(2'000, 400'000));
+        line(kTurnDuration);
+        prompt();
+      }
+    } while (out_.size() < targetBytes);
+    saveFile(path, out_, stats_);
+  }
+
+ private:
+  void prompt() {
+    advance(5'000, 600'000);
+    text(skewed(random_, 40, 1'500));
+    line(kPrompt);
+  }
+
+  // One reply over 1–3 lines sharing its ids, one content block each; only the last line has the
+  // final output count. Returns whether it ends with a tool call.
+  bool reply() {
+    fields_["model"] = pick(random_, models_);
+    fields_["msg"] = "msg_01" + letters(random_, kBase62, 22);
+    fields_["req"] = "req_011C" + letters(random_, kBase62, 20);
+    const int64_t input = random_.between(1, 12), cacheRead = context_;
+    const int64_t cacheWrite = skewed(random_, 150, 8'000);
+    const int64_t cacheWrite5m = oneHourCache_ ? 0 : cacheWrite,
+                  output = skewed(random_, 12, 3'000);
+    const TokenCounts tokens{input, cacheRead, cacheWrite5m, cacheWrite - cacheWrite5m, output, 0};
+    context_ += cacheWrite;
+    if (context_ > 180'000) context_ = random_.between(15'000, 40'000);  // compacted
+    set("in", input), set("cr", cacheRead), set("cw", cacheWrite);
+    set("cw5m", tokens.cacheWrite5m), set("cw1h", tokens.cacheWrite1h);
+
+    const bool toolCall = random_.chance(0.75);
+    const auto count = random_.between(1, 3);
+    for (int64_t i = 0; i < count; ++i) {
+      const bool last = i + 1 == count;
+      std::string& block = fields_["block"];
+      block.clear();
+      if (last && toolCall) {
+        fields_["tool"] = "toolu_01" + letters(random_, kBase62, 22);
+        fields_["command"] = "rg -n " + words(random_, 2);
+        fillIn(block, kToolUseBlock, fields_);
+      } else if (i == 0 && count > 1) {
+        fields_["blob"] = letters(random_, kBase64, static_cast<size_t>(skewed(random_, 200, 900)));
+        text(skewed(random_, 100, 3'000));
+        fillIn(block, kThinkingBlock, fields_);
+      } else {
+        text(skewed(random_, 40, 2'000));
+        fillIn(block, kTextBlock, fields_);
+      }
+      set("out", last ? tokens.output : std::min(tokens.output, random_.between(1, 30)));
+      advance(200, 15'000);
+      const size_t start = line(kAssistant);
+      ++stats_.assistantLines;
+      if (last) finals_.emplace_back(out_, start);
+      if (finals_.size() > 4) finals_.pop_front();
     }
-    out += "}}";
-    ++stats.grokTurns;
-    if (!running) stats.grokModelUsages += models;
-    file.flushIfFull();
+    fields_["assistant"] = fields_["uuid"];
+    ++stats_.claude.replies;
+    stats_.claude.tokens += tokens;
+    return toolCall;
+  }
+
+  void synthetic() {
+    fields_["msg"] = uuid4(random_);
+    for (const char* name : {"in", "cr", "cw", "cw5m", "cw1h", "out"}) set(name, 0);
+    fields_["block"] = R"({"type":"text","text":"No response requested."})";
+    const std::string model = std::exchange(fields_["model"], "<synthetic>");
+    line(kAssistant);
+    fields_["model"] = model;
+  }
+
+  std::vector<std::string_view> models_ = {"claude-opus-4-6", "claude-opus-4-6", "claude-opus-4-6",
+                                           "claude-haiku-4-5-20251001",
+                                           "claude-sonnet-4-5-20250929"};
+  bool oneHourCache_ = false;
+  int64_t context_ = 0;
+  std::deque<std::string> finals_;  // the last lines of recent replies
+};
+
+// A Codex session log: its meta line, then turns of context (with the model), the user's
+// message, and model calls with reasoning and tool output. Each call logs the cumulative token
+// totals, often twice, with the rate limits.
+class CodexWriter : LogWriter {
+ public:
+  CodexWriter(SplitMix64& random, HomeGenerator::Stats& stats, int64_t start, int64_t end,
+              const std::string& session, const std::string& cwd)
+      : LogWriter(random, stats, start, end) {
+    fields_ = {{"session", session},
+               {"cwd", cwd},
+               {"hash", letters(random, "0123456789abcdef", 40)},
+               {"model", random.chance(0.7) ? "gpt-5.3-codex" : "gpt-5.5"}};
+  }
+
+  void write(const fs::path& path, uint64_t targetBytes) {
+    text(random_.between(4'000, 12'000));
+    line(kCodexMeta);
+    line(kCodexNoCount);
+    do {
+      advance(20'000, 900'000);
+      fields_["turn"] = uuid7(random_, clock_);
+      line(kCodexTurn);
+      text(skewed(random_, 40, 1'500));
+      line(kCodexUserMessage);
+      for (auto calls = random_.between(1, 6); calls > 0; --calls) {
+        advance(2'000, 40'000);
+        fields_["blob"] = "gAAAAA" + letters(random_, kBase64, random_.between(800, 4'000));
+        line(kCodexReasoning);
+        tokenCount();
+        advance(100, 20'000);
+        fields_["call"] = "call_" + letters(random_, kBase62, 24);
+        text(skewed(random_, 200, 30'000));
+        line(kCodexCallOutput);
+      }
+    } while (out_.size() < targetBytes);
+    saveFile(path, out_, stats_);
+  }
+
+ private:
+  // One model call: the conversation so far is sent again, most of it from the cache.
+  void tokenCount() {
+    const int64_t cached = context_ == 0 ? 0 : random_.between(context_ * 3 / 4, context_);
+    const int64_t input = context_ + random_.between(500, 12'000);
+    context_ = input + random_.between(20, 3'000);
+    if (context_ > 220'000) context_ = random_.between(15'000, 30'000);  // compacted
+    const int64_t output = random_.between(20, 3'000), reasoning = random_.between(0, output);
+    const TokenCounts last{input - cached, cached, 0, 0, output, reasoning};
+    total_ += last;
+    ++stats_.codex.replies;
+    stats_.codex.tokens += last;
+
+    for (auto [name, tokens] : {std::pair{"total", total_}, std::pair{"last", last}}) {
+      fields_[name].clear();
+      fillIn(fields_[name], kCodexUsage, tokenFields(tokens));
+    }
+    fields_["primary"] = fmt::format("{}.0", random_.between(0, 90));
+    fields_["secondary"] = fmt::format("{}.0", random_.between(0, 90));
+    set("primaryReset", clock_ / 1000 + random_.between(60, 18'000));
+    set("secondaryReset", clock_ / 1000 + random_.between(3'600, 604'800));
+    for (int copies = random_.chance(0.3) ? 2 : 1; copies > 0; --copies) {
+      line(kCodexCount);
+      ++stats_.codexTokenCounts;
+    }
+  }
+
+  int64_t context_ = 0;
+  TokenCounts total_;
+};
+
+// A Grok Build session document: turns with prompt, answer and per-model usage. The last turn of
+// some sessions is still running (no `endedAt`), so it does not count yet.
+void writeGrok(SplitMix64& random, HomeGenerator::Stats& stats, const fs::path& path,
+               uint64_t targetBytes, int64_t clock, int64_t end, const std::string& cwd) {
+  const std::string created = timestamp(clock);
+  Fields fields{{"session", uuid4(random)}, {"cwd", cwd}};
+  std::string& turns = fields["turns"];
+  const bool lastRunning = random.chance(0.3);
+  for (int64_t turn = 1; turn == 1 || turns.size() < targetBytes; ++turn) {
+    const bool running = lastRunning && turns.size() + 8'000 >= targetBytes;
+    clock = std::min(end, clock + random.between(30'000, 1'200'000));
+    fields["turn"] = std::to_string(turn);
+    fields["ts"] = timestamp(clock);
+    fields["command"] = words(random, 12);
+    poolText(random, fields["text"], random.between(300, 12'000));
+    clock = std::min(end, clock + random.between(5'000, 300'000));
+    fields["ended"] = running ? "" : ",\"endedAt\":\"" + timestamp(clock) + "\"";
+    std::string& usage = fields["usage"] = "{";
+    for (const char* model : {"grok-code-fast-1", "grok-4-fast-reasoning"}) {
+      if (usage.size() > 1 && random.chance(0.8)) break;
+      const int64_t input = random.between(2'000, 90'000), cached = random.between(0, input);
+      const int64_t output = random.between(50, 6'000), written = random.between(0, 2'000);
+      const TokenCounts tokens{input - cached,           cached, written, 0, output,
+                               random.between(0, output)};
+      Fields values = tokenFields(tokens);
+      values["model"] = model;
+      values["ticks"] = std::to_string(tokens.processed() * 3'000);
+      if (usage.size() > 1) usage += ',';
+      fillIn(usage, kGrokUsage, values);
+      if (!running) {
+        ++stats.grok.replies;
+        stats.grok.tokens += tokens;
+      }
+    }
+    usage += '}';
+    if (turn > 1) turns += ',';
+    fillIn(turns, kGrokTurn, fields);
     if (running) break;
   }
-  out += "]}\n";
-  ++stats.lines;
-  file.close();
-  stats.bytes += file.bytes();
-  return clock;
+  fields["ts"] = created;
+  std::string document;
+  fillIn(document, kGrokSession, fields);
+  saveFile(path, document + '\n', stats);
+  ++stats.lines, ++stats.grokFiles;
 }
 
-uint64_t percentile(const std::vector<uint64_t>& sorted, double fraction) {
-  if (sorted.empty()) return 0;
-  const auto index = static_cast<size_t>(fraction * static_cast<double>(sorted.size() - 1));
-  return sorted[index];
+std::string folderOf(std::string cwd) {  // as Claude Code names a project's folder
+  std::replace(cwd.begin(), cwd.end(), '/', '-');
+  std::replace(cwd.begin(), cwd.end(), '.', '-');
+  return cwd;
 }
 
 }  // namespace
 
-HomeGenerator::HomeGenerator(uint64_t seed) : seed_(seed) {}
+HomeGenerator::HomeGenerator(uint64_t seed) : random_(seed) {}
 
-std::optional<int64_t> HomeGenerator::dayNumber(std::string_view text) {
-  if (text.size() != 10 || text[4] != '-' || text[7] != '-') return std::nullopt;
-  auto digits = [&](size_t from, size_t count) -> std::optional<int> {
-    int value = 0;
-    for (size_t i = from; i < from + count; ++i) {
-      if (text[i] < '0' || text[i] > '9') return std::nullopt;
-      value = value * 10 + (text[i] - '0');
-    }
-    return value;
-  };
-  const auto year = digits(0, 4), month = digits(5, 2), day = digits(8, 2);
-  if (!year || !month || !day) return std::nullopt;
-  const std::chrono::year_month_day date{std::chrono::year{*year},
-                                         std::chrono::month{static_cast<unsigned>(*month)},
-                                         std::chrono::day{static_cast<unsigned>(*day)}};
-  if (!date.ok()) return std::nullopt;
-  return std::chrono::sys_days{date}.time_since_epoch().count();
-}
-
-int64_t HomeGenerator::today() {
-  return std::chrono::floor<std::chrono::days>(std::chrono::system_clock::now())
-      .time_since_epoch()
-      .count();
+HomeGenerator::Stats HomeGenerator::writeTranscript(const fs::path& path, uint64_t bytes) {
+  Stats stats;
+  const ClaudeSession session{uuid4(random_), "/home/dev/code/harbor-api", "",
+                              1'767'225'600'000};  // 2026-01-01T00:00:00Z
+  ClaudeWriter{random_, stats, session, std::numeric_limits<int64_t>::max() / 2}.write(path, bytes);
+  stats.claudeFiles = 1;
+  return stats;
 }
 
 HomeGenerator::Stats HomeGenerator::write(const fs::path& home, const Options& options) {
   if (options.claudeFiles == 0 || options.projects == 0 || options.days <= 0) {
-    throw std::invalid_argument("A home needs at least one Claude file, project and day");
+    throw std::invalid_argument("A home needs at least one Claude transcript, project and day");
   }
-  SplitMix64 random{seed_};
-  Stats stats;
-  stats.firstMillis = std::numeric_limits<int64_t>::max();
+  const ProviderLocations where{home};
   const int64_t windowStart = (options.endDay - options.days + 1) * kDayMillis;
   const int64_t windowEnd = (options.endDay + 1) * kDayMillis - 1;
-  auto randomStart = [&] {
-    const int64_t day = options.endDay - options.days + 1 + random.between(0, options.days - 1);
-    return day * kDayMillis + random.between(7 * 3'600'000, 23 * 3'600'000);
+  // A start in the window (or soon after `after`), early enough for `bytes` to end in it.
+  const auto startFor = [&](uint64_t bytes, std::optional<int64_t> after = std::nullopt) {
+    int64_t start =
+        after ? *after : windowStart + random_.between(0, options.days - 1) * kDayMillis;
+    start +=
+        after ? random_.between(60'000, 3'600'000) : random_.between(7 * 3'600'000, 23 * 3'600'000);
+    return std::max(windowStart,
+                    std::min(start, windowEnd - static_cast<int64_t>(bytes) * kMillisPerByte));
   };
-
-  // Projects, named the way Claude Code names their folders.
-  std::vector<Project> projects;
-  std::vector<double> weights;
-  std::set<std::string> names;
+  std::vector<std::string> projects;
   for (size_t i = 0; i < options.projects; ++i) {
-    std::string name =
-        std::string(pick(random, kProjectWords)) + std::string(pick(random, kProjectSuffixes));
-    if (!names.insert(name).second) name += "-" + std::to_string(i);
-    Project project{"/Users/dev/code/" + name, {}};
-    project.folder = project.cwd;
-    std::replace(project.folder.begin(), project.folder.end(), '/', '-');
-    std::replace(project.folder.begin(), project.folder.end(), '.', '-');
-    projects.push_back(std::move(project));
-    weights.push_back(1.0 / std::pow(static_cast<double>(i + 1), 0.9));
+    const size_t round = i / kWords.size();
+    projects.push_back(fmt::format("/home/dev/code/{}{}", kWords[i % kWords.size()],
+                                   round == 0 ? "" : fmt::format("-{}", round + 1)));
   }
-  const double weightSum = std::accumulate(weights.begin(), weights.end(), 0.0);
+  Stats stats;
 
-  // The Claude files: project, kind, parent or resumed session.
-  std::vector<ClaudeFile> files(options.claudeFiles);
-  std::vector<std::vector<size_t>> mainSessions(projects.size());
-  for (size_t i = 0; i < files.size(); ++i) {
-    ClaudeFile& file = files[i];
-    double draw = random.unit() * weightSum;
-    while (file.project + 1 < projects.size() && draw >= weights[file.project]) {
-      draw -= weights[file.project++];
-    }
-    file.seed = random.next();
-    const std::vector<size_t>& earlier = mainSessions[file.project];
-    if (!earlier.empty() && random.chance(options.subagentShare)) {
-      file.parent = earlier[random.below(earlier.size())];
-      file.sessionId = files[*file.parent].sessionId;
-      file.agentId = "a" + hexDigits(random, 6);
-      continue;
-    }
-    file.sessionId = uuid4(random);
-    if (!earlier.empty() && random.chance(options.resumedShare)) {
-      file.resumeFrom = earlier.back();
-      files[earlier.back()].keepReplies = true;
-    }
-    mainSessions[file.project].push_back(i);
-  }
-
-  // Codex and Grok take their share of the bytes first, log-uniform between their bounds (about
-  // 1% of a 1 GB home), scaled down to a tenth of the home when they would take more; the Claude
-  // files share the rest.
-  auto logUniform = [&](uint64_t low, uint64_t high) {
-    const double a = std::log(static_cast<double>(std::max<uint64_t>(1, low)));
-    const double b = std::log(static_cast<double>(std::max(low, high)));
-    return std::exp(a + (b - a) * random.unit());
-  };
-  std::vector<double> codexDraws, grokDraws;
-  double otherBytes = 0;
+  // Codex and Grok take about 1% of the bytes, the transcripts the rest.
+  const auto total = static_cast<double>(options.totalBytes);
   for (size_t i = 0; i < options.codexFiles; ++i) {
-    codexDraws.push_back(logUniform(options.codexMinFileBytes, options.codexMaxFileBytes));
-    otherBytes += codexDraws.back();
-  }
-  for (size_t i = 0; i < options.grokFiles; ++i) {
-    grokDraws.push_back(logUniform(options.grokMinFileBytes, options.grokMaxFileBytes));
-    otherBytes += grokDraws.back();
-  }
-  const double scale =
-      std::min(1.0, 0.1 * static_cast<double>(options.totalBytes) / std::max(1.0, otherBytes));
-  std::vector<uint64_t> codexSizes, grokSizes;
-  for (double draw : codexDraws) codexSizes.push_back(static_cast<uint64_t>(scale * draw));
-  for (double draw : grokDraws) grokSizes.push_back(static_cast<uint64_t>(scale * draw));
-
-  // Codex rollouts, the last ones archived, and Grok sessions.
-  CodexWriter codex{random, stats};
-  for (size_t i = 0; i < codexSizes.size(); ++i) {
-    const int64_t start = clampStart(randomStart(), codexSizes[i] * 2, windowStart, windowEnd);
-    const std::string when = timestamp(start);
-    const std::string id = uuid7(random, start);
+    const auto bytes = static_cast<uint64_t>(std::max(
+        20'000.0,
+        total * 0.008 / static_cast<double>(options.codexFiles) * std::exp(0.7 * normal(random_))));
+    const int64_t start = startFor(bytes);
+    const std::string id = uuid7(random_, start), when = timestamp(start);
     std::string name = "rollout-" + when.substr(0, 19) + "-" + id + ".jsonl";
-    std::replace(name.begin() + 19, name.end(), ':', '-');
-    fs::path dir = home / ".codex";
-    dir = i + 3 >= codexSizes.size() && codexSizes.size() > 3
-              ? dir / "archived_sessions"
-              : dir / "sessions" / when.substr(0, 4) / when.substr(5, 2) / when.substr(8, 2);
+    std::replace(name.begin(), name.end(), ':', '-');
+    const fs::path dir =
+        where.codexSessions().front() / when.substr(0, 4) / when.substr(5, 2) / when.substr(8, 2);
     fs::create_directories(dir);
-    codex.write(dir / name, codexSizes[i], start, id, projects[random.below(projects.size())].cwd);
-    stats.firstMillis = std::min(stats.firstMillis, start);
-    stats.lastMillis = std::max(stats.lastMillis, codex.clock());
+    const std::string& cwd = projects[random_.below(projects.size())];
+    CodexWriter{random_, stats, start, windowEnd, id, cwd}.write(dir / name, bytes);
     ++stats.codexFiles;
   }
-  for (uint64_t bytes : grokSizes) {
-    const int64_t start = clampStart(randomStart(), bytes * 40, windowStart, windowEnd);
-    const fs::path dir = home / ".grok" / "sessions";
-    fs::create_directories(dir);
-    const std::string id = uuid4(random);
-    const int64_t end = writeGrok(dir / (id + ".json"), bytes, start, id,
-                                  projects[random.below(projects.size())].cwd, random, stats);
-    stats.firstMillis = std::min(stats.firstMillis, start);
-    stats.lastMillis = std::max(stats.lastMillis, end);
-    ++stats.grokFiles;
+  fs::create_directories(where.grokSessions());
+  for (size_t i = 0; i < options.grokFiles; ++i) {
+    const auto bytes = static_cast<uint64_t>(std::max(
+        3'000.0,
+        total * 0.0005 / static_cast<double>(options.grokFiles) * std::exp(0.5 * normal(random_))));
+    const fs::path path = where.grokSessions() / (uuid4(random_) + ".json");
+    const int64_t start = startFor(bytes * 40);
+    writeGrok(random_, stats, path, bytes, start, windowEnd,
+              projects[random_.below(projects.size())]);
   }
 
-  const uint64_t claudeBytes =
-      options.totalBytes > stats.bytes ? options.totalBytes - stats.bytes : options.totalBytes / 2;
-  // A subagent bigger than its parent swaps sizes with it: subagents do a part of their
-  // session's work.
-  std::vector<uint64_t> sizes = heavyTailedSizes(random, files.size(), claudeBytes, options);
-  for (size_t i = 0; i < files.size(); ++i) files[i].bytes = sizes[i];
-  for (ClaudeFile& file : files) {
-    if (file.parent && file.bytes > files[*file.parent].bytes) {
-      std::swap(file.bytes, files[*file.parent].bytes);
-    }
+  // Log-normal transcript sizes, clamped, scaled so that together they make the rest.
+  const double claudeBytes = std::max(total / 2, total - static_cast<double>(stats.bytes));
+  std::vector<double> sizes(options.claudeFiles);
+  for (double& size : sizes) size = std::exp(options.sizeSigma * normal(random_));
+  const auto low = static_cast<double>(options.minFileBytes);
+  const auto high = static_cast<double>(std::max(options.minFileBytes, options.maxFileBytes));
+  for (int round = 0; round < 60; ++round) {
+    double sum = 0;
+    for (const double size : sizes) sum += std::clamp(size, low, high);
+    if (std::abs(sum - claudeBytes) < 1e-4 * claudeBytes) break;
+    for (double& size : sizes) size *= claudeBytes / sum;
   }
 
-  // Start times: main sessions anywhere in the window, resumed ones after the session they
-  // resume, subagents while their parent runs.
-  for (ClaudeFile& file : files) {
-    int64_t start = 0;
-    if (file.parent) {
-      const ClaudeFile& parent = files[*file.parent];
-      const auto parentLength =
-          static_cast<int64_t>(static_cast<double>(parent.bytes) * kSessionMillisPerByte);
-      start = parent.startMillis + random.between(0, std::max<int64_t>(1, parentLength));
-    } else if (file.resumeFrom) {
-      const ClaudeFile& source = files[*file.resumeFrom];
-      start = source.startMillis +
-              static_cast<int64_t>(static_cast<double>(source.bytes) * kSessionMillisPerByte) +
-              random.between(600'000, 3 * kDayMillis);
+  // Projects are picked with skewed weights, so a few hold most sessions. A subagent's transcript
+  // sits in a folder named after the session it belongs to, whose id it carries.
+  std::vector<ClaudeSession> sessions;
+  for (const double size : sizes) {
+    const auto bytes = static_cast<uint64_t>(std::clamp(size, low, high));
+    ClaudeSession session;
+    fs::path path;
+    if (!sessions.empty() && random_.chance(options.subagentShare)) {
+      session = sessions[random_.below(sessions.size())];
+      session.agentId = "a" + letters(random_, "0123456789abcdef", 6);
+      session.startMillis = startFor(bytes, session.startMillis);
+      path = where.claudeProjects() / folderOf(session.cwd) / session.id / "subagents" /
+             ("agent-" + session.agentId + ".jsonl");
+      ++stats.subagentFiles;
     } else {
-      start = randomStart();
+      const auto project =
+          static_cast<size_t>(static_cast<double>(projects.size()) * std::pow(random_.unit(), 2.5));
+      session = {uuid4(random_), projects[project], "", startFor(bytes)};
+      sessions.push_back(session);
+      path = where.claudeProjects() / folderOf(session.cwd) / (session.id + ".jsonl");
     }
-    file.startMillis = clampStart(start, file.bytes, windowStart, windowEnd);
-  }
-
-  // Claude transcripts.
-  std::vector<std::vector<std::string>> kept(files.size());
-  std::vector<bool> projectUsed(projects.size());
-  int64_t surplus = 0;
-  for (size_t i = 0; i < files.size(); ++i) {
-    const ClaudeFile& plan = files[i];
-    const Project& project = projects[plan.project];
-    fs::path dir = home / ".claude" / "projects" / project.folder;
-    fs::path path = dir / (plan.sessionId + ".jsonl");
-    if (plan.parent) {
-      dir = dir / plan.sessionId / "subagents";
-      path = dir / ("agent-" + plan.agentId + ".jsonl");
-    }
-    fs::create_directories(dir);
-    projectUsed[plan.project] = true;
-
-    TranscriptGenerator generator{plan.seed};
-    TranscriptGenerator::Options session;
-    session.sessionId = plan.sessionId;
-    session.cwd = project.cwd;
-    session.isSidechain = plan.parent.has_value();
-    session.startUnixMillis = plan.startMillis;
-    SplitMix64 local{plan.seed ^ 0x5bd1e995};
-    if (local.chance(0.3)) session.gitBranch = "feature/" + std::string(pick(local, kFillerWords));
-    if (plan.parent) session.models = {"claude-haiku-4-5-20251001", "claude-sonnet-4-5-20250929"};
-
-    FileWriter file{path};
-    std::string& out = file.buffer();
-    if (plan.resumeFrom) {
-      // The tool opens a resumed session with the earlier session's last replies.
-      const std::vector<std::string>& copies = kept[*plan.resumeFrom];
-      const size_t count = std::min<size_t>(copies.size(), 2 + local.below(kKeptReplies - 1));
-      for (size_t c = copies.size() - count; c < copies.size(); ++c) out += copies[c];
-      stats.copiedLines += count;
-      stats.assistantLines += count;
-      stats.lines += count;
-      ++stats.resumedFiles;
-    }
-    // A session overshoots its target by up to a line, and small ones by more (a prompt and a
-    // whole first reply), so the surplus so far is taken off the next file's target.
-    const auto copied = static_cast<int64_t>(out.size());
-    const auto planned = static_cast<int64_t>(plan.bytes);
-    const int64_t target =
-        std::max<int64_t>(1'000, planned - copied - std::clamp<int64_t>(surplus, 0, planned / 2));
-    std::vector<std::string>* keep = plan.keepReplies ? &kept[i] : nullptr;
-    auto remember = [&](size_t lineStart) {
-      if (keep == nullptr || generator.replyOpen()) return;
-      keep->emplace_back(out, lineStart);
-      if (keep->size() > kKeptReplies) keep->erase(keep->begin());
-    };
-    generator.beginSession(session);
-    while (generator.stats().bytes < static_cast<uint64_t>(target)) {
-      const size_t lineStart = out.size();
-      if (generator.appendNextLine(out) == TranscriptGenerator::LineKind::assistant) {
-        remember(lineStart);
-      }
-      file.flushIfFull();
-    }
-    while (generator.replyOpen()) {
-      const size_t lineStart = out.size();
-      generator.appendAssistantLine(out);
-      remember(lineStart);
-    }
-    file.close();
-
-    const TranscriptGenerator::Stats& written = generator.stats();
-    stats.lines += written.lines;
-    stats.assistantLines += written.assistantLines;
-    stats.replies += written.replies;
-    stats.repeatedLines += written.repeatedLines;
-    surplus += static_cast<int64_t>(file.bytes()) - planned;
-    sizes[i] = file.bytes();
-    stats.bytes += file.bytes();
-    stats.claudeBytes += file.bytes();
+    fs::create_directories(path.parent_path());
+    ClaudeWriter{random_, stats, session, windowEnd}.write(path, bytes);
     ++stats.claudeFiles;
-    if (plan.parent) ++stats.subagentFiles;
-    stats.firstMillis = std::min(stats.firstMillis, plan.startMillis);
-    stats.lastMillis = std::max(stats.lastMillis, generator.clockMillis());
   }
-  stats.projects = static_cast<uint64_t>(std::count(projectUsed.begin(), projectUsed.end(), true));
-
-  stats.files = stats.claudeFiles + stats.codexFiles + stats.grokFiles;
-  std::sort(sizes.begin(), sizes.end());
-  stats.medianFileBytes = percentile(sizes, 0.5);
-  stats.p90FileBytes = percentile(sizes, 0.9);
-  stats.p99FileBytes = percentile(sizes, 0.99);
-  stats.largestFileBytes = sizes.back();
-  const size_t top = std::max<size_t>(1, sizes.size() / 100);
-  const uint64_t topBytes =
-      std::accumulate(sizes.end() - static_cast<ptrdiff_t>(top), sizes.end(), uint64_t{0});
-  stats.top1PercentShare =
-      static_cast<double>(topBytes) / static_cast<double>(std::max<uint64_t>(1, stats.claudeBytes));
   return stats;
 }
 

@@ -2,16 +2,15 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <map>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "HomeGenerator.hpp"
-#include "ingest/ProviderLocations.hpp"
-#include "ingest/UsageIngestor.hpp"
-#include "store/UsageStore.hpp"
+#include "platform/ChildProcess.hpp"
+#include "platform/Json.hpp"
 #include "support/TempDir.hpp"
 
 namespace brimlog {
@@ -19,87 +18,81 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int64_t kEndDay = 20'513;  // 2026-03-01
-
 HomeGenerator::Options smallHome() {
   HomeGenerator::Options options;
-  options.totalBytes = 6'000'000;
-  options.claudeFiles = 120;
-  options.projects = 8;
-  options.days = 30;
-  options.endDay = kEndDay;
+  options.totalBytes = 4'000'000;
+  options.claudeFiles = 60;
+  options.projects = 5;
   options.subagentShare = 0.2;
-  options.resumedShare = 0.25;
-  options.maxFileBytes = 2'000'000;
-  options.codexFiles = 2;  // each about 60 model calls long
-  options.codexMinFileBytes = 250'000;
-  options.codexMaxFileBytes = 250'000;
-  options.grokFiles = 3;
+  options.maxFileBytes = 1'000'000;
+  options.codexFiles = 3;
+  options.grokFiles = 4;
+  options.days = 3;
+  options.endDay = 20'513;  // 2026-03-01
   return options;
 }
 
-std::vector<std::string> lines(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::vector<std::string> result;
-  for (std::string line; std::getline(in, line);) result.push_back(line);
-  return result;
-}
-
-// Every regular file under `dir`, by path relative to it, with its contents.
-std::map<std::string, std::string> tree(const fs::path& dir) {
-  std::map<std::string, std::string> files;
-  for (const auto& entry : fs::recursive_directory_iterator(dir)) {
-    if (entry.is_regular_file()) {
-      files[fs::relative(entry.path(), dir).string()] = testing::readFile(entry.path());
-    }
+class HomeGeneratorTest : public testing::TempDirTest {
+ protected:
+  // Runs the brimlog command on the home and database in the test's folder; returns its JSON.
+  Json brimlog(std::vector<std::string> arguments) {
+    arguments.insert(arguments.end(),
+                     {"--home", (dir() / "home").string(), "--db", (dir() / "usage.db").string(),
+                      "--tz", "UTC", "--now", "2026-03-03T00:00:00Z", "--json"});
+    const auto result = ChildProcess::run(BRIMLOG_BINARY, arguments, Seconds{120});
+    EXPECT_EQ(result.outcome, ChildProcess::Outcome::exited);
+    EXPECT_EQ(result.exitStatus, 0);
+    return Json::parse(result.output);
   }
-  return files;
+};
+
+TEST_F(HomeGeneratorTest, AFirstSyncCountsEveryReplyOnceWithItsTokens) {
+  const HomeGenerator::Stats stats = HomeGenerator{5}.write(dir() / "home", smallHome());
+  // The home holds what must not be counted twice: verbatim repeats, repeated Codex totals.
+  ASSERT_GT(stats.repeatedLines, 0u);
+  ASSERT_GT(stats.codexTokenCounts, static_cast<uint64_t>(stats.codex.replies));
+  ASSERT_GT(stats.grok.replies, 0);
+
+  const Json sync = brimlog({"sync", "--offline"}).at("ingest");
+  EXPECT_EQ(sync.at("filesRead").get<uint64_t>(), stats.files);
+  EXPECT_EQ(sync.at("linesRead").get<uint64_t>(), stats.lines);
+  EXPECT_TRUE(sync.at("skipped").empty()) << sync.at("skipped");
+
+  std::map<std::string, TokenCounts> stored;
+  const Json report = brimlog({"report", "models", "--no-sync", "--days", "10"});
+  for (const Json& row : report.at("models")) {
+    stored[row.at("provider").get<std::string>()] += TokenCounts::fromJson(row.at("tokens"));
+  }
+  for (const auto& [tool, expected] :
+       {std::pair{"claude", stats.claude}, std::pair{"codex", stats.codex},
+        std::pair{"grok", stats.grok}}) {
+    SCOPED_TRACE(tool);
+    EXPECT_EQ(sync.at("newEvents").at(tool).get<int64_t>(), expected.replies);
+    EXPECT_EQ(stored[tool], expected.tokens);
+  }
+  EXPECT_EQ(brimlog({"sync", "--offline"}).at("ingest").at("filesRead").get<int>(), 0);
 }
 
-class HomeGeneratorTest : public testing::TempDirTest {};
-
-TEST_F(HomeGeneratorTest, SyncCountsEveryReplyOnceAndFindsNothingNewTheSecondTime) {
-  const fs::path home = dir() / "home";
-  const HomeGenerator::Stats stats = HomeGenerator{5}.write(home, smallHome());
-
-  UsageStore store{dir() / "usage.db"};
-  // A day after the window, so every transcript's last reply is old enough to count.
-  const Date now = dateFromUnixSeconds(static_cast<double>(kEndDay + 2) * 86'400);
-  UsageIngestor ingestor{store, ProviderLocations{home}, Calendar::utc()};
-  const IngestResult cold = ingestor.run(now);
-  EXPECT_TRUE(cold.skipped.empty());
-  EXPECT_EQ(cold.filesScanned, stats.files);
-  EXPECT_EQ(cold.filesRead, stats.files);
-  // The reader counts a line's bytes without its line feed; a Grok document counts whole.
-  EXPECT_EQ(cold.bytesRead, static_cast<int64_t>(stats.bytes - (stats.lines - stats.grokFiles)));
-  EXPECT_EQ(cold.linesRead, static_cast<int64_t>(stats.lines));
-  EXPECT_EQ(cold.newEventsOf(ProviderID::claude), static_cast<int64_t>(stats.replies));
-  EXPECT_GT(stats.codexCalls, stats.codexFiles);
-  EXPECT_GT(stats.codexTokenCounts, stats.codexCalls);  // some are written twice
-  EXPECT_GT(stats.grokModelUsages, 0u);
-  EXPECT_EQ(cold.newEventsOf(ProviderID::codex), static_cast<int64_t>(stats.codexCalls));
-  EXPECT_EQ(cold.newEventsOf(ProviderID::grok), static_cast<int64_t>(stats.grokModelUsages));
-
-  const IngestResult warm = ingestor.run(now);
-  EXPECT_EQ(warm.filesScanned, stats.files);
-  EXPECT_EQ(warm.filesRead, 0u);
-  EXPECT_EQ(warm.totalNewEvents(), 0);
-}
-
-TEST_F(HomeGeneratorTest, TheSameSeedGivesTheSameHome) {
+TEST_F(HomeGeneratorTest, TheSameSeedGivesTheSameBytes) {
   HomeGenerator::Options options = smallHome();
-  options.totalBytes = 1'500'000;
-  options.claudeFiles = 40;
+  options.totalBytes = 300'000;
+  options.claudeFiles = 8;
   const auto a = HomeGenerator{3}.write(dir() / "a", options);
   const auto b = HomeGenerator{3}.write(dir() / "b", options);
   const auto c = HomeGenerator{4}.write(dir() / "c", options);
+  const auto tree = [](const fs::path& home) {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : fs::recursive_directory_iterator(home)) {
+      if (entry.is_regular_file()) {
+        files[fs::relative(entry.path(), home).string()] = testing::readFile(entry.path());
+      }
+    }
+    return files;
+  };
   EXPECT_EQ(tree(dir() / "a"), tree(dir() / "b"));
-  EXPECT_EQ(a.bytes, b.bytes);
   EXPECT_NE(tree(dir() / "a"), tree(dir() / "c"));
-  EXPECT_NE(a.bytes, c.bytes);
-
-  options.claudeFiles = 0;
-  EXPECT_THROW(HomeGenerator{1}.write(dir() / "d", options), std::invalid_argument);
+  EXPECT_EQ(a.claude.tokens, b.claude.tokens);
+  EXPECT_NE(a.claude.tokens, c.claude.tokens);
 }
 
 TEST_F(HomeGeneratorTest, PeakRSSReportsTheCommandsMemoryAndStatus) {
@@ -115,18 +108,18 @@ TEST_F(HomeGeneratorTest, PeakRSSReportsTheCommandsMemoryAndStatus) {
   EXPECT_EQ(run("dd if=/dev/zero of=/dev/null bs=64M count=1"), 0);
   EXPECT_EQ(run("/no/such/command"), 127);
 
-  const auto written = lines(report);
-  ASSERT_EQ(written.size(), 3u);
+  std::istringstream lines{testing::readFile(report)};
   const std::regex form{
       R"(wall_seconds=\d+\.\d{6} max_rss_kib=(\d+) user_seconds=\d+\.\d{3} sys_seconds=\d+\.\d{3} status=(\d+))"};
   std::smatch match;
-  ASSERT_TRUE(std::regex_match(written[0], match, form)) << written[0];
-  EXPECT_EQ(match[2], "3");
-  ASSERT_TRUE(std::regex_match(written[1], match, form)) << written[1];
-  EXPECT_GE(std::stol(match[1]), 64 * 1024);
-  EXPECT_EQ(match[2], "0");
-  ASSERT_TRUE(std::regex_match(written[2], match, form)) << written[2];
-  EXPECT_EQ(match[2], "127");
+  for (const auto& [status, minimumKiB] :
+       {std::pair{"3", 0}, std::pair{"0", 64 * 1024}, std::pair{"127", 0}}) {
+    std::string line;
+    ASSERT_TRUE(std::getline(lines, line));
+    ASSERT_TRUE(std::regex_match(line, match, form)) << line;
+    EXPECT_EQ(match[2], status);
+    EXPECT_GE(std::stol(match[1]), minimumKiB);
+  }
 }
 
 }  // namespace
