@@ -38,7 +38,8 @@ class HomeGeneratorTest : public testing::TempDirTest {
   Json brimlog(std::vector<std::string> arguments) {
     arguments.insert(arguments.end(),
                      {"--home", (dir() / "home").string(), "--db", (dir() / "usage.db").string(),
-                      "--tz", "UTC", "--now", "2026-03-03T00:00:00Z", "--json"});
+                      "--tz", "UTC", "--now", "2026-03-03T00:00:00Z", "--json", "--shared-dir",
+                      (dir() / "shared").string()});
     const auto result = ChildProcess::run(BRIMLOG_BINARY, arguments, Seconds{120});
     EXPECT_EQ(result.outcome, ChildProcess::Outcome::exited);
     EXPECT_EQ(result.exitStatus, 0);

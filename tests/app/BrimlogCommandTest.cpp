@@ -47,6 +47,7 @@ class BrimlogCommandTest : public testing::TempDirTest {
  protected:
   fs::path home() const { return dir() / "home"; }
   fs::path db() const { return dir() / "data" / "usage.db"; }
+  std::string shared() const { return (dir() / "shared").string(); }
 
   // Runs brimlog with the arguments (and environment assignments, "NAME=value"), standard error
   // folded into standard output.
@@ -64,8 +65,9 @@ class BrimlogCommandTest : public testing::TempDirTest {
   }
 
   std::vector<std::string> withHome(std::vector<std::string> arguments) {
-    arguments.insert(arguments.end(), {"--home", home().string(), "--db", db().string(), "--now",
-                                       "2026-11-20T12:00:00Z", "--tz", "Europe/Berlin"});
+    arguments.insert(arguments.end(),
+                     {"--home", home().string(), "--db", db().string(), "--now",
+                      "2026-11-20T12:00:00Z", "--tz", "Europe/Berlin", "--shared-dir", shared()});
     return arguments;
   }
 
