@@ -9,6 +9,7 @@
 #include <chrono>
 #include <filesystem>
 
+#include "display/SnapshotStore.hpp"
 #include "platform/ChildProcess.hpp"
 #include "platform/Json.hpp"
 #include "store/PriceTable.hpp"
@@ -273,6 +274,34 @@ TEST_F(BrimlogCommandTest, ReadsTheToolsWhereTheirVariablesPutThem) {
     }
     EXPECT_EQ(codex.requests().size(), c.codexAsked ? 1u : 0u);
   }
+}
+
+// Every sync publishes the snapshot the widgets read; status --json prints the same record.
+TEST_F(BrimlogCommandTest, SyncPublishesTheSnapshotAndSaysWhenItCannot) {
+  writeSampleHome();
+  ASSERT_EQ(brimlog(withHome({"sync", "--offline"})).status, 0);
+  const std::optional<Snapshot> published = SnapshotStore{fs::path(shared())}.read();
+  ASSERT_TRUE(published);
+  EXPECT_EQ(published->generatedAt, *parseISO8601("2026-11-20T12:00:00Z"));
+  ASSERT_EQ(published->providers.size(), 2u);  // Claude and Grok have usage; no limits stored
+  EXPECT_EQ(published->providers[0].id, ProviderID::claude);
+  EXPECT_EQ(published->providers[1].status, ProviderStatus::unavailable);
+  EXPECT_EQ(published->dailyCost30.size(), 30u);
+
+  CommandRun status = brimlog(withHome({"status", "--offline", "--json"}));
+  ASSERT_EQ(status.status, 0) << status.output;
+  EXPECT_EQ(Snapshot::fromJson(Json::parse(status.output)), *published);
+
+  // A shared folder that cannot be made: the pass still counts, the failure is told plainly.
+  write("not-a-folder", "");
+  std::vector<std::string> arguments = withHome({"sync", "--offline"});
+  arguments.back() = (dir() / "not-a-folder" / "shared").string();
+  CommandRun failed = brimlog(arguments);
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_THAT(failed.output, HasSubstr("Read 0 new replies"));
+  EXPECT_THAT(failed.output, HasSubstr("Cannot write the snapshot " +
+                                       (dir() / "not-a-folder" / "shared").string()));
+  EXPECT_THAT(failed.output, HasSubstr("Not a directory"));
 }
 
 // Two syncs at once: the second waits for the first's writes and counts what is still new.
