@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 #include <vector>
 
 #include "SplitMix64.hpp"
+#include "display/SnapshotStore.hpp"
 #include "store/PriceTable.hpp"
 #include "store/UsageStore.hpp"
 #include "store/UsageSummary.hpp"
@@ -129,6 +131,24 @@ void storeSummary(benchmark::State& state) {
   std::filesystem::remove_all(dir);
 }
 
+// Snapshot::make and SnapshotStore::write of a 30-day summary of four providers, as every sync
+// ends: the atomic replace (temporary file, fsync, rename) included.
+void snapshotPublish(benchmark::State& state) {
+  const auto dir = freshDirectory();
+  const UsageSummary& summary = UsageSummary::preview();
+  std::map<ProviderID, ProviderLimits> limits;
+  for (const Snapshot::Provider& provider : Snapshot::placeholder().providers) {
+    limits[provider.id] = {provider.plan, provider.windows, provider.credits, provider.status,
+                           kNow};
+  }
+  const SnapshotStore store{dir};
+  for (auto _ : state) {
+    store.write(Snapshot::make(summary, limits, ProviderID::allCases, kNow, Calendar::utc()));
+  }
+  std::filesystem::remove_all(dir);
+}
+
+BENCHMARK(snapshotPublish)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(storeIngest)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2);
 BENCHMARK(storeSummary)->Unit(benchmark::kMillisecond)->UseRealTime();
 
