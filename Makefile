@@ -2,8 +2,12 @@
 BUILD_DIR ?= build
 CMAKE_FLAGS ?=
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+FUZZ_DIR ?= build-fuzz
+FUZZ_SECONDS ?= 60
+ASAN_DIR ?= build-asan
+SANITIZE := -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer
 
-.PHONY: all deps configure build brimlog test bench run demo format clean
+.PHONY: all deps configure build brimlog test bench run demo format clean fuzz asan
 
 all: build
 
@@ -41,6 +45,21 @@ demo: brimlog
 
 bench: build
 	bench/run-bench $(BUILD_DIR)
+
+# The libFuzzer targets of fuzz/, built with clang in $(FUZZ_DIR), each run for FUZZ_SECONDS on a
+# scratch copy of its seeds; fails when one crashes (see fuzz/README.md).
+fuzz: deps
+	fuzz/run-fuzz --seconds $(FUZZ_SECONDS) --build-dir $(FUZZ_DIR) --jobs $(JOBS)
+
+# The whole test suite built with the address and undefined-behaviour sanitizers, in $(ASAN_DIR).
+# The short fuzz run is left out: its targets are built with both sanitizers already.
+asan: deps
+	cmake -S . -B $(ASAN_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBRIMLOG_WERROR=ON \
+	  -DBRIMLOG_BUILD_BENCH=OFF "-DCMAKE_CXX_FLAGS=$(SANITIZE)" \
+	  "-DCMAKE_EXE_LINKER_FLAGS=$(SANITIZE)" $(CMAKE_FLAGS)
+	cmake --build $(ASAN_DIR) -j $(JOBS)
+	ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  ctest --test-dir $(ASAN_DIR) --output-on-failure -j $(JOBS) -LE fuzz
 
 format:
 	git ls-files '*.cpp' '*.hpp' | xargs clang-format -i
