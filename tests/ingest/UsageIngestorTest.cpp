@@ -70,7 +70,8 @@ class UsageIngestorTest : public testing::TempDirTest {
   }
 
   IngestResult pass(Date now, IngestOptions options = {}) {
-    UsageStore store{dbPath()};
+    // A commit that meets another writer fails soon, not after the usual wait.
+    UsageStore store{dbPath(), {.busyTimeout = 0.2}};
     StoreIngestSink sink{store, Calendar::utc()};
     const ToolFolders tools = ToolFolders::resolve(home(), std::nullopt, std::nullopt);
     UsageIngestor ingestor{sink, tools.logFolders(), std::move(options)};
