@@ -149,9 +149,18 @@ TEST_F(BrimlogCommandTest, TellsWhatIsWrongInOneLineWithTheDocumentedStatus) {
       {"database under a file",
        {"report", "--db", (dir() / "file-not-dir" / "usage.db").string()},
        1,
-       "database"},
+       "usage.db"},
+      {"another program's database",
+       {"report", "--db", (dir() / "foreign.db").string()},
+       1,
+       "foreign.db is not a Brimlog database"},
+      {"watch without a terminal", {"status", "--watch", "2"}, 1, "standard output is not one"},
   };
   write("file-not-dir", "a file where a folder should be");
+  sqlite3* foreign = nullptr;
+  ASSERT_EQ(sqlite3_open((dir() / "foreign.db").c_str(), &foreign), SQLITE_OK);
+  sqlite3_exec(foreign, "CREATE TABLE notes(text)", nullptr, nullptr, nullptr);
+  sqlite3_close(foreign);
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     // The case's own arguments come last, so a missing value stays missing.
