@@ -27,7 +27,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // whole input is also watched for reads past its end.
   const auto full = ClaudeLogParser::event(line);
 
-  fuzz::expect(quick == full, "the padded line gives " + fuzz::describe(quick) +
-                                  ", the plain line gives " + fuzz::describe(full));
+  fuzz::expect(quick == full, [&] {
+    return "the padded line gives " + fuzz::describe(quick) + ", the plain line gives " +
+           fuzz::describe(full);
+  });
   return 0;
 }

@@ -62,31 +62,35 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (size_t i = 0; i < lines.size(); ++i) {
     if (i == lines.size() / 2) {
       auto context = detailed.takeContext();
-      fuzz::expect(detailed.context().empty(), "takeContext left " + describe(detailed.context()));
+      fuzz::expect(detailed.context().empty(),
+                   [&] { return "takeContext left " + describe(detailed.context()); });
       detailed = CodexLogParser(std::move(context));
     }
-    const std::string where = "line " + std::to_string(i + 1) + ": ";
+    const auto where = [&] { return "line " + std::to_string(i + 1) + ": "; };
 
     CodexLineDetails details;
     const auto detailedResult = detailed.consume(PaddedLine{lines[i]}, details);
     const auto quickResult = quick.consume(PaddedLine{lines[i]});
     const auto fullResult = full.consume(lines[i]);
-    fuzz::expect(detailedResult == fullResult,
-                 where + "the padded line with details gives " + describe(detailedResult) +
-                     ", the plain line gives " + describe(fullResult));
-    fuzz::expect(quickResult == fullResult, where + "the padded line gives " +
-                                                describe(quickResult) + ", the plain line gives " +
-                                                describe(fullResult));
-    fuzz::expect(detailed.context() == full.context() && quick.context() == full.context(),
-                 where + "contexts differ: with details " + describe(detailed.context()) +
-                     ", padded " + describe(quick.context()) + ", plain " +
-                     describe(full.context()));
+    fuzz::expect(detailedResult == fullResult, [&] {
+      return where() + "the padded line with details gives " + describe(detailedResult) +
+             ", the plain line gives " + describe(fullResult);
+    });
+    fuzz::expect(quickResult == fullResult, [&] {
+      return where() + "the padded line gives " + describe(quickResult) +
+             ", the plain line gives " + describe(fullResult);
+    });
+    fuzz::expect(detailed.context() == full.context() && quick.context() == full.context(), [&] {
+      return where() + "contexts differ: with details " + describe(detailed.context()) +
+             ", padded " + describe(quick.context()) + ", plain " + describe(full.context());
+    });
     // Events come from usage records alone, and limits from token-count event messages.
     if (detailedResult) {
       const bool isEvent = std::holds_alternative<UsageEvent>(*detailedResult);
-      fuzz::expect(details.usageRecord == isEvent, where + describe(detailedResult) +
-                                                       " from a line whose usage-record flag is " +
-                                                       (details.usageRecord ? "set" : "clear"));
+      fuzz::expect(details.usageRecord == isEvent, [&] {
+        return where() + describe(detailedResult) + " from a line whose usage-record flag is " +
+               (details.usageRecord ? "set" : "clear");
+      });
     }
   }
   return 0;

@@ -15,8 +15,11 @@ namespace brimlog::fuzz {
   std::abort();
 }
 
-inline void expect(bool holds, const std::string& what) {
-  if (!holds) finding(what);
+/// Ends the run when `holds` is false, with the message that `explain()` makes: messages are
+/// made only for a finding, so that checking costs the fuzzer nothing else.
+template <typename Explain>
+void expect(bool holds, Explain&& explain) {
+  if (!holds) finding(explain());
 }
 
 /// One line per event, enough to tell two results apart in a finding's message.

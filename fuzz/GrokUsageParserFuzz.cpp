@@ -35,16 +35,17 @@ int64_t turnOf(const UsageEvent& event) {
   const std::string& key = event.dedupKey;
   const std::string prefix = event.sessionID + "#";
   const std::string suffix = "#" + event.model;
-  fuzz::expect(key.size() > prefix.size() + suffix.size() && key.starts_with(prefix) &&
-                   key.ends_with(suffix),
-               "key " + key + " is not session#turn#model for " + fuzz::describe(event));
+  fuzz::expect(
+      key.size() > prefix.size() + suffix.size() && key.starts_with(prefix) &&
+          key.ends_with(suffix),
+      [&] { return "key " + key + " is not session#turn#model for " + fuzz::describe(event); });
   const std::string_view number(key.data() + prefix.size(),
                                 key.size() - prefix.size() - suffix.size());
   int64_t turn = 0;
   const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), turn);
   fuzz::expect(error == std::errc{} && end == number.data() + number.size() &&
                    std::to_string(turn) == number,
-               "key " + key + " does not hold a decimal turn number");
+               [&] { return "key " + key + " does not hold a decimal turn number"; });
   return turn;
 }
 
@@ -60,29 +61,35 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string_view document = feed == std::string_view::npos ? input : input.substr(feed + 1);
 
   const GrokUsageParser::Result first = GrokUsageParser::events(document, afterTurn);
-  fuzz::expect(first.lastTurn >= afterTurn,
-               "lastTurn " + str(first.lastTurn) + " below afterTurn " + str(afterTurn));
+  fuzz::expect(first.lastTurn >= afterTurn, [&] {
+    return "lastTurn " + str(first.lastTurn) + " below afterTurn " + str(afterTurn);
+  });
 
   std::vector<UsageEvent> afterLast;
   int64_t previousTurn = kNeverRead;
   for (const UsageEvent& event : first.events) {
-    fuzz::expect(event.provider == ProviderID::grok, "an event of another tool");
+    fuzz::expect(event.provider == ProviderID::grok, [&] { return "an event of another tool"; });
     const int64_t turn = turnOf(event);
-    fuzz::expect(turn > afterTurn, "turn " + str(turn) + " is not above afterTurn " +
-                                       str(afterTurn) + ": " + fuzz::describe(event));
-    fuzz::expect(turn >= previousTurn,
-                 "turn " + str(turn) + " after turn " + str(previousTurn) + ": out of order");
+    fuzz::expect(turn > afterTurn, [&] {
+      return "turn " + str(turn) + " is not above afterTurn " + str(afterTurn) + ": " +
+             fuzz::describe(event);
+    });
+    fuzz::expect(turn >= previousTurn, [&] {
+      return "turn " + str(turn) + " after turn " + str(previousTurn) + ": out of order";
+    });
     previousTurn = turn;
     if (turn > first.lastTurn) afterLast.push_back(event);
   }
 
   const GrokUsageParser::Result second = GrokUsageParser::events(document, first.lastTurn);
-  fuzz::expect(second.lastTurn >= first.lastTurn, "the second pass moved lastTurn back from " +
-                                                      str(first.lastTurn) + " to " +
-                                                      str(second.lastTurn));
-  fuzz::expect(second.events == afterLast,
-               "the second pass from turn " + str(first.lastTurn) + " gives " +
-                   str(static_cast<int64_t>(second.events.size())) + " events, the first " +
-                   str(static_cast<int64_t>(afterLast.size())) + " above that turn");
+  fuzz::expect(second.lastTurn >= first.lastTurn, [&] {
+    return "the second pass moved lastTurn back from " + str(first.lastTurn) + " to " +
+           str(second.lastTurn);
+  });
+  fuzz::expect(second.events == afterLast, [&] {
+    return "the second pass from turn " + str(first.lastTurn) + " gives " +
+           str(static_cast<int64_t>(second.events.size())) + " events, the first " +
+           str(static_cast<int64_t>(afterLast.size())) + " above that turn";
+  });
   return 0;
 }

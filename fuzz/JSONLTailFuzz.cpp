@@ -87,9 +87,10 @@ std::vector<std::string> readToEnd(const std::filesystem::path& path,
   // Every read but the last consumes at least one byte.
   const size_t maxReads = fileSize + 2;
   for (size_t reads = 0;; ++reads) {
-    fuzz::expect(reads < maxReads, "no end of file after " + std::to_string(reads) + " reads");
+    fuzz::expect(reads < maxReads,
+                 [&] { return "no end of file after " + std::to_string(reads) + " reads"; });
     JSONLTail::Result result = JSONLTail::read(path, cursor, chunk);
-    fuzz::expect(!result.reset, "a read of a file that only grew reset its cursor");
+    fuzz::expect(!result.reset, [&] { return "a read of a file that only grew reset its cursor"; });
     for (const PaddedLine line : result.lines) {
       // The padding belongs to the batch: the address sanitizer sees a read past its end.
       const volatile char last = line.bytes.data()[line.bytes.size() + LineBatch::kPadding - 1];
@@ -109,8 +110,9 @@ std::string joined(const std::vector<std::string>& lines) {
 
 void expectLines(const std::vector<std::string>& read, const std::vector<std::string>& expected,
                  const std::string& when) {
-  fuzz::expect(read == expected,
-               when + ": read " + joined(read) + ", the complete lines are " + joined(expected));
+  fuzz::expect(read == expected, [&] {
+    return when + ": read " + joined(read) + ", the complete lines are " + joined(expected);
+  });
 }
 
 }  // namespace
@@ -131,15 +133,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::optional<FileCursor> cursor;  // a file never read
   expectLines(readToEnd(path, cursor, chunk, firstPart.size()), firstLines, "the first part");
   fuzz::expect(
-      cursor->path == path.string() && cursor->offset == firstEnd && cursor->context.empty(),
-      "after the first part the cursor is at " + std::to_string(cursor->offset) + ", not " +
-          std::to_string(firstEnd) + ", or names another file");
+      cursor->path == path.string() && cursor->offset == firstEnd && cursor->context.empty(), [&] {
+        return "after the first part the cursor is at " + std::to_string(cursor->offset) +
+               ", not " + std::to_string(firstEnd) + ", or names another file";
+      });
 
   // The context is the parsers' and rides along untouched.
   cursor->context["model"] = "m1";
   const FileCursor atEnd = *cursor;
   expectLines(readToEnd(path, cursor, chunk, firstPart.size()), {}, "a read at the end");
-  fuzz::expect(cursor == atEnd, "a read at the end moved the cursor");
+  fuzz::expect(cursor == atEnd, [&] { return "a read at the end moved the cursor"; });
 
   write(path, rest.substr(firstPart.size()), O_APPEND);
   int64_t wholeEnd = 0;
@@ -148,7 +151,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   expectLines(readToEnd(path, cursor, chunk, whole.size()), newLines, "the appended part");
   fuzz::expect(cursor->offset == wholeEnd && cursor->inode == atEnd.inode &&
                    cursor->context == atEnd.context,
-               "after the appended part the cursor is at " + std::to_string(cursor->offset) +
-                   ", not " + std::to_string(wholeEnd) + ", or lost its inode or context");
+               [&] {
+                 return "after the appended part the cursor is at " +
+                        std::to_string(cursor->offset) + ", not " + std::to_string(wholeEnd) +
+                        ", or lost its inode or context";
+               });
   return 0;
 }
