@@ -143,17 +143,28 @@ std::unique_ptr<SQLiteDatabase> UsageStore::open(const std::string& path,
   // Look before writing anything: a file of another program, or of a newer Brimlog, is left
   // exactly as it was.
   int64_t applicationID = 0, version = 0, tables = 0, ours = 0;
-  try {
+  const auto readApplicationID = [&] {
     db->query("PRAGMA application_id", {}, [&](const Row& row) { applicationID = row.integer(0); });
+  };
+  try {
+    readApplicationID();
   } catch (const UsageStoreError& error) {
     // In a folder that cannot be written, a read-only open finds no shared-memory file to
     // coordinate readers through; no one can write there, so reading the file as it is is safe.
     const int32_t code = error.code() & 0xff;
     if (!options.readOnly || (code != SQLITE_CANTOPEN && code != SQLITE_READONLY)) throw;
+    // In a URI the characters that start a query or an escape must themselves be escaped.
+    std::string uri = "file:";
+    for (const char c : path) {
+      if (c == '?' || c == '#' || c == '%') {
+        uri += fmt::format("%{:02X}", static_cast<unsigned char>(c));
+      } else {
+        uri += c;
+      }
+    }
     db = std::make_unique<SQLiteDatabase>(
-        "file:" + path + "?immutable=1",
-        SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_FULLMUTEX);
-    db->query("PRAGMA application_id", {}, [&](const Row& row) { applicationID = row.integer(0); });
+        uri + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_FULLMUTEX);
+    readApplicationID();
   }
   db->query("PRAGMA user_version", {}, [&](const Row& row) { version = row.integer(0); });
   db->query("SELECT name FROM sqlite_schema WHERE type = 'table' AND name NOT LIKE 'sqlite_%'", {},

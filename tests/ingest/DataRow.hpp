@@ -4,7 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <sstream>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,24 +25,19 @@ struct DataRow {
 
 /// The text of tests/data/<relative>; the test fails when there is none.
 inline std::string dataText(std::string_view relative) {
-  const auto path = std::filesystem::path(BRIMLOG_SOURCE_DIR) / "tests" / "data" / relative;
-  std::string text = readFile(path);
-  EXPECT_FALSE(text.empty()) << "no data in " << path;
+  std::string text = readFile(dataPath(relative));
+  EXPECT_FALSE(text.empty()) << "no data in " << dataPath(relative);
   return text;
 }
 
-/// The rows of tests/data/<relative>. Blank lines and lines starting with "#" are notes; a field
-/// may be empty, so a row can carry an empty line of a log.
+/// The rows of tests/data/<relative> (see `dataRows`), each with its first field as its name.
 inline std::vector<DataRow> namedRows(std::string_view relative) {
-  std::istringstream text(dataText(relative));
   std::vector<DataRow> rows;
-  for (std::string line; std::getline(text, line);) {
-    if (line.empty() || line.front() == '#') continue;
-    // Every field ends with a tab, so a last field that is empty is read too.
-    std::istringstream fields(line + '\t');
+  for (std::vector<std::string>& fields : dataRows(relative)) {
     DataRow& row = rows.emplace_back();
-    std::getline(fields, row.name, '\t');
-    for (std::string field; std::getline(fields, field, '\t');) row.fields.push_back(field);
+    row.name = std::move(fields.at(0));
+    row.fields.assign(std::make_move_iterator(fields.begin() + 1),
+                      std::make_move_iterator(fields.end()));
   }
   return rows;
 }

@@ -61,7 +61,8 @@ std::vector<std::vector<std::string>> dataRows(const std::filesystem::path& rela
   std::istringstream lines(readFile(dataPath(relative)));
   for (std::string line; std::getline(lines, line);) {
     if (line.empty() || line.starts_with('#')) continue;
-    std::istringstream fields(line);
+    // Every field ends with a tab, so an empty last field is read too.
+    std::istringstream fields(line + '\t');
     auto& row = rows.emplace_back();
     for (std::string field; std::getline(fields, field, '\t');) row.push_back(field);
   }

@@ -36,8 +36,9 @@ std::optional<std::filesystem::path> realFixtures();
 /// The path of a data file of the tests, `relative` to tests/data/ in the source tree.
 std::filesystem::path dataPath(const std::filesystem::path& relative);
 
-/// The rows of a tab-separated data file under tests/data/, each split at its tabs; empty lines
-/// and lines starting with "#" are left out. A file without rows fails the test.
+/// The rows of a tab-separated data file under tests/data/, each split at its tabs (an empty
+/// field, last ones included, is kept); empty lines and lines starting with "#" are left out. A
+/// file without rows fails the test.
 std::vector<std::vector<std::string>> dataRows(const std::filesystem::path& relative);
 
 /// Reads a whole file.
