@@ -3,11 +3,19 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
 #include <sqlite3.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <functional>
 
 #include "display/SnapshotStore.hpp"
 #include "platform/ChildProcess.hpp"
@@ -440,6 +448,127 @@ TEST_F(BrimlogCommandTest, SyncFetchesLimitsAsTheTimingAllowsAndNeverShowsAToken
 
   EXPECT_THAT(everything, Not(HasSubstr(claudeToken)));
   EXPECT_THAT(everything, Not(HasSubstr(codexToken)));
+}
+
+// `brimlog` under a pseudo-terminal of its own, as a person runs it.
+class Terminal {
+ public:
+  Terminal(const std::vector<std::string>& arguments, unsigned short columns) {
+    winsize size{};
+    size.ws_row = 40;
+    size.ws_col = columns;
+    pid_ = ::forkpty(&master_, nullptr, nullptr, &size);
+    if (pid_ == 0) {
+      std::vector<char*> argv;
+      for (const std::string& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+      argv.push_back(nullptr);
+      ::setenv("NO_COLOR", "1", 1);
+      ::execv(argv[0], argv.data());
+      ::_exit(127);
+    }
+  }
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+  ~Terminal() {
+    if (pid_ > 0 && !exited_) {
+      ::kill(pid_, SIGKILL);
+      ::waitpid(pid_, nullptr, 0);
+    }
+    if (master_ >= 0) ::close(master_);
+  }
+  bool started() const { return pid_ > 0; }
+
+  // Reads what the program draws until `done` holds for all of it (or 20 seconds pass, or the
+  // program closes the terminal); returns what was read by this call.
+  std::string readUntil(const std::function<bool(const std::string&)>& done) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    const size_t start = screen_.size();
+    while (!done(screen_.substr(start)) && std::chrono::steady_clock::now() < deadline) {
+      pollfd ready{master_, POLLIN, 0};
+      if (::poll(&ready, 1, 100) <= 0) continue;
+      char buffer[4096];
+      const ssize_t n = ::read(master_, buffer, sizeof buffer);
+      if (n <= 0) break;  // EIO: the program has gone and the terminal is closed
+      screen_.append(buffer, static_cast<size_t>(n));
+    }
+    return screen_.substr(start);
+  }
+  void resize(unsigned short columns) {
+    winsize size{};
+    size.ws_row = 40;
+    size.ws_col = columns;
+    ::ioctl(master_, TIOCSWINSZ, &size);  // the terminal tells the program with SIGWINCH
+  }
+  void type(std::string_view keys) {
+    ASSERT_EQ(::write(master_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+  }
+  int wait() {
+    int status = 0;
+    ::waitpid(pid_, &status, 0);
+    exited_ = true;
+    return status;
+  }
+
+ private:
+  int master_ = -1;
+  pid_t pid_ = -1;
+  bool exited_ = false;
+  std::string screen_;
+};
+
+size_t widestLine(const std::string& text) {
+  size_t widest = 0, start = 0;
+  while (start < text.size()) {
+    size_t end = text.find_first_of("\r\n", start);
+    if (end == std::string::npos) end = text.size();
+    // Columns, not bytes: count the characters that start a UTF-8 sequence, and skip the
+    // terminal's control sequences (ESC [ parameters, then a final letter).
+    size_t columns = 0;
+    for (size_t i = start; i < end; ++i) {
+      if (text[i] == '\x1b') {
+        while (i < end && !std::isalpha(static_cast<unsigned char>(text[i + 1]))) ++i;
+        ++i;
+      } else if ((text[i] & 0xC0) != 0x80) {
+        ++columns;
+      }
+    }
+    widest = std::max(widest, columns);
+    start = end + 1;
+  }
+  return widest;
+}
+
+// The dashboard stays on screen in the alternate buffer, is redrawn at the new width after a
+// resize, and Ctrl-C brings the cursor and the old screen back and ends with status 0.
+TEST_F(BrimlogCommandTest, WatchRedrawsInPlaceFollowsAResizeAndRestoresTheTerminal) {
+  writeSampleHome();
+  std::vector<std::string> arguments = withHome({"status", "--watch", "30", "--offline"});
+  arguments.insert(arguments.begin(), BRIMLOG_BINARY);
+  Terminal terminal{arguments, 80};
+  ASSERT_TRUE(terminal.started());
+  auto drawn = [](const std::string& screen) {
+    return screen.find("at API prices") != std::string::npos;
+  };
+
+  const std::string first = terminal.readUntil(drawn);
+  ASSERT_TRUE(drawn(first)) << first;
+  EXPECT_THAT(first, ::testing::StartsWith("\x1b[?1049h\x1b[?25l"));  // alternate screen, no cursor
+  EXPECT_THAT(first, HasSubstr("\x1b[H\x1b[2J"));  // each frame starts at the top left
+  EXPECT_LE(widestLine(first), 80u);
+
+  terminal.resize(110);
+  const std::string wider = terminal.readUntil(drawn);
+  ASSERT_TRUE(drawn(wider)) << "no redraw after the resize";
+  EXPECT_GT(widestLine(wider), 80u);
+  EXPECT_LE(widestLine(wider), 110u);
+
+  terminal.type("\x03");  // Ctrl-C, sent by the terminal as SIGINT
+  const std::string last = terminal.readUntil([](const std::string&) { return false; });
+  EXPECT_THAT(last, ::testing::EndsWith("\x1b[?25h\x1b[?1049l"));
+  const int status = terminal.wait();
+  ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 }  // namespace
