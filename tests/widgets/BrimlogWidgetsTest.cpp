@@ -1,0 +1,44 @@
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "timeline/BrimlogWidgets.hpp"
+#include "timeline/ProviderChoiceIntent.hpp"
+#include "timeline/RefreshIntent.hpp"
+
+namespace brimlog {
+namespace {
+
+using Family = WidgetDescription::Family;
+
+TEST(BrimlogWidgetsTest, KindsNamesAndTextsTowardsTheSystem) {
+  const WidgetDescription widgets[] = {
+      {"app.brimlog.small", "Provider limits", "Session and weekly limits for one provider.",
+       Family::small, true},
+      {"app.brimlog.medium", "All providers", "The tightest limits of every provider you track.",
+       Family::medium, false},
+      {"app.brimlog.large", "Limits and cost",
+       "Every provider's limits, with what the last 30 days would cost at API prices.",
+       Family::large, false}};
+  EXPECT_TRUE(std::ranges::equal(BrimlogWidgets::widgets(), widgets));
+  for (const auto& widget : widgets) EXPECT_EQ(BrimlogWidgets::widget(widget.kind), widget);
+  EXPECT_EQ(BrimlogWidgets::widget("app.brimlog.Small"), std::nullopt);
+
+  std::string picker;
+  for (const ProviderChoice choice : ProviderChoice::allCases) {
+    picker += fmt::format("{}={}/{} ", choice.rawValue(), choice.displayName(),
+                          choice.providerID().rawValue());
+    EXPECT_EQ(ProviderChoice::fromRawValue(choice.rawValue()), choice);
+  }
+  EXPECT_EQ(picker, "claude=Claude/claude codex=Codex/codex grok=Grok/grok cursor=Cursor/cursor ");
+  EXPECT_EQ(ProviderChoice::fromRawValue("Claude"), std::nullopt);
+
+  EXPECT_EQ(fmt::format("{}|{}|{}|{}|{}|{}", BrimlogWidgets::openURL, RefreshIntent::title,
+                        RefreshIntent::notificationName, ProviderChoiceIntent::title,
+                        ProviderChoiceIntent::providerTitle, ProviderChoice::typeDisplayName),
+            "brimlog://open|Refresh Brimlog|app.brimlog.refresh|Provider|Provider|Provider");
+}
+
+}  // namespace
+}  // namespace brimlog
