@@ -22,13 +22,10 @@ namespace brimlog {
 namespace {
 
 bool validName(std::string_view name) {
-  if (name.empty()) return false;
-  for (const char c : name) {
-    const bool letterOrDigit =
-        (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-    if (!letterOrDigit && c != '.' && c != '-' && c != '_') return false;
-  }
-  return name != "." && name != "..";
+  constexpr std::string_view allowed =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-_";
+  return !name.empty() && name.find_first_not_of(allowed) == std::string_view::npos &&
+         name != "." && name != "..";
 }
 
 std::string systemReason(int error) { return std::generic_category().message(error); }
@@ -101,13 +98,9 @@ void NotificationCenter::post(std::string_view name) const noexcept {
     const FileDescriptor sender(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!sender) return;
     while (const dirent* entry = ::readdir(dir.get())) {
-      if (entry->d_type == DT_UNKNOWN) {
-        struct stat status {};
-        if (::fstatat(::dirfd(dir.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0 ||
-            !S_ISSOCK(status.st_mode)) {
-          continue;
-        }
-      } else if (entry->d_type != DT_SOCK) {
+      struct stat status {};
+      if (::fstatat(::dirfd(dir.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+          !S_ISSOCK(status.st_mode)) {
         continue;
       }
       const std::filesystem::path path = folder / entry->d_name;
@@ -145,11 +138,7 @@ struct NotificationCenter::Observation::State {
     std::vector<char> buffer(name.size() + 1);
     pollfd fds[] = {{socket.get(), POLLIN, 0}, {wake.get(), POLLIN, 0}};
     while (true) {
-      if (::poll(fds, 2, -1) < 0) {
-        if (errno == EINTR) continue;
-        return;
-      }
-      if (fds[1].revents != 0) return;
+      if ((::poll(fds, 2, -1) < 0 && errno != EINTR) || fds[1].revents != 0) return;
       // MSG_TRUNC gives a longer datagram's real length, so only the name itself matches.
       const auto size =
           ::recv(socket.get(), buffer.data(), buffer.size(), MSG_DONTWAIT | MSG_TRUNC);
