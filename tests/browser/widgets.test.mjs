@@ -1,0 +1,241 @@
+// Loads the widget pages of a real brimlog-widgets in the system's chromium and checks what a
+// user sees: pages that load cleanly, the sample texts, running countdowns, the stale badge
+// appearing without a reload, and the refresh button reaching an observer of the notification.
+//
+//   node widgets.test.mjs --widgets PATH --probe PATH --screenshots DIR
+//
+// Prints each check; stops with status 1 at the first failure and 77 (skipped) when chromium or
+// this folder's packages are missing. Every process it starts is ended, whatever happens.
+import { spawn } from 'node:child_process';
+import fs from 'node:fs';
+import http from 'node:http';
+import os from 'node:os';
+import path from 'node:path';
+import readline from 'node:readline';
+
+const CHROMIUM = '/usr/bin/chromium';
+const FLAGS = ['--headless', '--no-sandbox', '--disable-gpu', '--no-first-run',
+  '--disable-background-networking'];
+const KINDS = ['app.brimlog.small', 'app.brimlog.medium', 'app.brimlog.large'];
+const NOTIFICATION = 'app.brimlog.refresh';
+
+let scratch = null;
+const options = {};
+for (let i = 2; i + 1 < process.argv.length; i += 2) options[process.argv[i].slice(2)] = process.argv[i + 1];
+for (const name of ['widgets', 'probe', 'screenshots']) {
+  if (!options[name]) fail(`--${name} is required`);
+}
+const modules = new URL('./node_modules/playwright-core/', import.meta.url);
+if (!fs.existsSync(CHROMIUM) || !fs.existsSync(modules)) {
+  console.log(`SKIPPED: needs ${CHROMIUM} and tests/browser/node_modules; \`make deps\` installs them`);
+  process.exit(77);
+}
+const { chromium } = await import('playwright-core');
+
+const children = [];
+let browser;
+scratch = fs.mkdtempSync(path.join(os.tmpdir(), 'brimlog-browser-'));
+const runtimeDir = path.join(scratch, 'runtime');
+const sharedDir = path.join(scratch, 'shared');
+fs.mkdirSync(runtimeDir, { mode: 0o700 });
+fs.mkdirSync(sharedDir);
+process.on('exit', () => children.forEach((child) => child.exitCode === null && child.kill('SIGKILL')));
+for (const signal of ['SIGINT', 'SIGTERM']) process.on(signal, () => fail(`stopped by ${signal}`));
+
+function fail(message) {
+  console.error(`FAIL: ${message}`);
+  if (scratch) console.error(`Kept the test's files: ${scratch}`);
+  process.exit(1);
+}
+function check(condition, what, detail = '') {
+  if (!condition) fail(`${what}${detail ? `: ${detail}` : ''}`);
+  console.log(`ok - ${what}`);
+}
+const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
+const iso = (seconds) => new Date(seconds * 1000).toISOString().replace(/\.\d+Z$/, 'Z');
+
+// Starts a program of ours with the test's runtime folder; resolves with it and its output lines.
+function start(file, args) {
+  const child = spawn(file, args, { env: { ...process.env, XDG_RUNTIME_DIR: runtimeDir } });
+  children.push(child);
+  const lines = [];
+  let errors = '';
+  child.stderr.on('data', (data) => { errors += data; });
+  readline.createInterface({ input: child.stdout }).on('line', (line) => lines.push(line));
+  child.on('exit', (code, signal) => { child.ended = `ended (${code ?? signal}): ${errors.trim()}`; });
+  return { child, lines };
+}
+async function until(what, test, seconds = 15) {
+  for (let waited = 0; waited < seconds * 1000; waited += 50) {
+    const value = test();
+    if (value) return value;
+    await sleep(50);
+  }
+  fail(`timed out waiting for ${what}`);
+}
+
+// A POST of the refresh intent from another site, outside any browser.
+function postRefresh(base, origin) {
+  return new Promise((resolve, reject) => {
+    const request = http.request(new URL('intents/refresh', base),
+      { method: 'POST', headers: { Origin: origin } }, (response) => {
+        response.resume();
+        resolve(response.statusCode);
+      });
+    request.on('error', reject);
+    request.end();
+  });
+}
+
+// Snapshots as the host writes them; windows reset hours from now so their countdowns run live.
+function writeSnapshot(generatedAt) {
+  const now = Math.floor(Date.now() / 1000);
+  const window = (id, label, used, duration, resetsIn) => ({
+    id, label, usedFraction: used, duration, resetsAt: iso(now + resetsIn), source: { live: {} },
+  });
+  const provider = (id, windows, status = { ok: {} }) => ({
+    id, windows, status, tokens30d: 1200000, cost30dUSD: 12.5, approximate: false,
+  });
+  const snapshot = {
+    generatedAt: iso(generatedAt),
+    providers: [
+      provider('claude', [window('session', 'Session', 0.3, 18000, 7200),
+        window('weekly', 'Weekly', 0.5, 604800, 259200)]),
+      provider('codex', [window('weekly', 'Weekly', 0.2, 604800, 10800)]),
+      provider('grok', [], { unavailable: {} }),
+    ],
+    costTodayUSD: 1.25,
+    cost30dUSD: 37.5,
+    dailyCost30: Array.from({ length: 30 }, (_, i) => (i % 7) * 0.5),
+  };
+  fs.writeFileSync(path.join(sharedDir, 'snapshot.json'), JSON.stringify(snapshot));
+}
+
+// Opens `address` in a new page and checks that it loads with no console error and no failed
+// request, and that each widget shows exactly one entry.
+async function open(base, address) {
+  const page = await browser.newPage();
+  page.setDefaultTimeout(10000);
+  const problems = [];
+  page.on('console', (message) => message.type() === 'error' && problems.push(`console: ${message.text()}`));
+  page.on('pageerror', (error) => problems.push(`script: ${error.message}`));
+  page.on('requestfailed', (request) => problems.push(`failed: ${request.url()}`));
+  page.on('response', (response) => response.status() >= 400 && problems.push(`${response.status()}: ${response.url()}`));
+  const response = await page.goto(new URL(address, base).href, { waitUntil: 'load' });
+  await sleep(300);  // lets the page's own script run its first tick
+  const widgets = await page.locator('.widget').evaluateAll((nodes) => nodes.map((node) => ({
+    kind: node.dataset.kind, reloadAt: Number(node.dataset.reloadAt),
+    shown: node.querySelectorAll('section.entry:not([hidden])').length,
+  })));
+  check(response.status() === 200 && problems.length === 0 && widgets.length > 0, `${address} loads cleanly`,
+    `status ${response.status()}, ${widgets.length} widgets, ${problems.join('; ')}`);
+  for (const widget of widgets) {
+    if (!KINDS.includes(widget.kind) || !(widget.reloadAt > 0) || widget.shown !== 1) {
+      fail(`${address}: a widget breaks the page contract: ${JSON.stringify(widget)}`);
+    }
+  }
+  return page;
+}
+const shownText = (page) => page.locator('.widget').evaluateAll(
+  (nodes) => nodes.map((node) => node.innerText).join('\n').replace(/\s+/g, ' '));
+
+async function main() {
+  const server = start(options.widgets, ['serve', '--port', '0', '--shared-dir', sharedDir]);
+  const first = await until('the server to announce its address',
+    () => server.lines[0] ?? (server.child.ended && fail(`brimlog-widgets ${server.child.ended}`)));
+  const address = /^Widgets at (http:\/\/127\.0\.0\.1:\d+\/) \(Ctrl-C stops\)$/.exec(first);
+  check(address, 'the server announces a loopback address', first);
+  const base = address[1];
+  const probe = start(options.probe, [NOTIFICATION]);
+  await until('the probe to observe', () => probe.lines[0] === 'ready' || (probe.child.ended && fail(`probe ${probe.child.ended}`)));
+  browser = await chromium.launch({ executablePath: CHROMIUM, args: FLAGS });
+
+  // No snapshot yet: the sample data in previews, the empty state otherwise.
+  const samples = {
+    'app.brimlog.small?provider=codex': ['Codex', 'Weekly'],
+    'app.brimlog.medium': ['Grok · no live limits'],
+    'app.brimlog.large': ['Today $8.85 · 30 days $292.60 (API estimate)'],
+  };
+  for (const preview of [false, true]) {
+    const query = preview ? 'preview=1' : '';
+    await (await open(base, `/${query && `?${query}`}`)).close();
+    for (const [widget, texts] of Object.entries(samples)) {
+      const page = await open(base, `/widgets/${widget}${query && (widget.includes('?') ? '&' : '?') + query}`);
+      const text = await shownText(page);
+      const expected = preview ? texts : ['Open Brimlog to start'];
+      check(expected.every((part) => text.includes(part)), `${widget} shows ${expected.join(', ')}${preview ? ' in preview' : ''}`, text);
+      await page.close();
+    }
+  }
+  const unknown = await fetch(new URL('widgets/app.brimlog.small?provider=nobody', base));
+  check(unknown.status === 400, 'an unknown provider is refused with 400', `status ${unknown.status}`);
+
+  // A fresh snapshot: countdowns under a day run live.
+  writeSnapshot(Math.floor(Date.now() / 1000) - 60);
+  const medium = await open(base, '/widgets/app.brimlog.medium');
+  const timer = medium.locator('section.entry:not([hidden]) .timer[data-ends]').first();
+  const before = await timer.innerText();
+  await sleep(1000);
+  const changed = await medium.waitForFunction(
+    (was) => document.querySelector('section.entry:not([hidden]) .timer[data-ends]').innerText !== was,
+    before, { timeout: 5000 }).then(() => true, () => false);
+  check(changed, 'a countdown runs in the page', `still "${before}"`);
+
+  // The refresh button posts the notification once; a POST from another site is refused.
+  const posted = medium.waitForResponse((response) => response.url().endsWith('/intents/refresh'));
+  await medium.locator('section.entry:not([hidden]) button.refresh[aria-label="Refresh"]').first().click();
+  const answer = await posted;
+  check(answer.status() === 204, 'the refresh button is answered 204', `status ${answer.status()}`);
+  await until('the probe to receive the notification', () => probe.lines.length > 1);
+  check(await postRefresh(base, 'http://evil.example') === 403, 'a POST from another site is refused with 403');
+  await sleep(1000);
+  check(probe.lines.slice(1).join() === NOTIFICATION, 'the observer got exactly one notification',
+    JSON.stringify(probe.lines.slice(1)));
+  await medium.close();
+
+  // A snapshot 1799 s old turns stale while the page is open: its next entry takes over.
+  writeSnapshot(Math.ceil(Date.now() / 1000) - 1799);
+  const large = await open(base, '/widgets/app.brimlog.large');
+  await large.evaluate(() => { window.brimlogMarker = 'kept'; });
+  check(await large.locator('.stale-badge:visible').count() === 0, 'a fresh snapshot shows no stale badge');
+  const appeared = await large.locator('.stale-badge:visible').first()
+    .waitFor({ state: 'visible', timeout: 10000 }).then(() => true, () => false);
+  check(appeared, 'the stale badge appears when the snapshot turns stale');
+  check(await large.evaluate(() => window.brimlogMarker) === 'kept', 'the page switched entries without reloading');
+  await large.close();
+
+  // Pictures of every widget of the gallery, light and dark.
+  writeSnapshot(Math.floor(Date.now() / 1000) - 60);
+  fs.rmSync(options.screenshots, { recursive: true, force: true });
+  fs.mkdirSync(options.screenshots, { recursive: true });
+  const gallery = await open(base, '/');
+  const widgets = gallery.locator('.widget');
+  for (const colorScheme of ['light', 'dark']) {
+    await gallery.emulateMedia({ colorScheme });
+    for (let i = 0; i < await widgets.count(); ++i) {
+      const widget = widgets.nth(i);
+      const name = `${await widget.getAttribute('data-kind')}-${await widget.getAttribute('data-provider') || 'all'}-${i}-${colorScheme}.png`;
+      await widget.screenshot({ path: path.join(options.screenshots, name) });
+    }
+  }
+  const pictures = fs.readdirSync(options.screenshots).filter((name) => name.endsWith('.png'));
+  check(pictures.length === 2 * await widgets.count(), `screenshots of the gallery's widgets in ${options.screenshots}`);
+}
+
+const watchdog = setTimeout(() => fail('the test took longer than 150 s'), 150000);
+try {
+  await main();
+} catch (error) {
+  fail(error.stack ?? String(error));
+}
+clearTimeout(watchdog);
+await browser?.close();
+for (const child of children) {
+  const ended = new Promise((resolve) => (child.exitCode === null ? child.on('exit', resolve) : resolve()));
+  child.stdin.end();
+  child.kill('SIGTERM');
+  await Promise.race([ended, sleep(3000)]);
+  if (child.exitCode === null && child.signalCode === null) child.kill('SIGKILL');
+}
+fs.rmSync(scratch, { recursive: true, force: true });
+console.log('all checks passed');
