@@ -1,1 +1,173 @@
-int main() { return 0; }
+// brimlog-widgets: draws Brimlog's three widgets from the snapshot the host writes, as pages of a
+// small web server on 127.0.0.1, and runs the widgets' refresh intent.
+
+#include <fmt/format.h>
+#include <signal.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <exception>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "display/SnapshotStore.hpp"
+#include "display/WidgetDisplay.hpp"
+#include "platform/AppVersion.hpp"
+#include "platform/NotificationCenter.hpp"
+#include "platform/SharedDirectory.hpp"
+#include "server/WidgetPage.hpp"
+#include "server/WidgetServer.hpp"
+#include "timeline/BrimlogWidgets.hpp"
+#include "timeline/ProviderChoice.hpp"
+#include "timeline/ProviderChoiceTimelineProvider.hpp"
+#include "timeline/RefreshIntent.hpp"
+#include "timeline/SnapshotTimelineProvider.hpp"
+
+namespace {
+
+using namespace brimlog;
+
+std::optional<std::string> environment(const char* name) {
+  const char* value = std::getenv(name);
+  return value ? std::optional<std::string>(value) : std::nullopt;
+}
+
+// The folder the host writes the snapshot into, found from the same variables as the host does.
+std::optional<std::filesystem::path> sharedDirectory(const std::string& given) {
+  if (!given.empty()) return std::filesystem::absolute(given);
+  return SharedDirectory::forGroup(SnapshotStore::appGroup, environment("XDG_DATA_HOME"),
+                                   environment("HOME"));
+}
+
+NotificationCenter notifications() {
+  return NotificationCenter{NotificationCenter::defaultRoot(environment("XDG_RUNTIME_DIR"))};
+}
+
+int serve(int port, const std::string& shared) {
+  // Ctrl-C and SIGTERM end the server from a thread of their own, so that it stops cleanly.
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  sigaddset(&stopSignals, SIGINT);
+  sigaddset(&stopSignals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+  const std::optional<std::filesystem::path> folder = sharedDirectory(shared);
+  WidgetServer server{folder, notifications()};
+  const int bound = server.bind(port);
+  fmt::print("Widgets at http://127.0.0.1:{}/ (Ctrl-C stops)\n", bound);
+  if (!folder) {
+    fmt::print(stderr,
+               "brimlog-widgets: no shared folder (set HOME or XDG_DATA_HOME, or give "
+               "--shared-dir): the widgets show their empty state\n");
+  } else if (!std::filesystem::exists(*folder / "snapshot.json")) {
+    fmt::print(stderr, "brimlog-widgets: no snapshot in {} yet; `brimlog` writes one\n",
+               folder->string());
+  }
+  std::fflush(stdout);
+  std::thread stopper{[&] {
+    int received = 0;
+    sigwait(&stopSignals, &received);
+    server.stop();
+  }};
+  server.listen();
+  // The server can also end on its own (a failed accept); wake the stopper then.
+  ::kill(::getpid(), SIGTERM);
+  stopper.join();
+  return 0;
+}
+
+int render(const std::string& kind, const std::string& providerName, bool preview,
+           const std::string& nowText, const std::string& shared) {
+  const std::optional<WidgetDescription> description = BrimlogWidgets::widget(kind);
+  if (!description) {
+    throw std::runtime_error(fmt::format(
+        "no widget of kind \"{}\": use app.brimlog.small, app.brimlog.medium or app.brimlog.large",
+        kind));
+  }
+  const std::optional<ProviderChoice> choice = ProviderChoice::fromRawValue(providerName);
+  if (!choice) {
+    throw std::runtime_error(
+        fmt::format("unknown provider \"{}\": choose claude, codex, grok or cursor", providerName));
+  }
+  Date now = currentDate();
+  if (!nowText.empty()) {
+    const std::optional<Date> parsed = parseISO8601(nowText);
+    if (!parsed) {
+      throw std::runtime_error(
+          fmt::format("--now {} is not an ISO 8601 instant such as 2026-11-20T12:00:00Z", nowText));
+    }
+    now = *parsed;
+  }
+  const auto clock = [now] { return now; };
+  const std::optional<std::filesystem::path> folder = sharedDirectory(shared);
+  // One entry: the gallery's in preview, else the first of the timeline, the one shown now.
+  SnapshotEntry entry =
+      description->configurable
+          ? ProviderChoiceTimelineProvider{folder, clock}.snapshotEntry(*choice, preview)
+          : SnapshotTimelineProvider{folder, clock}.snapshotEntry(preview);
+  const Timeline timeline{{entry}, now + Seconds{WidgetDisplay::reloadInterval}};
+  fmt::print("{}", WidgetPage::page(
+                       description->displayName,
+                       WidgetPage::widget(*description, timeline, choice->providerID(), now)));
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{
+      "Draws Brimlog's widgets (small, medium, large) from the snapshot that `brimlog` writes, as "
+      "pages of a web server on 127.0.0.1 that any browser can show.",
+      "brimlog-widgets"};
+  app.set_version_flag("--version", std::string(appVersion()));
+  app.require_subcommand(1);
+  std::string shared;
+  const char* sharedHelp =
+      "The folder holding snapshot.json (default: "
+      "$XDG_DATA_HOME/brimlog/containers/K7QX2M9T4B.app.brimlog, else under ~/.local/share)";
+
+  int port = 8717;
+  CLI::App* serveCommand = app.add_subcommand("serve", "Serve the widgets until Ctrl-C");
+  serveCommand->add_option("--port", port, "The port on 127.0.0.1 (default 8717; 0: any free one)")
+      ->check(CLI::Range(0, 65535));
+  serveCommand->add_option("--shared-dir", shared, sharedHelp)->type_name("DIR");
+
+  std::string kind, provider = "claude", now;
+  bool preview = false;
+  CLI::App* renderCommand =
+      app.add_subcommand("render", "Print the page of one widget's current entry");
+  renderCommand
+      ->add_option("--kind", kind, "app.brimlog.small, app.brimlog.medium or app.brimlog.large")
+      ->required();
+  renderCommand->add_option("--provider", provider,
+                            "What the small widget shows: claude, codex, grok or cursor "
+                            "(default claude)");
+  renderCommand->add_flag("--preview", preview,
+                          "The gallery's entry: your data, or the sample when there is none");
+  renderCommand->add_option("--now", now, "An ISO 8601 instant taken as now")->type_name("TIME");
+  renderCommand->add_option("--shared-dir", shared, sharedHelp)->type_name("DIR");
+
+  CLI::App* refreshCommand =
+      app.add_subcommand("refresh",
+                         "Ask a running Brimlog to fetch fresh data, as the widgets' "
+                         "refresh button does");
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error);
+  }
+  try {
+    if (serveCommand->parsed()) return serve(port, shared);
+    if (renderCommand->parsed()) return render(kind, provider, preview, now, shared);
+    if (refreshCommand->parsed()) {
+      RefreshIntent{}.perform(notifications());
+      fmt::print("Asked Brimlog to refresh; the widgets show the new data once it is written.\n");
+      return 0;
+    }
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "brimlog-widgets: {}\n", error.what());
+  }
+  return 1;
+}

@@ -21,8 +21,8 @@ struct Color {
     bool operator==(const SRGB&) const = default;
   };
 
-  /// The colours of ordinary and of subdued text, whatever the renderer makes of them.
-  enum class Semantic { primaryText, secondaryText };
+  /// The colours of ordinary, subdued and faint text, whatever the renderer makes of them.
+  enum class Semantic { primaryText, secondaryText, tertiaryText };
 
   std::variant<SRGB, Semantic> value;
 
@@ -31,6 +31,7 @@ struct Color {
   }
   static constexpr Color primaryText() { return Color{Semantic::primaryText}; }
   static constexpr Color secondaryText() { return Color{Semantic::secondaryText}; }
+  static constexpr Color tertiaryText() { return Color{Semantic::tertiaryText}; }
 
   bool operator==(const Color&) const = default;
 };

@@ -1,0 +1,196 @@
+// The widgets' view trees, read as trees: which views, texts, timers and opacities they hold.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "server/WidgetPage.hpp"
+#include "support/ExpectedFile.hpp"
+#include "timeline/BrimlogWidgets.hpp"
+#include "ui/HtmlRenderer.hpp"
+#include "views/ProviderRows.hpp"
+#include "views/Sparkline.hpp"
+#include "views/WidgetHeader.hpp"
+#include "views/WidgetViews.hpp"
+#include "views/WindowViews.hpp"
+
+namespace brimlog {
+namespace {
+
+using ::testing::Contains;
+using ::testing::Not;
+using ui::View;
+
+const Date kNow = *parseISO8601("2026-10-29T12:00:00Z");
+
+SnapshotEntry entryOf(std::optional<Snapshot> snapshot, ProviderID provider = ProviderID::claude,
+                      bool isSample = false, Date date = kNow) {
+  return SnapshotEntry{date, std::move(snapshot), provider, isSample};
+}
+
+LimitWindow windowResettingIn(double seconds, LimitSource source = LimitSource::live()) {
+  return LimitWindow{"session", "Session", 0.4, 18000.0, kNow + Seconds{seconds}, source};
+}
+
+const View* withRole(const View& tree, std::string_view role) {
+  return tree.find([&](const View& view) { return view.modifiers.role == role; });
+}
+
+TEST(WidgetViewsTest, WithoutASnapshotOrItsProviderAWidgetAsksToOpenBrimlog) {
+  const std::vector<View> empty{
+      SmallWidgetView{entryOf(std::nullopt)}.body(),
+      MediumWidgetView{entryOf(std::nullopt)}.body(),
+      LargeWidgetView{entryOf(std::nullopt)}.body(),
+      SmallWidgetView{entryOf(Snapshot::placeholder(), ProviderID::cursor)}.body(),
+  };
+  for (const View& widget : empty) {
+    EXPECT_THAT(widget.texts(), Contains("Open Brimlog to start"));
+    EXPECT_EQ(widget.modifiers.link, "brimlog://open");
+  }
+  // With a snapshot, every widget still opens Brimlog when clicked.
+  EXPECT_EQ(LargeWidgetView{entryOf(Snapshot::placeholder())}.body().modifiers.link,
+            "brimlog://open");
+}
+
+TEST(WidgetViewsTest, AProviderWithoutWindowsSaysWhyAndWhatItCost) {
+  const Snapshot& sample = Snapshot::placeholder();  // Grok: unavailable, no windows, $6.80
+  EXPECT_THAT(MediumWidgetView{entryOf(sample)}.body().texts(), Contains("Grok · no live limits"));
+  EXPECT_THAT(LargeWidgetView{entryOf(sample)}.body().texts(), Contains("Grok · no live limits"));
+  const std::vector<std::string> small =
+      SmallWidgetView{entryOf(sample, ProviderID::grok)}.body().texts();
+  EXPECT_THAT(small, Contains("No live limits"));
+  EXPECT_THAT(small, Contains("30 days $6.80"));
+  EXPECT_THAT(small, Not(Contains("Open Brimlog to start")));
+}
+
+TEST(WidgetViewsTest, ALoneWindowKeepsTheWidthOfOneOfTwo) {
+  Snapshot::Provider codex = Snapshot::placeholder().providers[1];
+  ASSERT_EQ(codex.windows.size(), 1u);
+  const View row = ProviderRow{codex, kNow, true}.body();
+  ASSERT_EQ(row.children.size(), 3u);  // name, the window, the filler
+  EXPECT_EQ(row.children[1].modifiers.frame->maxWidth, ui::kInfinity);
+  EXPECT_EQ(row.children[2].modifiers.role, "filler");
+  EXPECT_EQ(row.children[2].modifiers.frame->maxWidth, ui::kInfinity);
+
+  Snapshot::Provider claude = Snapshot::placeholder().providers[0];
+  const View full = ProviderRow{claude, kNow, true}.body();
+  EXPECT_EQ(full.children.size(), 3u);  // two windows, no filler
+  EXPECT_NE(full.children[2].modifiers.role, "filler");
+}
+
+TEST(WidgetViewsTest, CountdownsRunOnlyInLiveEntriesAndWithinADay) {
+  struct Row {
+    const char* name;
+    double resetIn;
+    bool live;
+    bool timer;
+    const char* text;
+  };
+  const Row rows[] = {
+      {"3 hours, live", 3 * 3600, true, true, "3:00:00"},
+      {"3 hours, sample", 3 * 3600, false, false, "3h 0m"},
+      {"2 days, live", 2 * 86400, true, false, "2d 0h"},
+      {"2 days, sample", 2 * 86400, false, false, "2d 0h"},
+      {"passed", -60, true, false, "now"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    const View countdown = ResetCountdown{kNow + Seconds{row.resetIn}, kNow, row.live}.body();
+    EXPECT_EQ(countdown.kind == View::Kind::timer, row.timer);
+    EXPECT_THAT(countdown.texts(), Contains(row.text));
+  }
+  // A sample entry of a whole widget never holds a timer.
+  Snapshot snapshot = Snapshot::placeholder();
+  snapshot.providers[0].windows[0] = windowResettingIn(3 * 3600);
+  EXPECT_EQ(withRole(MediumWidgetView{entryOf(snapshot, ProviderID::claude, true)}.body(), "timer"),
+            nullptr);
+  EXPECT_NE(withRole(MediumWidgetView{entryOf(snapshot)}.body(), "timer"), nullptr);
+}
+
+TEST(WidgetViewsTest, AWindowKeptFromAnEarlierAnswerIsFadedWithItsTextsUnchanged) {
+  const LimitWindow fresh = windowResettingIn(86400 * 2);
+  const LimitWindow stale = windowResettingIn(86400 * 2, LimitSource::stale(kNow - Seconds{600}));
+  const Color accent = ProviderID(ProviderID::claude).accent();
+  for (bool small : {false, true}) {
+    const View faded = small ? SmallWindowView{stale, accent, kNow, true}.body()
+                             : CompactWindowView{stale, accent, kNow, true}.body();
+    const View full = small ? SmallWindowView{fresh, accent, kNow, true}.body()
+                            : CompactWindowView{fresh, accent, kNow, true}.body();
+    EXPECT_EQ(faded.modifiers.opacity, 0.6);
+    EXPECT_EQ(full.modifiers.opacity, 1);
+    EXPECT_EQ(faded.texts(), full.texts());
+  }
+}
+
+TEST(WidgetViewsTest, TheStaleBadgeAppearsAfterHalfAnHour) {
+  const Snapshot& sample = Snapshot::placeholder();
+  for (const auto& [minutes, badge] : {std::pair{31, true}, std::pair{29, false}}) {
+    SCOPED_TRACE(minutes);
+    const Date later = sample.generatedAt + Seconds{minutes * 60.0};
+    const View header = WidgetHeader{sample, later}.body();
+    const View small = SmallWidgetView{entryOf(sample, ProviderID::claude, false, later)}.body();
+    EXPECT_EQ(withRole(header, "stale-badge") != nullptr, badge);
+    EXPECT_EQ(withRole(small, "stale-badge") != nullptr, badge);
+    if (badge) {
+      EXPECT_THAT(small.texts(), Contains("Updated 31 min. ago"));
+    }
+  }
+}
+
+TEST(WidgetViewsTest, ASparklineSpansTheHeightFromItsPeakToZero) {
+  const double width = 300, height = 60;
+  auto ys = [&](const std::vector<double>& values) {
+    const View line = Sparkline{values}.body();
+    std::vector<double> resolved;
+    if (line.shapes.size() != 2) return resolved;
+    for (const auto& [x, y] : line.shapes[1].points) resolved.push_back(y.resolve(height));
+    EXPECT_EQ(line.shapes[1].points.back().first.resolve(width), width);
+    return resolved;
+  };
+  EXPECT_EQ(ys(std::vector<double>(30, 0.0)), std::vector<double>(30, height - 1));  // peak 0.01
+  EXPECT_TRUE(ys({4.2}).empty());  // nothing drawn
+  EXPECT_EQ(ys({0, 5, 10, -3}), (std::vector<double>{height - 1, 30, 1, height - 1}));
+  // The area closes along the bottom edge under the line.
+  const View area = Sparkline{{1, 2}}.body();
+  EXPECT_EQ(area.shapes[0].points.front().second.resolve(height), height);
+  EXPECT_TRUE(area.shapes[0].closed);
+}
+
+TEST(WidgetViewsTest, ABarAfterItsResetIsFullWithoutAMarker) {
+  const LimitWindow window{"weekly", "Weekly",          0.9,
+                           604800.0, kNow - Seconds{1}, LimitSource::live()};
+  const View view = CompactWindowView{window, Color::primaryText(), kNow, true}.body();
+  EXPECT_THAT(view.texts(), Contains("100%"));
+  EXPECT_THAT(view.texts(), Contains("now"));
+  const View* bar = view.find([](const View& node) { return node.kind == View::Kind::canvas; });
+  ASSERT_NE(bar, nullptr);
+  ASSERT_EQ(bar->shapes.size(), 2u);  // track and fill, no pace marker
+  EXPECT_EQ(bar->shapes[1].width, (ui::Length{1, 0}));
+
+  // Mid-window the marker sits at the time left, kept inside the bar.
+  const LimitWindow half{"weekly", "Weekly", 0.5, 1000.0, kNow + Seconds{1}, LimitSource::live()};
+  const View halfView = CompactWindowView{half, Color::primaryText(), kNow, true}.body();
+  const View* marked =
+      halfView.find([](const View& node) { return node.kind == View::Kind::canvas; });
+  ASSERT_EQ(marked->shapes.size(), 3u);
+  EXPECT_EQ(marked->shapes[2].x.resolve(100), 0);  // 0.1 - 0.75 clamped at the leading edge
+}
+
+// The sample's large widget, whole, as the server sends it.
+TEST(WidgetViewsTest, TheSampleLargeWidgetRendersAsExpected) {
+  const SnapshotEntry sample = SnapshotEntry::placeholder();
+  EXPECT_THAT(LargeWidgetView{sample}.body().texts(),
+              Contains("Today $8.85 · 30 days $292.60 (API estimate)"));
+  const Timeline timeline{{sample}, sample.date + Seconds{900}};
+  const std::string html =
+      WidgetPage::widget(BrimlogWidgets::largeWidget, timeline, ProviderID::claude, sample.date);
+  // One element a line, so that a change reads as a change of lines.
+  std::string lines;
+  for (size_t i = 0; i < html.size(); ++i) {
+    lines.push_back(html[i]);
+    if (html[i] == '>' && i + 1 < html.size() && html[i + 1] == '<') lines.push_back('\n');
+  }
+  EXPECT_TRUE(testing::matchesExpectedFile("widget-large-sample.html", lines + "\n"));
+}
+
+}  // namespace
+}  // namespace brimlog

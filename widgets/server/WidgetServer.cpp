@@ -1,0 +1,172 @@
+#include "server/WidgetServer.hpp"
+
+#include <fmt/format.h>
+#include <httplib.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "display/WidgetDisplay.hpp"
+#include "server/WidgetPage.hpp"
+#include "timeline/BrimlogWidgets.hpp"
+#include "timeline/ProviderChoice.hpp"
+#include "timeline/ProviderChoiceTimelineProvider.hpp"
+#include "timeline/RefreshIntent.hpp"
+#include "timeline/SnapshotTimelineProvider.hpp"
+
+namespace brimlog {
+
+namespace {
+
+// Pages may run their own inline script and style and call back to this server; nothing else.
+constexpr const char* kContentSecurityPolicy =
+    "default-src 'none'; script-src 'unsafe-inline'; style-src 'unsafe-inline'; "
+    "img-src data:; connect-src 'self'; base-uri 'none'; form-action 'none'";
+
+void answer(httplib::Response& response, int status, const std::string& body,
+            const char* type = "text/plain; charset=utf-8") {
+  response.status = status;
+  response.set_header("Cache-Control", "no-store");
+  response.set_header("X-Content-Type-Options", "nosniff");
+  response.set_header("Content-Security-Policy", kContentSecurityPolicy);
+  response.set_content(body, type);
+}
+
+}  // namespace
+
+struct WidgetServer::State {
+  std::optional<std::filesystem::path> sharedDirectory;
+  NotificationCenter notifications;
+  std::function<Date()> clock;
+  httplib::Server server;
+  int port = 0;
+
+  // One widget of `description` for `choice`: its timeline, or its gallery entry in preview.
+  std::string widget(const WidgetDescription& description, ProviderChoice choice, bool preview,
+                     Date now) const {
+    const auto fixedClock = [now] { return now; };
+    Timeline timeline;
+    if (description.configurable) {
+      const ProviderChoiceTimelineProvider provider{sharedDirectory, fixedClock};
+      timeline = preview ? Timeline{{provider.snapshotEntry(choice, true)}, now}
+                         : provider.timeline(choice);
+    } else {
+      const SnapshotTimelineProvider provider{sharedDirectory, fixedClock};
+      timeline = preview ? Timeline{{provider.snapshotEntry(true)}, now} : provider.timeline();
+    }
+    if (preview) {
+      // A preview is one entry; the page looks again as a timeline would, 15 minutes on.
+      timeline.reloadAt = now + Seconds{WidgetDisplay::reloadInterval};
+    }
+    return WidgetPage::widget(description, timeline, choice.providerID(), now);
+  }
+
+  void gallery(const httplib::Request& request, httplib::Response& response) const {
+    const bool preview = request.get_param_value("preview") == "1";
+    const Date now = clock();
+    std::vector<WidgetPage::Item> items;
+    for (const WidgetDescription& description : BrimlogWidgets::widgets()) {
+      if (description.configurable) {
+        for (ProviderChoice choice : ProviderChoice::allCases) {
+          items.push_back({description, widget(description, choice, preview, now)});
+        }
+      } else {
+        items.push_back({description, widget(description, ProviderChoice::claude, preview, now)});
+      }
+    }
+    answer(response, 200, WidgetPage::page("Brimlog widgets", WidgetPage::gallery(items)),
+           "text/html; charset=utf-8");
+  }
+
+  void page(const httplib::Request& request, httplib::Response& response) const {
+    const std::string kind = request.matches[1];
+    const std::optional<WidgetDescription> description = BrimlogWidgets::widget(kind);
+    if (!description) {
+      answer(response, 404,
+             fmt::format("No widget of kind \"{}\"; the kinds are {}.\n", kind, kindList()));
+      return;
+    }
+    ProviderChoice choice = ProviderChoice::claude;
+    if (request.has_param("provider")) {
+      const std::string raw = request.get_param_value("provider");
+      const std::optional<ProviderChoice> chosen = ProviderChoice::fromRawValue(raw);
+      if (!chosen) {
+        answer(
+            response, 400,
+            fmt::format("Unknown provider \"{}\": choose claude, codex, grok or cursor.\n", raw));
+        return;
+      }
+      choice = *chosen;
+    }
+    const bool preview = request.get_param_value("preview") == "1";
+    const std::string body = widget(*description, choice, preview, clock());
+    answer(response, 200, WidgetPage::page(description->displayName, body),
+           "text/html; charset=utf-8");
+  }
+
+  void refresh(const httplib::Request& request, httplib::Response& response) const {
+    // Only this server's own pages may press the button: a browser names the page's origin on
+    // every POST, and a page of another site must not make the host fetch on its behalf.
+    const std::string origin = request.get_header_value("Origin");
+    const bool own = origin.empty() || origin == fmt::format("http://127.0.0.1:{}", port) ||
+                     origin == fmt::format("http://localhost:{}", port);
+    if (!own || request.get_header_value("Sec-Fetch-Site") == "cross-site") {
+      answer(response, 403, "Refused: the refresh button belongs to this server's own pages.\n");
+      return;
+    }
+    RefreshIntent{}.perform(notifications);
+    answer(response, 204, "");
+  }
+
+  static std::string kindList() {
+    std::string list;
+    for (const WidgetDescription& description : BrimlogWidgets::widgets()) {
+      if (!list.empty()) list += ", ";
+      list += description.kind;
+    }
+    return list;
+  }
+};
+
+WidgetServer::WidgetServer(std::optional<std::filesystem::path> sharedDirectory,
+                           NotificationCenter notifications, std::function<Date()> clock)
+    : state_(new State{
+          std::move(sharedDirectory), std::move(notifications), std::move(clock), {}, 0}) {
+  State& state = *state_;
+  state.server.Get("/", [&state](const httplib::Request& request, httplib::Response& response) {
+    state.gallery(request, response);
+  });
+  state.server.Get(R"(/widgets/([^/]+))",
+                   [&state](const httplib::Request& request, httplib::Response& response) {
+                     state.page(request, response);
+                   });
+  state.server.Post("/intents/refresh",
+                    [&state](const httplib::Request& request, httplib::Response& response) {
+                      state.refresh(request, response);
+                    });
+  state.server.set_error_handler([](const httplib::Request&, httplib::Response& response) {
+    if (response.body.empty()) {
+      answer(response, response.status,
+             fmt::format("Nothing here ({}): the widgets are at /.\n", response.status));
+    }
+  });
+}
+
+WidgetServer::~WidgetServer() { stop(); }
+
+int WidgetServer::bind(int port) {
+  const int bound = port == 0 ? state_->server.bind_to_any_port("127.0.0.1")
+                              : (state_->server.bind_to_port("127.0.0.1", port) ? port : -1);
+  if (bound < 0) {
+    throw WidgetServerError(fmt::format("Cannot listen on 127.0.0.1:{}: {}", port,
+                                        errno ? std::strerror(errno) : "the port is taken"));
+  }
+  state_->port = bound;
+  return bound;
+}
+
+void WidgetServer::listen() { state_->server.listen_after_bind(); }
+
+void WidgetServer::stop() { state_->server.stop(); }
+
+}  // namespace brimlog

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "platform/Date.hpp"
+#include "platform/NotificationCenter.hpp"
+
+namespace brimlog {
+
+/// A failure to set the server up, naming the address and the system's reason.
+class WidgetServerError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// The widgets' loopback web server. Every request is answered from scratch: the timeline
+/// providers read the snapshot anew and the clock once.
+///
+///   GET  /                               the gallery: every widget, the small one per provider
+///   GET  /widgets/KIND?provider=P        one widget's timeline as a page (`WidgetPage`)
+///        …&preview=1                     the gallery entry: the user's data, else the sample
+///   POST /intents/refresh                runs the refresh intent; 204
+///
+/// It listens on 127.0.0.1 only, answers an unknown provider with 400 and an unknown path with
+/// 404, refuses a POST from another site with 403, and lets its pages load nothing from
+/// elsewhere.
+///
+///     WidgetServer server{sharedDirectory, NotificationCenter{root}};
+///     int port = server.bind(0);  // any free port
+///     server.listen();            // until stop()
+class WidgetServer {
+ public:
+  WidgetServer(std::optional<std::filesystem::path> sharedDirectory,
+               NotificationCenter notifications, std::function<Date()> clock = currentDate);
+  ~WidgetServer();
+  WidgetServer(const WidgetServer&) = delete;
+  WidgetServer& operator=(const WidgetServer&) = delete;
+
+  /// Binds 127.0.0.1:`port` (0: any free port) and returns the port; throws `WidgetServerError`.
+  int bind(int port);
+  /// Serves until `stop`, from any thread.
+  void listen();
+  void stop();
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace brimlog
