@@ -7,7 +7,9 @@ FUZZ_SECONDS ?= 60
 ASAN_DIR ?= build-asan
 SANITIZE := -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer
 
-.PHONY: all deps configure build brimlog test bench run demo format clean fuzz asan
+WIDGETS_PORT ?= 8717
+
+.PHONY: all deps configure build brimlog test bench run demo widgets format clean fuzz asan
 
 all: build
 
@@ -33,15 +35,23 @@ brimlog: configure
 run: brimlog
 	$(BUILD_DIR)/bin/brimlog report
 
-# A report of a generated sample home, in a throw-away database.
+# A report of a generated sample home in a throw-away database, its dashboard, and then its
+# widgets served on 127.0.0.1:$(WIDGETS_PORT) until Ctrl-C.
 demo: brimlog
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target brimlog-widgets
 	@examples/make-demo-home examples/home
-	@db=$$(mktemp -d); \
+	@db=$$(mktemp -d); trap 'rm -rf "$$db"' EXIT INT TERM; \
 	  $(BUILD_DIR)/bin/brimlog report --home examples/home --db $$db/usage.db && echo && \
 	  $(BUILD_DIR)/bin/brimlog report tools --no-sync --home examples/home --db $$db/usage.db && echo && \
 	  $(BUILD_DIR)/bin/brimlog status --offline --home examples/home --db $$db/usage.db \
-	    --shared-dir $$db/shared; \
-	  status=$$?; rm -rf $$db; exit $$status
+	    --shared-dir $$db/shared && echo && \
+	  $(BUILD_DIR)/bin/brimlog-widgets serve --port $(WIDGETS_PORT) --shared-dir $$db/shared
+
+# The widgets of your own data (what `brimlog` last wrote), on 127.0.0.1:$(WIDGETS_PORT).
+widgets: brimlog
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target brimlog-widgets
+	$(BUILD_DIR)/bin/brimlog --offline >/dev/null
+	$(BUILD_DIR)/bin/brimlog-widgets serve --port $(WIDGETS_PORT)
 
 bench: build
 	bench/run-bench $(BUILD_DIR)
