@@ -12,6 +12,7 @@
 
 #include "Dashboard.hpp"
 #include "ProgressBar.hpp"
+#include "SnapshotPublisher.hpp"
 #include "StoreIngestSink.hpp"
 #include "TextTable.hpp"
 #include "display/SnapshotStore.hpp"
@@ -219,30 +220,7 @@ int Commands::limits(const LimitsOptions& options) {
 }
 
 Snapshot Commands::publish() {
-  std::shared_ptr<UsageStore> opened = store();
-  std::map<ProviderID, ProviderLimits> limits;
-  for (ProviderID provider : ProviderID::allCases) {
-    try {
-      if (auto stored = opened->limits(provider)) limits.emplace(provider, std::move(*stored));
-    } catch (const JsonDecodeError&) {
-      // A damaged record is as good as none; the next fetch replaces it.
-    }
-  }
-  const UsageSummary summary =
-      opened->summary(30, settings_.now, settings_.calendar, PriceTable::bundled());
-  Snapshot snapshot =
-      Snapshot::make(summary, limits, ProviderID::allCases, settings_.now, settings_.calendar);
-  const SnapshotStore shared{settings_.sharedDir};
-  try {
-    shared.write(snapshot);
-  } catch (const SnapshotStore::StoreError&) {
-    throw CommandError(
-        "Cannot write the snapshot for the widgets: no shared folder (set HOME or "
-        "XDG_DATA_HOME, or give --shared-dir)");
-  } catch (const std::exception& error) {
-    throw CommandError("Cannot write the snapshot " + shared.file().string() + ": " + error.what());
-  }
-  return snapshot;
+  return SnapshotPublisher::publish(*store(), settings_, settings_.now);
 }
 
 Snapshot Commands::refresh(bool offline) {

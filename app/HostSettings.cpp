@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "display/SnapshotStore.hpp"
+#include "platform/NotificationCenter.hpp"
 #include "platform/SharedDirectory.hpp"
 
 namespace brimlog {
@@ -83,6 +84,7 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
         SnapshotStore::appGroup, environment("XDG_DATA_HOME"), environment("HOME"));
   }
 
+  settings.notificationRoot = NotificationCenter::defaultRoot(environment("XDG_RUNTIME_DIR"));
   const std::optional<std::string> noColor = environment("NO_COLOR");
   settings.noColor = noColor && !noColor->empty();
 

@@ -46,6 +46,9 @@ struct HostSettings {
   /// Where the snapshot for the widgets goes: --shared-dir, else the shared container under
   /// ${XDG_DATA_HOME:-$HOME/.local/share}/brimlog/containers; absent when neither is known.
   std::optional<std::filesystem::path> sharedDir;
+  /// Where notifications between the user's processes meet (the widgets' refresh button):
+  /// $XDG_RUNTIME_DIR/brimlog/notifications, else a private folder under /tmp.
+  std::filesystem::path notificationRoot;
   /// NO_COLOR is set (to anything but the empty text): draw without colours.
   bool noColor = false;
   /// BRIMLOG_CLAUDE_USAGE_URL and BRIMLOG_CODEX_USAGE_URL as set; checked when limits are asked.

@@ -113,11 +113,7 @@ std::vector<FetchOutcome> LimitsFetcher::run(Date now, RefreshState& state, bool
     if (!outcome.fetched) continue;
     ProviderLimits limits = answers[next++].get();
     store_->setLimits(limits, outcome.provider);
-    RefreshState::Entry& entry = state[outcome.provider];
-    entry.lastAttempt = now;
-    if (limits.status == ProviderStatus::ok) entry.lastFetch = now;
-    entry.delay =
-        RefreshPolicy::nextDelay(limits.status, entry.delay.value_or(RefreshPolicy::minInterval));
+    state[outcome.provider].record(limits.status, now);
     outcome.limits = std::move(limits);
   }
   return outcomes;

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "limits/RefreshPolicy.hpp"
 #include "platform/FileDescriptor.hpp"
 #include "platform/WholeFile.hpp"
 
@@ -85,6 +86,17 @@ void RefreshState::save(const fs::path& path) const {
   if (::rename(temporary.c_str(), path.c_str()) != 0) {
     fail("Cannot replace the refresh state", path);
   }
+}
+
+void RefreshState::Entry::record(ProviderStatus status, Date now) {
+  lastAttempt = now;
+  if (status == ProviderStatus::ok) lastFetch = now;
+  delay = RefreshPolicy::nextDelay(status, delay.value_or(RefreshPolicy::minInterval));
+}
+
+Date RefreshState::Entry::nextFetch(Date now) const {
+  if (!lastAttempt || *lastAttempt > now) return now;
+  return *lastAttempt + Seconds{delay.value_or(RefreshPolicy::minInterval)};
 }
 
 }  // namespace brimlog

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "model/PerProvider.hpp"
+#include "model/ProviderLimits.hpp"
 #include "platform/Date.hpp"
 #include "platform/Json.hpp"
 
@@ -24,6 +25,15 @@ struct RefreshState {
     std::optional<double> delay;
 
     bool operator==(const Entry&) const = default;
+
+    /// Records an attempt at `now` that ended with `status`: its time, the success's time when
+    /// it succeeded, and the delay until the next (`RefreshPolicy::nextDelay`, so a run of
+    /// unreachable answers waits 600, 1,200, then 1,800 seconds, and an ok one 300 again).
+    void record(ProviderStatus status, Date now);
+
+    /// When the tool is due again: the last attempt plus its delay; `now` when it was never
+    /// asked or the last attempt lies in the future (a clock set back).
+    Date nextFetch(Date now) const;
   };
 
   PerProvider<Entry> entries;

@@ -59,6 +59,16 @@ std::vector<LogFolder> ToolFolders::logFolders() const {
   return folders;
 }
 
+std::vector<fs::path> ToolFolders::possibleLogRoots() const {
+  std::vector<fs::path> roots;
+  for (const fs::path& dir : claudeDirs) roots.push_back(ProviderLocations::projectsIn(dir));
+  for (const fs::path& sessions : ProviderLocations::sessionsIn(codexHome)) {
+    roots.push_back(sessions);
+  }
+  roots.push_back(locations().grokSessions());
+  return roots;
+}
+
 bool ToolFolders::isPresent(ProviderID provider) const {
   switch (provider) {
     case ProviderID::claude:

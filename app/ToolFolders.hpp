@@ -40,6 +40,9 @@ struct ToolFolders {
   /// Codex's current and archived sessions, Grok's sessions.
   std::vector<LogFolder> logFolders() const;
 
+  /// Every folder logs may appear in, whether or not it exists yet: what a watch waits on.
+  std::vector<std::filesystem::path> possibleLogRoots() const;
+
   /// Whether the tool is installed: Claude when any of its folders has `projects/`; Codex when
   /// its home has `sessions/` or `auth.json`; Grok and Cursor by their places under the home.
   bool isPresent(ProviderID provider) const;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Commands.hpp"
+#include "Daemon.hpp"
 #include "platform/AppVersion.hpp"
 
 namespace {
@@ -104,7 +105,25 @@ int main(int argc, char** argv) {
       app.add_subcommand("limits", "Show each tool's plan, status and limits as last fetched");
   limitsCommand->add_flag("--json", limits.json, "Print the stored limits as JSON");
 
-  for (CLI::App* command : {syncCommand, statusCommand, reportCommand, limitsCommand}) {
+  DaemonOptions daemon;
+  CLI::App* daemonCommand = app.add_subcommand(
+      "daemon",
+      "Keep the database and the widgets' snapshot current until stopped: a pass soon after a "
+      "log changes, each tool's limits on their schedule, the widgets' refresh button answered");
+  daemonCommand
+      ->add_option("--interval", daemon.interval,
+                   "Seconds between passes when no change was seen (default 60)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1.0, 86400.0));
+  daemonCommand->add_flag("--offline", daemon.offline, "Fetch nothing from the tools' services");
+  bool noNotify = false;
+  daemonCommand->add_flag("--no-notify", noNotify,
+                          "No desktop notifications when a limit gets tight or resets");
+  sharedDirOptions.push_back(
+      daemonCommand->add_option("--shared-dir", sharedDir, sharedDirHelp)->type_name("DIR"));
+
+  for (CLI::App* command :
+       {syncCommand, statusCommand, reportCommand, limitsCommand, daemonCommand}) {
     command->fallthrough();
     command->footer(
         "Shared options, before or after the subcommand: --home DIR, --db FILE, --tz ZONE, "
@@ -139,6 +158,10 @@ int main(int argc, char** argv) {
     Calendar::setCurrent(settings.calendar);
     Commands commands{settings};
     if (syncCommand->parsed()) return commands.sync(sync);
+    if (daemonCommand->parsed()) {
+      daemon.notify = !noNotify;
+      return Daemon{settings, daemon}.run();
+    }
     if (limitsCommand->parsed()) return commands.limits(limits);
     if (reportCommand->parsed()) {
       report.view = *ReportFormatter::viewNamed(view);

@@ -343,6 +343,14 @@ void UsageStore::prune(Date date, const Calendar& calendar) {
   });
 }
 
+int64_t UsageStore::dataVersion() {
+  int64_t version = 0;
+  withDatabase("read the data version", [&](SQLiteDatabase& db) {
+    db.query("PRAGMA data_version", {}, [&](const Row& row) { version = row.integer(0); });
+  });
+  return version;
+}
+
 UsageSummary UsageStore::summary(int days, Date now, const Calendar& calendar,
                                  const PriceTable& prices) {
   const SummaryWindow window = SummaryWindow::make(days, now, calendar);

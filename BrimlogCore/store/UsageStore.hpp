@@ -97,6 +97,10 @@ class UsageStore {
   /// again if its line is read again.
   void prune(Date date, const Calendar& calendar);
 
+  /// A number that changes when another connection (another process) has committed to the
+  /// database since the last call; this connection's own writes leave it as it is.
+  int64_t dataVersion();
+
   /// The last `days` local days (at least one) up to the day of `now`, priced with `prices`.
   UsageSummary summary(int days, Date now, const Calendar& calendar, const PriceTable& prices);
 

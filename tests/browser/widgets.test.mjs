@@ -194,10 +194,18 @@ async function main() {
   await medium.close();
 
   // A snapshot 1799 s old turns stale while the page is open: its next entry takes over.
-  writeSnapshot(Math.ceil(Date.now() / 1000) - 1799);
+  const generatedAt = Math.ceil(Date.now() / 1000) - 1799;
+  writeSnapshot(generatedAt);
   const large = await open(base, '/widgets/app.brimlog.large');
   await large.evaluate(() => { window.brimlogMarker = 'kept'; });
-  check(await large.locator('.stale-badge:visible').count() === 0, 'a fresh snapshot shows no stale badge');
+  // On a machine loaded enough that the page took seconds to open, the badge may already be due.
+  const stillFresh = Date.now() / 1000 < generatedAt + 1800;
+  const badgeAtFirst = await large.locator('.stale-badge:visible').count();
+  if (stillFresh) {
+    check(badgeAtFirst === 0, 'a fresh snapshot shows no stale badge');
+  } else {
+    console.log('note: the page opened after the snapshot turned stale; the first look is skipped');
+  }
   const appeared = await large.locator('.stale-badge:visible').first()
     .waitFor({ state: 'visible', timeout: 10000 }).then(() => true, () => false);
   check(appeared, 'the stale badge appears when the snapshot turns stale');

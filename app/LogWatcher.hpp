@@ -1,0 +1,49 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/FileDescriptor.hpp"
+
+namespace brimlog {
+
+/// Watches the tools' log folders with inotify, so that a pass can follow a new reply within a
+/// second. Every folder under a root is watched, new ones as they appear; a root that does not
+/// exist yet is waited for through its nearest existing parent. A full watch table is told once
+/// on standard error and otherwise ignored: the caller's regular passes catch what is missed.
+///
+///     LogWatcher watcher{{home / ".claude/projects", home / ".codex/sessions"}};
+///     poll({watcher.fd(), POLLIN}, ...);
+///     if (watcher.drain()) runPass();  // something under a root changed
+class LogWatcher {
+ public:
+  /// Throws std::system_error when inotify itself is unavailable.
+  explicit LogWatcher(std::vector<std::filesystem::path> roots);
+
+  /// The descriptor to wait on: readable when changes are waiting.
+  int fd() const { return fd_.get(); }
+
+  /// Reads every waiting change without blocking, watches folders that appeared, and tells
+  /// whether anything under a root changed.
+  bool drain();
+
+  /// How many folders are watched, parents waited on included.
+  size_t watchCount() const { return watches_.size(); }
+
+ private:
+  void watchRoots();
+  void watchTree(const std::filesystem::path& folder);
+  bool add(const std::filesystem::path& folder, uint32_t mask);
+  bool underRoot(const std::filesystem::path& path) const;
+
+  FileDescriptor fd_;
+  std::vector<std::filesystem::path> roots_;
+  std::map<int, std::filesystem::path> watches_;
+  std::set<std::string> watched_;
+  bool warnedFull_ = false;
+};
+
+}  // namespace brimlog
