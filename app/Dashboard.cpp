@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <variant>
 
+#include "ColorMarkup.hpp"
 #include "display/LimitBarModel.hpp"
 #include "display/MeterFormat.hpp"
 #include "display/WidgetDisplay.hpp"
@@ -13,10 +13,10 @@
 namespace brimlog {
 namespace {
 
-constexpr std::string_view kReset = "\x1b[0m";
-constexpr std::string_view kDim = "\x1b[2m";
-constexpr std::string_view kBold = "\x1b[1m";
-constexpr std::string_view kWarn = "\x1b[33m";
+constexpr std::string_view kReset = ColorMarkup::Ansi::reset;
+constexpr std::string_view kDim = ColorMarkup::Ansi::dim;
+constexpr std::string_view kBold = ColorMarkup::Ansi::bold;
+constexpr std::string_view kWarn = ColorMarkup::Ansi::yellow;
 
 // Columns a text takes: every code point is one column here (no wide or combining characters
 // are drawn), and escape sequences take none.
@@ -40,29 +40,7 @@ std::string spread(const std::string& left, const std::string& right, int width)
 }
 
 std::string accentOf(ProviderID provider) {
-  const Color accent = provider.accent();
-  if (const auto* rgb = std::get_if<Color::SRGB>(&accent.value)) {
-    return fmt::format("\x1b[38;2;{};{};{}m", std::lround(rgb->red * 255),
-                       std::lround(rgb->green * 255), std::lround(rgb->blue * 255));
-  }
-  // The terminal's own text colours stand for the semantic ones: bold for primary, dim for
-  // secondary.
-  return std::string(
-      std::get<Color::Semantic>(accent.value) == Color::Semantic::primaryText ? kBold : kDim);
-}
-
-std::string paceText(Pace pace) {
-  switch (pace) {
-    case Pace::over:
-      return "over pace";
-    case Pace::under:
-      return "under pace";
-    case Pace::onPace:
-      return "on pace";
-    case Pace::unknown:
-      return {};
-  }
-  return {};
+  return ColorMarkup{ColorMarkup::Kind::ansi}.accent(provider);
 }
 
 }  // namespace
@@ -123,7 +101,7 @@ std::string Dashboard::windows(const Snapshot::Provider& provider, Date now) con
               : *bar.resetText == "now" ? "  resets now"
                                         : "  resets in " + *bar.resetText;
     }
-    if (const std::string pace = paceText(bar.pace);
+    if (const std::string pace{ColorMarkup::paceText(bar.pace)};
         !narrow && !pace.empty() && bar.pace != Pace::onPace) {
       line += "  ";
       line +=
