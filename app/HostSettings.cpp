@@ -25,8 +25,12 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
   HostSettings settings;
   // The user's own home, which the database's default follows even when --home points the
   // reading elsewhere.
-  fs::path userHome = ProviderLocations::live().home();
-  if (auto home = environment("HOME"); home && fs::path(*home).is_absolute()) userHome = *home;
+  fs::path userHome;
+  if (auto home = environment("HOME"); home && fs::path(*home).is_absolute()) {
+    userHome = *home;
+  } else {
+    userHome = ProviderLocations::live().home();
+  }
   if (given.home) {
     const std::string& home = *given.home;
     std::error_code error;
@@ -54,7 +58,9 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
     settings.database = base / "brimlog" / "usage.db";
   }
 
-  if (given.zone) {
+  if (!given.needsCalendar) {
+    // Left as UTC, which loads nothing until it is used.
+  } else if (given.zone) {
     std::optional<Calendar> calendar = Calendar::named(*given.zone);
     if (!calendar) {
       throw CommandError("--tz " + *given.zone +

@@ -31,6 +31,9 @@ struct CommandLine {
   std::optional<std::string> zone;
   std::optional<std::string> now;
   std::optional<std::string> sharedDir;
+  /// Whether the command works with days, and so needs the zone resolved: that loads the tz
+  /// database, which the status line, shown many times a minute, does without.
+  bool needsCalendar = true;
 };
 
 /// What every subcommand works with, resolved once from the shared options and the environment:
@@ -51,13 +54,16 @@ struct HostSettings {
   std::filesystem::path notificationRoot;
   /// NO_COLOR is set (to anything but the empty text): draw without colours.
   bool noColor = false;
+  /// The brimlog executable, started again for background syncs.
+  std::filesystem::path executable = "/proc/self/exe";
   /// BRIMLOG_CLAUDE_USAGE_URL and BRIMLOG_CODEX_USAGE_URL as set; checked when limits are asked.
   std::optional<std::string> claudeUsageURL;
   std::optional<std::string> codexUsageURL;
 
   /// Defaults: home $HOME (else the user database's), the database
   /// ${XDG_DATA_HOME:-$HOME/.local/share}/brimlog/usage.db (the user's, whatever --home says), the
-  /// zone of TZ (else /etc/localtime), the clock. Throws CommandError naming the option for an
+  /// zone of TZ (else /etc/localtime; UTC, unresolved, when the command needs no calendar), the
+  /// clock. Throws CommandError naming the option for an
   /// unknown zone, an unparsable instant, or a home directory that is missing or cannot be read.
   static HostSettings resolve(const CommandLine& given,
                               const EnvironmentLookup& environment = processEnvironment);

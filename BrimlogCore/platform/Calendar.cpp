@@ -71,25 +71,32 @@ Calendar Calendar::current() {
   return local(std::nullopt);
 }
 
-void Calendar::setCurrent(Calendar calendar) { installedZone.store(calendar.zone_); }
+void Calendar::setCurrent(Calendar calendar) { installedZone.store(calendar.zone()); }
 
 std::optional<Calendar> Calendar::named(std::string_view zoneName) {
   if (const auto* zone = locate(zoneName)) return Calendar{zone};
   return std::nullopt;
 }
 
-Calendar Calendar::utc() {
-  static const date::time_zone* const zone = date::locate_zone("UTC");
-  return Calendar{zone};
+Calendar Calendar::utc() { return Calendar{nullptr}; }
+
+const date::time_zone* Calendar::zone() const {
+  if (zone_ != nullptr) return zone_;
+  static const date::time_zone* const utcZone = date::locate_zone("UTC");
+  return utcZone;
 }
 
-std::string_view Calendar::zoneName() const { return zone_->name(); }
+bool Calendar::operator==(const Calendar& other) const {
+  return zone_ == other.zone_ || zone() == other.zone();
+}
+
+std::string_view Calendar::zoneName() const { return zone()->name(); }
 
 Date Calendar::startOfDay(Date date) const {
   if (!inRange(date)) return date;
   const auto [instant, fraction] = split(date);
-  const auto midnight = date::floor<date::days>(zone_->to_local(instant));
-  const auto info = zone_->get_info(midnight);
+  const auto midnight = date::floor<date::days>(zone()->to_local(instant));
+  const auto info = zone()->get_info(midnight);
   switch (info.result) {
     case date::local_info::unique:
     case date::local_info::ambiguous:  // the earlier of the two midnights
@@ -103,11 +110,11 @@ Date Calendar::startOfDay(Date date) const {
 std::optional<Date> Calendar::addingDays(int days, Date date) const {
   if (!inRange(date)) return std::nullopt;
   const auto [instant, fraction] = split(date);
-  const auto target = zone_->to_local(instant) + date::days{days};
+  const auto target = zone()->to_local(instant) + date::days{days};
   if (std::fabs(static_cast<double>(target.time_since_epoch().count())) >= kRangeSeconds) {
     return std::nullopt;
   }
-  const auto info = zone_->get_info(target);
+  const auto info = zone()->get_info(target);
   // Reading the local time with the offset in force before any change at that time moves a
   // skipped time forward by the gap and picks the earlier of two repeated times.
   const Date result =
@@ -118,7 +125,7 @@ std::optional<Date> Calendar::addingDays(int days, Date date) const {
 
 CalendarDay Calendar::day(Date date) const {
   if (!inRange(date)) return {};
-  const auto local = zone_->to_local(split(date).first);
+  const auto local = zone()->to_local(split(date).first);
   const date::year_month_day ymd{date::floor<date::days>(local)};
   return {static_cast<int>(ymd.year()), static_cast<int>(static_cast<unsigned>(ymd.month())),
           static_cast<int>(static_cast<unsigned>(ymd.day()))};
@@ -126,7 +133,7 @@ CalendarDay Calendar::day(Date date) const {
 
 bool Calendar::isWeekend(Date date) const {
   if (!inRange(date)) return false;
-  const auto local = zone_->to_local(split(date).first);
+  const auto local = zone()->to_local(split(date).first);
   const date::weekday weekday{date::floor<date::days>(local)};
   return weekday == date::Saturday || weekday == date::Sunday;
 }

@@ -47,7 +47,8 @@ class Calendar {
   /// A calendar for an IANA zone name such as "Europe/Paris" or "UTC"; nothing for an unknown name.
   static std::optional<Calendar> named(std::string_view zoneName);
 
-  /// The calendar in UTC.
+  /// The calendar in UTC. The tz database, which takes a few milliseconds to load, is not
+  /// touched until the calendar is first asked about a day.
   static Calendar utc();
 
   /// The zone's IANA name.
@@ -71,12 +72,16 @@ class Calendar {
   /// Whether `date` falls on a Saturday or Sunday, locally.
   bool isWeekend(Date date) const;
 
-  bool operator==(const Calendar& other) const { return zone_ == other.zone_; }
+  bool operator==(const Calendar& other) const;
 
  private:
   explicit Calendar(const date::time_zone* zone) : zone_(zone) {}
 
-  const date::time_zone* zone_;  // owned by the tz database, lives as long as the process
+  // The zone, located on first use for UTC.
+  const date::time_zone* zone() const;
+
+  const date::time_zone* zone_;  // owned by the tz database, lives as long as the process;
+                                 // nullptr for UTC until it is needed
 };
 
 }  // namespace brimlog
