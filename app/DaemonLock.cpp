@@ -32,6 +32,12 @@ std::optional<DaemonLock> DaemonLock::acquire(const std::filesystem::path& datab
   return DaemonLock{std::move(fd)};
 }
 
+bool DaemonLock::isHeld(const std::filesystem::path& database) {
+  const FileDescriptor fd{::open(pathFor(database).c_str(), O_RDONLY | O_CLOEXEC)};
+  // A shared lock is refused exactly while the daemon holds its exclusive one.
+  return fd && ::flock(fd.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
 std::optional<pid_t> DaemonLock::holder(const std::filesystem::path& database) {
   try {
     const std::string text = WholeFile::read(pathFor(database)).bytes;

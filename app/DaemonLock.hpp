@@ -21,6 +21,10 @@ class DaemonLock {
   /// when the lock file cannot be opened.
   static std::optional<DaemonLock> acquire(const std::filesystem::path& database);
 
+  /// Whether a daemon holds the lock of `database` now. Creates nothing; false when the lock file
+  /// cannot be read.
+  static bool isHeld(const std::filesystem::path& database);
+
   /// The process id written by the current holder, when it can be read.
   static std::optional<pid_t> holder(const std::filesystem::path& database);
 
