@@ -10,6 +10,8 @@
 #include <memory>
 #include <thread>
 
+#include "BackgroundSync.hpp"
+#include "ClaudeCodeStatus.hpp"
 #include "Dashboard.hpp"
 #include "ProgressBar.hpp"
 #include "SnapshotPublisher.hpp"
@@ -77,6 +79,17 @@ std::string statusText(ProviderStatus status) {
   return "unknown";
 }
 
+// Standard input to its end, at most 1 MiB: Claude Code's status input is a small object.
+std::string readInput(std::FILE* input) {
+  std::string text;
+  char buffer[8192];
+  size_t count = 0;
+  while (text.size() < (1u << 20) && (count = std::fread(buffer, 1, sizeof buffer, input)) > 0) {
+    text.append(buffer, count);
+  }
+  return text;
+}
+
 std::string localTime(Date when, const Calendar& calendar) {
   const CalendarDay day = calendar.day(when);
   const double sinceMidnight = unixSeconds(when) - unixSeconds(calendar.startOfDay(when));
@@ -121,7 +134,21 @@ std::vector<FetchOutcome> Commands::fetchLimits(LimitsEndpoints endpoints, bool 
   return outcomes;
 }
 
+std::optional<SyncLock> Commands::lockForSync(std::optional<int> inherited) {
+  if (settings_.database.filename() == ":memory:") return std::nullopt;
+  if (inherited) {
+    if (std::optional<SyncLock> adopted = SyncLock::adopt(*inherited, settings_.database)) {
+      return adopted;
+    }
+  }
+  settings_.prepareDatabaseDirectory();
+  if (std::optional<SyncLock> lock = SyncLock::tryAcquire(settings_.database)) return lock;
+  fmt::print(stderr, "brimlog: another sync is reading the logs; waiting for it to finish\n");
+  return SyncLock::acquire(settings_.database);
+}
+
 int Commands::sync(const SyncOptions& options) {
+  const std::optional<SyncLock> lock = lockForSync(options.lockFd);
   std::shared_ptr<UsageStore> opened = store();
   // The endpoints are checked before anything is read, so a bad setting costs no time or secret.
   std::optional<LimitsEndpoints> endpoints;
@@ -166,6 +193,8 @@ int Commands::sync(const SyncOptions& options) {
 }
 
 int Commands::report(const ReportOptions& options) {
+  std::optional<SyncLock> lock;
+  if (!options.noSync) lock = lockForSync();
   std::shared_ptr<UsageStore> opened = store(options.noSync ? Access::read : Access::write);
   if (!options.noSync) ingest(*opened, settings_);
   const UsageSummary summary =
@@ -224,6 +253,7 @@ Snapshot Commands::publish() {
 }
 
 Snapshot Commands::refresh(bool offline) {
+  const std::optional<SyncLock> lock = lockForSync();
   std::shared_ptr<UsageStore> opened = store();
   std::optional<LimitsEndpoints> endpoints;
   if (!offline) endpoints = LimitsEndpoints::from(settings_);
@@ -290,6 +320,37 @@ int Commands::status(const StatusOptions& options) {
   const bool terminal = ::isatty(::fileno(out_)) != 0;
   const Dashboard dashboard{terminalWidth(out_), terminal && !settings_.noColor};
   fmt::print(out_, "{}", dashboard.render(snapshot, settings_.now, settings_.calendar));
+  return 0;
+}
+
+int Commands::line(const LineOptions& options) {
+  const std::optional<Snapshot> snapshot = SnapshotStore{settings_.sharedDir}.read();
+  std::optional<ClaudeCodeStatus> input;
+  if (options.format == StatusLine::Format::claudeCode && options.input != nullptr &&
+      ::isatty(::fileno(options.input)) == 0) {
+    input = ClaudeCodeStatus::parse(readInput(options.input));
+  }
+  const StatusLine line{options.format, options.provider, !settings_.noColor};
+  fmt::print(out_, "{}", line.render(snapshot, settings_.now, input));
+  std::fflush(out_);
+
+  const std::optional<Date> generatedAt =
+      snapshot ? std::optional<Date>(snapshot->generatedAt) : std::nullopt;
+  if (!BackgroundSync::isDue(generatedAt, settings_.now)) return 0;
+  // A bar shows what we print, never an error box: a sync that cannot start is told on standard
+  // error alone, and the line stands.
+  try {
+    std::vector<std::string> arguments = {"--home", settings_.home.string(), "--db",
+                                          settings_.database.string()};
+    if (settings_.sharedDir)
+      arguments.insert(arguments.end(), {"--shared-dir", settings_.sharedDir->string()});
+    if (options.zone) arguments.insert(arguments.end(), {"--tz", *options.zone});
+    arguments.push_back("sync");
+    settings_.prepareDatabaseDirectory();
+    BackgroundSync{settings_.executable, std::move(arguments), settings_.database}.start();
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "brimlog: no background sync: {}\n", error.what());
+  }
   return 0;
 }
 

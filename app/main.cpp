@@ -70,6 +70,8 @@ int main(int argc, char** argv) {
   syncCommand->add_flag("--json", sync.json, "Print the pass's result as JSON");
   sharedDirOptions.push_back(
       syncCommand->add_option("--shared-dir", sharedDir, sharedDirHelp)->type_name("DIR"));
+  // Not for people: how `brimlog line` hands the background sync the lock it took for it.
+  syncCommand->add_option("--lock-fd", sync.lockFd)->group("");
 
   StatusOptions status;
   double watchSeconds = 5;
@@ -122,8 +124,28 @@ int main(int argc, char** argv) {
   sharedDirOptions.push_back(
       daemonCommand->add_option("--shared-dir", sharedDir, sharedDirHelp)->type_name("DIR"));
 
+  LineOptions line;
+  std::string format = "plain", provider;
+  CLI::App* lineCommand = app.add_subcommand(
+      "line",
+      "Print one line for a status bar from the widgets' snapshot: the tightest limit, its reset "
+      "and today's cost; starts a background sync when the snapshot is over a minute old");
+  lineCommand
+      ->add_option("--format", format,
+                   "plain, claude-code (reads Claude Code's status input), tmux, waybar (JSON) "
+                   "or polybar (default: plain)")
+      ->check(CLI::IsMember({"plain", "claude-code", "tmux", "waybar", "polybar"}));
+  CLI::Option* providerOption =
+      lineCommand
+          ->add_option("--provider", provider,
+                       "Show this tool's tightest limit: claude, codex, grok or cursor (default: "
+                       "the tightest of all; Claude's for claude-code)")
+          ->check(CLI::IsMember({"claude", "codex", "grok", "cursor"}));
+  sharedDirOptions.push_back(
+      lineCommand->add_option("--shared-dir", sharedDir, sharedDirHelp)->type_name("DIR"));
+
   for (CLI::App* command :
-       {syncCommand, statusCommand, reportCommand, limitsCommand, daemonCommand}) {
+       {syncCommand, statusCommand, reportCommand, limitsCommand, daemonCommand, lineCommand}) {
     command->fallthrough();
     command->footer(
         "Shared options, before or after the subcommand: --home DIR, --db FILE, --tz ZONE, "
@@ -152,9 +174,17 @@ int main(int argc, char** argv) {
     for (const CLI::Option* option : sharedDirOptions) {
       if (option->count() > 0) sharedDirGiven = sharedDir;
     }
-    const HostSettings settings =
-        HostSettings::resolve({given(homeOption, home), given(databaseOption, database),
-                               given(zoneOption, zone), given(nowOption, now), sharedDirGiven});
+    // The status line works without days, and so without the tz database's load.
+    const bool lineOnly = lineCommand->parsed();
+    const HostSettings settings = HostSettings::resolve(
+        {given(homeOption, home), given(databaseOption, database), given(zoneOption, zone),
+         given(nowOption, now), sharedDirGiven, !lineOnly});
+    if (lineOnly) {
+      line.format = *StatusLine::formatNamed(format);
+      if (providerOption->count() > 0) line.provider = ProviderID::fromRawValue(provider);
+      line.zone = given(zoneOption, zone);
+      return Commands{settings}.line(line);
+    }
     Calendar::setCurrent(settings.calendar);
     Commands commands{settings};
     if (syncCommand->parsed()) return commands.sync(sync);

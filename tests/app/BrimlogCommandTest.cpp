@@ -17,6 +17,7 @@
 #include <filesystem>
 #include <functional>
 
+#include "SyncLock.hpp"
 #include "display/SnapshotStore.hpp"
 #include "platform/ChildProcess.hpp"
 #include "platform/Json.hpp"
@@ -163,6 +164,8 @@ TEST_F(BrimlogCommandTest, TellsWhatIsWrongInOneLineWithTheDocumentedStatus) {
        1,
        "foreign.db is not a Brimlog database"},
       {"watch without a terminal", {"status", "--watch", "2"}, 1, "standard output is not one"},
+      {"unknown line format", {"line", "--format", "i3"}, 1, "--format"},
+      {"unknown line provider", {"line", "--provider", "gemini"}, 1, "--provider"},
   };
   write("file-not-dir", "a file where a folder should be");
   sqlite3* foreign = nullptr;
@@ -319,6 +322,24 @@ TEST_F(BrimlogCommandTest, SyncPublishesTheSnapshotAndSaysWhenItCannot) {
   EXPECT_THAT(failed.output, HasSubstr("Cannot write the snapshot " +
                                        (dir() / "not-a-folder" / "shared").string()));
   EXPECT_THAT(failed.output, HasSubstr("Not a directory"));
+}
+
+// A status bar never gets an error: without a snapshot the line says so, with status 0, and
+// opens no database; with one it is built from the snapshot alone.
+TEST_F(BrimlogCommandTest, LinePrintsFromTheSnapshotAloneAndAlwaysSucceeds) {
+  fs::create_directories(home());
+  fs::create_directories(db().parent_path());
+  const std::optional<SyncLock> running = SyncLock::tryAcquire(db());  // no background sync
+  CommandRun none = brimlog(withHome({"line", "--format", "waybar"}));
+  EXPECT_EQ(none.status, 0);
+  EXPECT_EQ(none.output, R"({"class":"stale","text":"brimlog: no data yet, run brimlog sync"})"
+                         "\n");
+  EXPECT_FALSE(fs::exists(db()));
+
+  SnapshotStore{shared()}.write(Snapshot::placeholder());
+  CommandRun codex = brimlog({"line", "--provider", "codex", "--db", db().string(), "--shared-dir",
+                              shared(), "--now", "2026-10-29T12:20:00Z"});
+  EXPECT_EQ(codex.output, "Codex Weekly 99% left · 5d 21h · today ~$8.85\n");
 }
 
 // Two syncs at once: the second waits for the first's writes and counts what is still new.
