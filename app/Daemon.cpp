@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -101,6 +102,7 @@ struct Daemon::Loop {
   std::string prunedDay;
   Date lastPass{};
   Date lastPublish{};
+  std::set<std::string> toldSkipped;
   bool passWanted = false;
   bool changed = true;
 
@@ -116,7 +118,12 @@ struct Daemon::Loop {
           result.totalNewEvents() == 1 ? "reply" : "replies", newReplies(result), result.filesRead,
           result.filesRead == 1 ? "file" : "files");
     }
-    for (const SkippedFile& file : result.skipped) say("skipped {}: {}", file.path, file.reason);
+    // A file that cannot be read is told once, not at every pass.
+    for (const SkippedFile& file : result.skipped) {
+      if (toldSkipped.insert(file.path + '\n' + file.reason).second) {
+        say("skipped {}: {}", file.path, file.reason);
+      }
+    }
   }
 
   Fetch* inFlight(ProviderID id) {
