@@ -10,10 +10,13 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <set>
 #include <thread>
 #include <vector>
 
 #include "DaemonLock.hpp"
+#include "DesktopNotifier.hpp"
+#include "LimitAlerts.hpp"
 #include "LimitsFetcher.hpp"
 #include "LogWatcher.hpp"
 #include "SnapshotPublisher.hpp"
@@ -92,11 +95,14 @@ struct Daemon::Loop {
   std::vector<Fetch> fetches;
   RefreshState refresh;
   std::filesystem::path refreshPath;
+  std::optional<DesktopNotifier> notifier;
+  std::optional<LimitAlerts> alerts;
   int64_t dataVersion = 0;
   std::string publishedDay;
   std::string prunedDay;
   Date lastPass{};
   Date lastPublish{};
+  std::set<std::string> toldSkipped;
   bool passWanted = false;
   bool changed = true;
 
@@ -112,7 +118,12 @@ struct Daemon::Loop {
           result.totalNewEvents() == 1 ? "reply" : "replies", newReplies(result), result.filesRead,
           result.filesRead == 1 ? "file" : "files");
     }
-    for (const SkippedFile& file : result.skipped) say("skipped {}: {}", file.path, file.reason);
+    // A file that cannot be read is told once, not at every pass.
+    for (const SkippedFile& file : result.skipped) {
+      if (toldSkipped.insert(file.path + '\n' + file.reason).second) {
+        say("skipped {}: {}", file.path, file.reason);
+      }
+    }
   }
 
   Fetch* inFlight(ProviderID id) {
@@ -163,6 +174,7 @@ struct Daemon::Loop {
         say("{} limits: {} (next try in {:.0f} s)", id.toolName(), caseName(limits.status),
             *refresh[id].delay);
       }
+      tellDesktop(id, limits);
       changed = true;
       it = fetches.erase(it);
       try {
@@ -171,6 +183,17 @@ struct Daemon::Loop {
         say("{}", error.what());
       }
     }
+  }
+
+  // A limit that got tight or came back, once per window period, also across restarts.
+  void tellDesktop(ProviderID id, const ProviderLimits& limits) {
+    if (!alerts) return;
+    for (const LimitAlert& alert : alerts->update(id, limits, currentDate())) {
+      if (notifier && !notifier->notify(alert)) {
+        say("cannot show \"{}\": {}", alert.summary, notifier->lastError());
+      }
+    }
+    if (alerts->saveError()) say("{}", *alerts->saveError());
   }
 
   void publishIfDue(Date now) {
@@ -256,6 +279,15 @@ int Daemon::run() {
                       std::make_shared<ClaudeConfigCredentialSource>(settings_.tools.claudeDirs),
                       std::make_shared<CurlHTTPClient>(), *endpoints}
             .providers();
+  }
+  if (options_.notify && !options_.offline) {
+    std::string why;
+    loop.notifier = DesktopNotifier::connect(settings_.sessionBusAddress, &why);
+    if (loop.notifier) {
+      loop.alerts.emplace(settings_.database.string() + ".alerts.json");
+    } else {
+      say("no desktop notifications: {}", why);
+    }
   }
   const std::vector<std::filesystem::path> roots = settings_.tools.possibleLogRoots();
   LogWatcher watcher{roots};

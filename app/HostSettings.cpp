@@ -94,13 +94,14 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
   const std::optional<std::string> noColor = environment("NO_COLOR");
   settings.noColor = noColor && !noColor->empty();
 
-  auto endpoint = [&](const char* name) -> std::optional<std::string> {
+  auto nonEmpty = [&](const char* name) -> std::optional<std::string> {
     auto value = environment(name);
     if (value && value->empty()) return std::nullopt;
     return value;
   };
-  settings.claudeUsageURL = endpoint("BRIMLOG_CLAUDE_USAGE_URL");
-  settings.codexUsageURL = endpoint("BRIMLOG_CODEX_USAGE_URL");
+  settings.claudeUsageURL = nonEmpty("BRIMLOG_CLAUDE_USAGE_URL");
+  settings.codexUsageURL = nonEmpty("BRIMLOG_CODEX_USAGE_URL");
+  settings.sessionBusAddress = nonEmpty("DBUS_SESSION_BUS_ADDRESS");
   return settings;
 }
 

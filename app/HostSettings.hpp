@@ -59,6 +59,9 @@ struct HostSettings {
   /// BRIMLOG_CLAUDE_USAGE_URL and BRIMLOG_CODEX_USAGE_URL as set; checked when limits are asked.
   std::optional<std::string> claudeUsageURL;
   std::optional<std::string> codexUsageURL;
+  /// DBUS_SESSION_BUS_ADDRESS as set: the bus desktop notifications go to; absent when unset or
+  /// empty (the bus's usual place is then tried).
+  std::optional<std::string> sessionBusAddress;
 
   /// Defaults: home $HOME (else the user database's), the database
   /// ${XDG_DATA_HOME:-$HOME/.local/share}/brimlog/usage.db (the user's, whatever --home says), the

@@ -4,6 +4,8 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 #include <unordered_map>
 
 #include "store/PriceTable.hpp"
@@ -123,11 +125,26 @@ class BatchTotals {
 UsageStore::UsageStore(const std::filesystem::path& url, UsageStoreOptions options)
     : path_(url.string()) {
   const bool memory = url.filename() == ":memory:";
-  try {
-    db_ = open(memory ? ":memory:" : path_, options);
-  } catch (const UsageStoreError& error) {
-    if (!error.file().empty()) throw;
-    throw error.in(path_, "open the usage database");
+  // Two programs opening a new database at once meet while one of them sets it up (the journal
+  // mode, the tables), a moment in which SQLite reports the file as locked without waiting; the
+  // later one tries again, waiting longer each time, for as long as it would wait for a writer.
+  const auto deadline = std::chrono::steady_clock::now() +
+                        std::chrono::duration<double>(std::clamp(options.busyTimeout, 0.0, 3600.0));
+  for (auto pause = std::chrono::milliseconds(5);;
+       pause = std::min(pause * 2, std::chrono::milliseconds(200))) {
+    try {
+      db_ = open(memory ? ":memory:" : path_, options);
+      return;
+    } catch (const UsageStoreError& error) {
+      const int32_t code = error.code() & 0xff;
+      const bool busy = code == SQLITE_BUSY || code == SQLITE_LOCKED;
+      if (busy && std::chrono::steady_clock::now() + pause < deadline) {
+        std::this_thread::sleep_for(pause);
+        continue;
+      }
+      if (!error.file().empty()) throw;
+      throw error.in(path_, "open the usage database");
+    }
   }
 }
 
@@ -166,6 +183,10 @@ std::unique_ptr<SQLiteDatabase> UsageStore::open(const std::string& path,
         uri + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_FULLMUTEX);
     readApplicationID();
   }
+  // The id, the version and the tables are read again in one snapshot: another program setting
+  // the file up at this moment must not be seen half done.
+  db->exec("BEGIN");
+  readApplicationID();
   db->query("PRAGMA user_version", {}, [&](const Row& row) { version = row.integer(0); });
   db->query("SELECT name FROM sqlite_schema WHERE type = 'table' AND name NOT LIKE 'sqlite_%'", {},
             [&](const Row& row) {
@@ -176,6 +197,7 @@ std::unique_ptr<SQLiteDatabase> UsageStore::open(const std::string& path,
                 ++ours;
               }
             });
+  db->exec("COMMIT");
   // A file without our id is ours only when it holds our tables and nothing else (a database
   // this program wrote before it set the id), or nothing at all.
   const bool mine = applicationID == applicationId ||
@@ -197,6 +219,8 @@ std::unique_ptr<SQLiteDatabase> UsageStore::open(const std::string& path,
   db->exec("PRAGMA synchronous=NORMAL");
   if (version <= 0 || applicationID != applicationId) {
     db->transaction([&] {
+      // Another program may have set the file up since it was looked at.
+      db->query("PRAGMA user_version", {}, [&](const Row& row) { version = row.integer(0); });
       if (version <= 0) db->exec(sql::kSchema);
       db->exec(fmt::format("PRAGMA user_version = {}", version <= 0 ? schemaVersion : version));
       db->exec(fmt::format("PRAGMA application_id = {}", applicationId));

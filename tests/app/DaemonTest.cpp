@@ -16,6 +16,8 @@
 #include "display/SnapshotStore.hpp"
 #include "platform/ChildProcess.hpp"
 #include "platform/NotificationCenter.hpp"
+#include "support/RunningProgram.hpp"
+#include "support/StubHTTPServer.hpp"
 #include "support/TempDir.hpp"
 
 namespace brimlog {
@@ -51,12 +53,15 @@ class DaemonTest : public testing::TempDirTest {
   fs::path shared() const { return dir() / "shared"; }
   fs::path runtime() const { return dir() / "run"; }
 
-  std::unique_ptr<ChildProcess> start() {
+  // The daemon on the temporary home, offline unless `environment` ("NAME=value ...") says
+  // where the services and the session bus are.
+  std::unique_ptr<ChildProcess> start(const std::string& environment = "") {
     fs::create_directories(runtime());
     fs::permissions(runtime(), fs::perms::owner_all);
     const std::string command =
-        "exec env XDG_RUNTIME_DIR='" + runtime().string() + "' '" + BRIMLOG_BINARY +
-        "' daemon --offline --interval 3600 --home '" + home().string() + "' --db '" +
+        "exec env XDG_RUNTIME_DIR='" + runtime().string() + "' " + environment + " '" +
+        BRIMLOG_BINARY + "' daemon " + (environment.empty() ? "--offline " : "") +
+        "--interval 3600 --home '" + home().string() + "' --db '" +
         (dir() / "db" / "usage.db").string() + "' --shared-dir '" + shared().string() + "' 2>&1";
     return std::make_unique<ChildProcess>("/bin/sh", std::vector<std::string>{"-c", command});
   }
@@ -159,6 +164,44 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
   ASSERT_TRUE(again);
   EXPECT_EQ(tokens(*again, ProviderID::claude), before);
   EXPECT_EQ(tokens(*again, ProviderID::codex), 30);
+  EXPECT_EQ(stop(*daemon).exitStatus, 0);
+}
+
+// A session limit past 80% reaches the desktop once; a restart that fetches the same answer
+// again says nothing more.
+TEST_F(DaemonTest, TellsTheDesktopOnceAcrossRestarts) {
+  testing::RunningProgram bus{{"dbus-daemon", "--session", "--nofork", "--print-address=1"}};
+  if (!bus.started()) GTEST_SKIP() << "dbus-daemon not found: install the dbus package";
+  const std::optional<std::string> address = bus.line();
+  ASSERT_TRUE(address);
+  testing::RunningProgram desktop{{BRIMLOG_NOTIFICATION_LISTENER, *address}};
+  ASSERT_EQ(desktop.line(), "ready");
+
+  fs::create_directories(home() / ".claude/projects");
+  write("home/.claude/.credentials.json",
+        R"({"claudeAiOauth":{"accessToken":"t","expiresAt":4102444800000}})");
+  testing::StubHTTPServer claude{"/api/oauth/usage"};
+  claude.respond(200, R"({"five_hour":{"utilization":85,"resets_at":")" +
+                          formatISO8601(currentDate() + Seconds{3 * 3600}) + R"("}})");
+  const std::string environment = "DBUS_SESSION_BUS_ADDRESS='" + *address +
+                                  "' BRIMLOG_CLAUDE_USAGE_URL='" + claude.url() +
+                                  "' CLAUDE_CONFIG_DIR= CODEX_HOME=";
+
+  std::unique_ptr<ChildProcess> daemon = start(environment);
+  const std::optional<std::string> told = desktop.line();
+  ASSERT_TRUE(told) << "no notification";
+  EXPECT_THAT(*told, ::testing::StartsWith("Claude Code: Session at 85"));
+  EXPECT_EQ(stop(*daemon).exitStatus, 0);
+
+  // Forget the fetch timing, so the restart asks again and gets the same answer.
+  fs::remove(RefreshState::pathFor(dir() / "db" / "usage.db"));
+  daemon = start(environment);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (claude.requests().size() < 2 && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  EXPECT_EQ(claude.requests().size(), 2u);
+  EXPECT_EQ(desktop.line(std::chrono::milliseconds(1500)), std::nullopt);
   EXPECT_EQ(stop(*daemon).exitStatus, 0);
 }
 
