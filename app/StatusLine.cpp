@@ -11,6 +11,7 @@
 #include "display/MeterFormat.hpp"
 #include "display/WidgetDisplay.hpp"
 #include "platform/Json.hpp"
+#include "platform/Markup.hpp"
 
 namespace brimlog {
 namespace {
@@ -110,32 +111,11 @@ std::string joined(const std::vector<std::string>& parts) {
   return line;
 }
 
-// Text as Pango markup shows it literally.
-std::string pangoEscaped(std::string_view text) {
-  std::string out;
-  for (char c : text) {
-    switch (c) {
-      case '&':
-        out += "&amp;";
-        break;
-      case '<':
-        out += "&lt;";
-        break;
-      case '>':
-        out += "&gt;";
-        break;
-      default:
-        out += c;
-    }
-  }
-  return out;
-}
-
 std::string waybarObject(const std::optional<Snapshot>& snapshot, Date now,
                          std::optional<ProviderID> only) {
   const ColorMarkup plain{ColorMarkup::Kind::none};
   if (!snapshot) {
-    return Json{{"text", pangoEscaped(StatusLine::noData)}, {"class", "stale"}}.dump();
+    return Json{{"text", Markup::escape(StatusLine::noData)}, {"class", "stale"}}.dump();
   }
   std::string tooltip;
   for (const Snapshot::Provider& provider : snapshot->providers) {
@@ -153,8 +133,8 @@ std::string waybarObject(const std::optional<Snapshot>& snapshot, Date now,
     tooltip += "\n" + *stale;
   }
 
-  Json object = {{"text", pangoEscaped(joined(snapshotParts(plain, *snapshot, now, only)))},
-                 {"tooltip", pangoEscaped(tooltip)}};
+  Json object = {{"text", Markup::escape(joined(snapshotParts(plain, *snapshot, now, only)))},
+                 {"tooltip", Markup::escape(tooltip)}};
   const std::optional<Shown> shown = tightest(*snapshot, now, only);
   std::string_view cssClass = "ok";
   if (WidgetDisplay::isStale(snapshot->generatedAt, now)) {

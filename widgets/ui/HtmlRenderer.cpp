@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "platform/Json.hpp"
+#include "platform/Markup.hpp"
 
 namespace brimlog::ui {
 namespace {
@@ -299,32 +300,7 @@ std::string HtmlRenderer::render(const View& view) {
   return std::move(writer.out);
 }
 
-std::string HtmlRenderer::escape(std::string_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (char c : text) {
-    switch (c) {
-      case '&':
-        out += "&amp;";
-        break;
-      case '<':
-        out += "&lt;";
-        break;
-      case '>':
-        out += "&gt;";
-        break;
-      case '"':
-        out += "&quot;";
-        break;
-      case '\'':
-        out += "&#39;";
-        break;
-      default:
-        out.push_back(c);
-    }
-  }
-  return out;
-}
+std::string HtmlRenderer::escape(std::string_view text) { return Markup::escape(text); }
 
 std::string HtmlRenderer::css(const Color& color) {
   if (const auto* semantic = std::get_if<Color::Semantic>(&color.value)) {
