@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "timeline/BrimlogWidgets.hpp"
+#include "ui/HtmlPageAssets.hpp"
 #include "ui/HtmlRenderer.hpp"
 #include "views/WidgetViews.hpp"
 
@@ -137,8 +138,8 @@ std::string WidgetPage::page(std::string_view title, std::string_view body) {
       "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">"
       "<link rel=\"icon\" href=\"data:,\"><title>{}</title><style>{}{}</style></head>"
       "<body>{}<script>{}{}</script></body></html>\n",
-      HtmlRenderer::escape(title), HtmlRenderer::styleSheet(), kPageStyle, body,
-      HtmlRenderer::script(), kPageScript);
+      HtmlRenderer::escape(title), ui::HtmlPageAssets::styleSheet(), kPageStyle, body,
+      ui::HtmlPageAssets::script(), kPageScript);
 }
 
 std::string WidgetPage::gallery(const std::vector<Item>& items) {

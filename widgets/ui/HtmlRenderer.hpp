@@ -9,8 +9,9 @@
 namespace brimlog::ui {
 
 /// Turns a view tree into HTML: stacks become flex boxes, points CSS pixels, the semantic text
-/// colours CSS variables that the page sets for light and dark, canvases inline SVG whose shapes
-/// the page's script lays out at the size the canvas gets. Nothing refers outside the output.
+/// colours CSS variables that the page sets for light and dark (`HtmlPageAssets`), canvases inline
+/// SVG whose shapes the page's script lays out at the size the canvas gets. Nothing refers outside
+/// the output.
 ///
 /// Views grow as they do on the platform: a spacer, a full-width frame or a canvas lets its
 /// stack take all the room offered along that axis, and views that can grow share the room
@@ -26,13 +27,6 @@ struct HtmlRenderer {
 
   /// A colour as CSS: "var(--primary)" for a semantic one, "rgb(…)" for sRGB.
   static std::string css(const Color& color);
-
-  /// The style sheet the rendered elements rely on: the colour variables for light and dark,
-  /// the system font, the stack and text classes.
-  static std::string_view styleSheet();
-
-  /// The script that lays out canvases, shrinks texts with a minimum scale and ticks timers.
-  static std::string_view script();
 };
 
 }  // namespace brimlog::ui
