@@ -81,30 +81,22 @@ constexpr std::string_view kPageScript = R"js(
 })();
 )js";
 
-std::string_view familyName(WidgetDescription::Family family) {
-  switch (family) {
-    case WidgetDescription::Family::small:
-      return "small";
-    case WidgetDescription::Family::medium:
-      return "medium";
-    case WidgetDescription::Family::large:
-      return "large";
-  }
-  return "small";
+// Each family's name in class names and its size in points, in the order of `Family`.
+struct FamilyLook {
+  std::string_view name;
+  int width;
+  int height;
+};
+constexpr FamilyLook kFamilies[] = {{"small", 170, 170}, {"medium", 364, 170}, {"large", 364, 382}};
+
+const FamilyLook& look(WidgetDescription::Family family) {
+  return kFamilies[static_cast<size_t>(family)];
 }
 
 }  // namespace
 
 std::pair<int, int> WidgetPage::size(WidgetDescription::Family family) {
-  switch (family) {
-    case WidgetDescription::Family::small:
-      return {170, 170};
-    case WidgetDescription::Family::medium:
-      return {364, 170};
-    case WidgetDescription::Family::large:
-      return {364, 382};
-  }
-  return {170, 170};
+  return {look(family).width, look(family).height};
 }
 
 std::string WidgetPage::widget(const WidgetDescription& description, const Timeline& timeline,
@@ -114,7 +106,7 @@ std::string WidgetPage::widget(const WidgetDescription& description, const Timel
       R"(<div class="widget widget-{}" data-kind="{}" data-provider="{}" data-reload-at="{:.0f}" )"
       R"(style="width:{}px;height:{}px">)"
       R"(<a class="open-link" href="{}" aria-label="Open Brimlog"></a>)",
-      familyName(description.family), HtmlRenderer::escape(description.kind), provider.rawValue(),
+      look(description.family).name, HtmlRenderer::escape(description.kind), provider.rawValue(),
       unixSeconds(timeline.reloadAt), width, height, BrimlogWidgets::openURL);
   // Before the script runs, the entry whose date was reached last is the one on show.
   size_t current = 0;
