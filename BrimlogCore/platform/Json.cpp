@@ -57,6 +57,10 @@ int64_t integer(const Json& value, std::string_view key) {
 
 uint64_t unsignedInteger(const Json& value, std::string_view key) {
   if (value.is_number_unsigned()) return value.get<uint64_t>();
+  // "-0" parses as a signed zero; it is as much an unsigned integer as "0".
+  if (value.is_number_integer() && value.get<int64_t>() >= 0) {
+    return static_cast<uint64_t>(value.get<int64_t>());
+  }
   if (value.is_number_float()) {
     const double d = value.get<double>();
     if (std::trunc(d) == d && d >= 0 && d < 0x1p64) return static_cast<uint64_t>(d);
