@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 namespace brimlog::logjson {
@@ -136,31 +137,70 @@ std::optional<object> parseObject(PaddedLine line) {
                           line.bytes);
 }
 
+namespace {
+
+constexpr bool isJsonSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+}  // namespace
+
 std::optional<std::string_view> leadingType(PaddedLine line) {
-  thread_local simdjson::ondemand::parser parser;
-  simdjson::ondemand::document document;
-  simdjson::ondemand::object root;
-  if (parser.iterate(line.bytes.data(), line.bytes.size(), line.bytes.size() + LineBatch::kPadding)
-              .get(document) != simdjson::SUCCESS ||
-      document.get_object().get(root) != simdjson::SUCCESS) {
-    return std::nullopt;
-  }
-  for (auto result : root) {
-    simdjson::ondemand::field field;
-    if (std::move(result).get(field) != simdjson::SUCCESS) return std::nullopt;
-    // A key's raw bytes run to its closing quote; a backslash before it means an escape.
-    const char* key = field.key().raw();
-    size_t length = 0;
-    for (; key[length] != '"'; ++length) {
-      if (key[length] == '\\') return std::nullopt;
+  const char* at = line.bytes.data();
+  const char* const end = at + line.bytes.size();
+  const auto skipSpace = [&] {
+    while (at < end && isJsonSpace(*at)) ++at;
+  };
+  // A string without escapes, from its opening quote: its contents, or nothing.
+  const auto plainString = [&]() -> std::optional<std::string_view> {
+    const char* const start = at + 1;
+    const auto* quote = static_cast<const char*>(std::memchr(start, '"', end - start));
+    if (quote == nullptr || std::memchr(start, '\\', quote - start) != nullptr) return std::nullopt;
+    at = quote + 1;
+    return std::string_view(start, static_cast<size_t>(quote - start));
+  };
+  // Any string, from its opening quote: a quote ends it unless an odd run of backslashes
+  // stands before it.
+  const auto skipString = [&] {
+    for (const char* from = at + 1;;) {
+      const auto* quote = static_cast<const char*>(std::memchr(from, '"', end - from));
+      if (quote == nullptr) return false;
+      const char* run = quote;
+      while (run > from && run[-1] == '\\') --run;
+      from = quote + 1;
+      if ((quote - run) % 2 == 0) {
+        at = from;
+        return true;
+      }
     }
-    if (std::string_view(key, length) == "type") {
-      std::string_view value;
-      if (field.value().get_string().get(value) != simdjson::SUCCESS) return std::nullopt;
-      return value;
+  };
+
+  skipSpace();
+  if (at == end || *at != '{') return std::nullopt;
+  ++at;
+  for (;;) {
+    skipSpace();
+    if (at == end || *at != '"') return std::nullopt;
+    const std::optional<std::string_view> key = plainString();
+    if (!key) return std::nullopt;
+    skipSpace();
+    if (at == end || *at != ':') return std::nullopt;
+    ++at;
+    skipSpace();
+    if (at == end) return std::nullopt;
+    if (*key == "type") {
+      if (*at != '"') return std::nullopt;
+      return plainString();
     }
+    if (*at == '"') {
+      if (!skipString()) return std::nullopt;
+    } else if (*at == '{' || *at == '[') {
+      return std::nullopt;  // a nested value first: the full parser decides
+    } else {
+      while (at < end && *at != ',' && *at != '}' && !isJsonSpace(*at)) ++at;  // a scalar
+    }
+    skipSpace();
+    if (at == end || *at != ',') return std::nullopt;
+    ++at;
   }
-  return std::nullopt;
 }
 
 int64_t tokenCount(object parent, std::string_view key) {

@@ -30,12 +30,18 @@ std::optional<object> parseObject(PaddedLine line);
 /// of a surrogate that is not part of a pair, replaced by U+FFFD; nothing when there is none.
 std::optional<std::string> repaired(std::string_view bytes);
 
-/// The value of a line's first top-level "type" key, read without building the whole tree: the
-/// line is indexed but only that one value is decoded, so the long strings of other lines (tool
-/// output, file contents) are neither copied nor unescaped. Nothing whenever the answer might
-/// differ from what the full parser would read: the line is not an object, has no "type" string,
-/// or a key before it is written with an escape (the full parser compares keys after
-/// unescaping). The view lives until the thread's next call.
+/// The value of a line's first top-level "type" key, read from the line's first bytes without
+/// indexing or decoding the rest: the tools write "type" near the front of every line but their
+/// replies, before the long strings of tool output and file contents. It answers only when every
+/// key and value before "type" is a plain string or scalar, the key itself is written without
+/// escapes, and so is its string value; otherwise nothing, and the caller parses the whole line.
+/// For a line that is valid JSON the answer is exactly what the full parser reads (the first
+/// "type"); a line that is not valid yields no record from the full parser either, so a caller
+/// that drops lines of uninteresting types drops nothing it would have kept. The view points
+/// into the line.
+///
+///     leadingType(R"({"uuid":"…","type":"user","message":{…}})")  // "user"
+///     leadingType(R"({"message":{…},"type":"assistant"})")        // nothing: parse it all
 std::optional<std::string_view> leadingType(PaddedLine line);
 
 /// The value under `key`, or nothing when the key is missing.
