@@ -3,12 +3,15 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <exception>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <system_error>
 #include <thread>
 #include <unordered_map>
+#include <utility>
 
 #include "ingest/BoundedQueue.hpp"
 #include "ingest/ClaudeLogReader.hpp"
@@ -62,12 +65,109 @@ void process(const LogReader& reader, const ReadJob& job, Date now, const ReadSi
   sink(std::move(output));
 }
 
-// Gathers outputs into batches and commits each batch with the cursors that produced it.
+// One transaction's worth: events and the cursors of the reads that produced them.
+struct Batch {
+  std::vector<UsageEvent> events;
+  std::vector<FileCursor> cursors;
+};
+
+// Commits batches on a thread of its own, one at a time, so that reading and gathering the next
+// batch go on while the database works. A failed commit is kept and thrown to the caller at its
+// next call; the batches after it are not written.
+class BatchWriter {
+ public:
+  explicit BatchWriter(IngestSink& sink) : sink_(sink), thread_([this] { loop(); }) {}
+  BatchWriter(const BatchWriter&) = delete;
+  BatchWriter& operator=(const BatchWriter&) = delete;
+  ~BatchWriter() {
+    {
+      std::lock_guard lock{mutex_};
+      closing_ = true;
+    }
+    changed_.notify_all();
+    thread_.join();
+  }
+
+  // Whether a batch handed over now would have to wait for the one before it.
+  bool busy() {
+    std::lock_guard lock{mutex_};
+    return pending_.has_value() || writing_;
+  }
+
+  // Hands a batch over, waiting while the one before it is still being written.
+  void submit(Batch batch) {
+    std::unique_lock lock{mutex_};
+    changed_.wait(lock, [&] { return failure_ || (!pending_ && !writing_); });
+    if (failure_) std::rethrow_exception(failure_);
+    pending_ = std::move(batch);
+    changed_.notify_all();
+  }
+
+  // Waits until every batch handed over is written.
+  void finish() {
+    std::unique_lock lock{mutex_};
+    changed_.wait(lock, [&] { return failure_ || (!pending_ && !writing_); });
+    if (failure_) std::rethrow_exception(failure_);
+  }
+
+  // The new events per provider and the commits made since the last call.
+  std::pair<PerProvider<int64_t>, size_t> takeWritten() {
+    std::lock_guard lock{mutex_};
+    return {std::exchange(added_, {}), std::exchange(commits_, 0)};
+  }
+
+ private:
+  void loop() {
+    std::unique_lock lock{mutex_};
+    for (;;) {
+      changed_.wait(lock, [&] { return closing_ || pending_.has_value(); });
+      // Closing before `finish`: the pass failed, and what was not written is read again.
+      if (closing_ || failure_) return;
+      Batch batch = std::move(*pending_);
+      pending_.reset();
+      writing_ = true;
+      lock.unlock();
+      PerProvider<int64_t> added;
+      std::exception_ptr failure;
+      try {
+        added = sink_.commit(batch.events, batch.cursors);
+      } catch (...) {
+        failure = std::current_exception();
+      }
+      batch = {};  // freed here, not on the gathering thread
+      lock.lock();
+      writing_ = false;
+      if (failure) {
+        failure_ = failure;
+      } else {
+        for (ProviderID provider : ProviderID::allCases) added_[provider] += added[provider];
+        ++commits_;
+      }
+      changed_.notify_all();
+    }
+  }
+
+  IngestSink& sink_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::optional<Batch> pending_;
+  bool writing_ = false;
+  bool closing_ = false;
+  std::exception_ptr failure_;
+  PerProvider<int64_t> added_;
+  size_t commits_ = 0;
+  std::thread thread_;  // last: it starts once everything it uses is there
+};
+
+// Gathers outputs into batches and hands each to the writer with the cursors that produced it.
+// A batch goes as soon as it is large enough and the writer is free; while the writer is still
+// busy, the batch grows, up to four times its size, so that the workers are never held up by a
+// commit.
 class Committer {
  public:
   Committer(IngestSink& sink, const IngestOptions& options, IngestResult& result,
             IngestProgress& progress)
-      : sink_(sink), options_(options), result_(result), progress_(progress) {}
+      : writer_(sink), options_(options), result_(result), progress_(progress) {}
 
   void take(ReadOutput output) {
     if (output.skipped) result_.skipped.push_back(std::move(*output.skipped));
@@ -75,14 +175,14 @@ class Committer {
         (!result_.codexLimits || output.limits->fetchedAt > result_.codexLimits->fetchedAt)) {
       result_.codexLimits = std::move(output.limits);
     }
-    std::move(output.events.begin(), output.events.end(), std::back_inserter(events_));
+    std::move(output.events.begin(), output.events.end(), std::back_inserter(batch_.events));
     if (output.cursor) {
       // Later chunks of one file supersede its earlier cursors within a batch.
-      auto [slot, added] = cursorIndex_.try_emplace(output.cursor->path, cursors_.size());
+      auto [slot, added] = cursorIndex_.try_emplace(output.cursor->path, batch_.cursors.size());
       if (added) {
-        cursors_.push_back(std::move(*output.cursor));
+        batch_.cursors.push_back(std::move(*output.cursor));
       } else {
-        cursors_[slot->second] = std::move(*output.cursor);
+        batch_.cursors[slot->second] = std::move(*output.cursor);
       }
     }
     result_.bytesRead += output.bytes;
@@ -90,34 +190,42 @@ class Committer {
     progress_.bytesRead += output.bytes;
     if (output.fileRead) ++result_.filesRead;
     if (output.fileDone) ++progress_.filesDone;
-    if (events_.size() >= options_.batchEvents || cursors_.size() >= options_.batchFiles) {
-      commit();
-    } else if (options_.progress) {
-      options_.progress(progress_);
-    }
+    const size_t events = batch_.events.size(), files = batch_.cursors.size();
+    const bool full = events >= options_.batchEvents || files >= options_.batchFiles;
+    const bool overfull = events >= 4 * options_.batchEvents || files >= 4 * options_.batchFiles;
+    if (overfull || (full && !writer_.busy())) submit();
+    count();
   }
 
-  void commit() {
-    if (events_.empty() && cursors_.empty()) return;
-    const PerProvider<int64_t> added = sink_.commit(events_, cursors_);
+  // Writes what is left and waits for it.
+  void finish() {
+    submit();
+    writer_.finish();
+    count();
+  }
+
+ private:
+  void submit() {
+    if (batch_.events.empty() && batch_.cursors.empty()) return;
+    writer_.submit(std::exchange(batch_, {}));
+    cursorIndex_.clear();
+  }
+
+  void count() {
+    const auto [added, commits] = writer_.takeWritten();
     for (ProviderID provider : ProviderID::allCases) {
       result_.newEvents[provider] += added[provider];
       progress_.newEvents += added[provider];
     }
-    ++progress_.commits;
-    events_.clear();
-    cursors_.clear();
-    cursorIndex_.clear();
+    progress_.commits += commits;
     if (options_.progress) options_.progress(progress_);
   }
 
- private:
-  IngestSink& sink_;
+  BatchWriter writer_;
   const IngestOptions& options_;
   IngestResult& result_;
   IngestProgress& progress_;
-  std::vector<UsageEvent> events_;
-  std::vector<FileCursor> cursors_;
+  Batch batch_;
   std::unordered_map<std::string, size_t> cursorIndex_;
 };
 
@@ -203,7 +311,7 @@ IngestResult UsageIngestor::run(Date now) {
     });
     Committer committer{sink_, options_, result, progress};
     while (std::optional<ReadOutput> output = queue.pop()) committer.take(std::move(*output));
-    committer.commit();
+    committer.finish();
   }
 
   if (result.codexLimits) {

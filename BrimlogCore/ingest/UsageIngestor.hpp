@@ -31,8 +31,11 @@ struct IngestOptions {
   unsigned workers = 0;
   /// Bytes read from a log file at a time; also how far a large file gets between commits.
   int64_t chunkBytes = 4 << 20;
-  /// A commit is made once this many events are waiting, or `batchFiles` files' cursors.
-  size_t batchEvents = 100'000;
+  /// A batch goes to the writer, which commits it on a thread of its own, once this many events
+  /// are waiting (or `batchFiles` files' cursors) and the writer is free; while the writer is
+  /// busy the batch grows, up to four times as large. Small batches keep the last commit, the one
+  /// nothing else overlaps, short.
+  size_t batchEvents = 10'000;
   size_t batchFiles = 2'000;
   /// Seconds after which the last reply of a transcript is counted although no later reply has
   /// confirmed it is complete.
@@ -70,10 +73,10 @@ struct IngestResult {
 ///
 /// The pass plans and commits; the tools' readers (`ClaudeLogReader`, `CodexLogReader`,
 /// `GrokLogReader`) decide which files changed and turn them into events on worker threads.
-/// The calling thread commits their events together with the cursors of the files they came
-/// from, in large transactions. A pass that stops part way (a crash, a failed commit) leaves
-/// every file either counted up to its stored cursor or not at all, so the next pass neither
-/// loses nor repeats a reply.
+/// The calling thread gathers their events with the cursors of the files they came from into
+/// batches, and a writer thread commits each batch in one transaction while the reading goes on. A
+/// pass that stops part way (a crash, a failed commit) leaves every file either counted up to its
+/// stored cursor or not at all, so the next pass neither loses nor repeats a reply.
 ///
 ///     UsageIngestor ingestor{sink, folders};
 ///     IngestResult result = ingestor.run(currentDate());

@@ -57,17 +57,15 @@ class BatchTotals {
       flush();
       writeDaily(provider, event.model, day, event.tokens, *event.reportedCostUSD);
     } else {
-      std::string key = fmt::format("{}\x1f{}\x1f{}", provider, event.model, day);
-      const auto [found, isNew] = dailyIndex_.try_emplace(std::move(key), daily_.size());
-      if (isNew) daily_.push_back({event.provider, event.model, day, TokenCounts{}});
-      daily_[found->second].tokens += event.tokens;
+      const size_t row = indexOf(dailyIndex_, daily_.size(), provider, event.model, day);
+      if (row == daily_.size()) daily_.push_back({event.provider, event.model, day, TokenCounts{}});
+      daily_[row].tokens += event.tokens;
     }
-    std::string sessionKey = fmt::format("{}\x1f{}", provider, event.sessionID);
-    const auto [found, isNew] = sessionIndex_.try_emplace(std::move(sessionKey), sessions_.size());
-    if (isNew) {
+    const size_t session = indexOf(sessionIndex_, sessions_.size(), provider, event.sessionID, {});
+    if (session == sessions_.size()) {
       sessions_.push_back({event.provider, event.sessionID, day});
-    } else if (day < sessions_[found->second].day) {
-      sessions_[found->second].day = day;
+    } else if (day < sessions_[session].day) {
+      sessions_[session].day = day;
     }
   }
 
@@ -98,6 +96,20 @@ class BatchTotals {
     std::string day;
   };
 
+  // The row of (provider, name, day) in `index`, or `next` after adding it there. The lookup key
+  // is built in one reused buffer: most events land in a row that is already there.
+  size_t indexOf(std::unordered_map<std::string, size_t>& index, size_t next,
+                 std::string_view provider, std::string_view name, std::string_view day) {
+    key_.assign(provider);
+    key_ += '\x1f';
+    key_ += name;
+    key_ += '\x1f';
+    key_ += day;
+    if (const auto found = index.find(key_); found != index.end()) return found->second;
+    index.emplace(key_, next);
+    return next;
+  }
+
   void writeDaily(std::string_view provider, const std::string& model, const std::string& day,
                   const TokenCounts& t, std::optional<double> reported) {
     db_.run(upsertDaily_,
@@ -112,6 +124,7 @@ class BatchTotals {
   std::unordered_map<std::string, size_t> dailyIndex_;
   std::vector<Session> sessions_;
   std::unordered_map<std::string, size_t> sessionIndex_;
+  std::string key_;
 };
 
 }  // namespace brimlog

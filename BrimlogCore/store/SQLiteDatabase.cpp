@@ -77,6 +77,11 @@ std::string_view Row::text(int column) const {
 }
 
 SQLiteDatabase::SQLiteDatabase(const std::string& path, int flags) {
+  // SQLite counts every allocation it makes under a global mutex unless told not to; nothing
+  // here reads those counts, and a large ingest makes millions of allocations. The setting must
+  // come before the library initialises itself, which the first open does.
+  static const int memoryStatusOff = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+  (void)memoryStatusOff;
   sqlite3* handle = nullptr;
   const int result = sqlite3_open_v2(path.c_str(), &handle, flags, nullptr);
   if (handle == nullptr) throw UsageStoreError::sqlite(result, "open failed");
@@ -135,7 +140,8 @@ SQLiteDatabase::Use SQLiteDatabase::begin(PreparedStatement prepared,
       const void* nul = std::memchr(text->data(), '\0', text->size());
       const size_t length =
           nul ? static_cast<size_t>(static_cast<const char*>(nul) - text->data()) : text->size();
-      sqlite3_bind_text(statement, index, text->data(), static_cast<int>(length), SQLITE_TRANSIENT);
+      // Not copied: the bound text outlives the statement's use, which clears its bindings.
+      sqlite3_bind_text(statement, index, text->data(), static_cast<int>(length), SQLITE_STATIC);
     } else if (const auto* integer = std::get_if<int64_t>(&bind)) {
       sqlite3_bind_int64(statement, index, *integer);
     } else if (const auto* real = std::get_if<double>(&bind)) {

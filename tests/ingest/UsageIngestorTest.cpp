@@ -275,20 +275,39 @@ TEST_F(UsageIngestorTest, APassThatFailsPartWayLosesAndRepeatsNothing) {
   writeHome(claudeFile("p/b.jsonl"), transcript("b", 20));
   writeHome(".codex/sessions/r.jsonl", codexMeta("s1", "m") + tokenCount(10, 10, 0, 1));
 
-  // Small chunks and one commit per chunk; after the second commit another connection takes the
-  // write lock, so the next commit fails at once.
+  // Small chunks and one commit per chunk; before the third commit another connection takes the
+  // write lock, so that commit fails as one that meets another writer does.
   IngestOptions options;
   options.chunkBytes = 2048;
   options.batchEvents = 1;
   options.workers = 1;
   std::unique_ptr<RawDatabase> blocker;
-  options.progress = [&](const IngestProgress& progress) {
-    if (progress.commits == 2 && !blocker) {
-      blocker = std::make_unique<RawDatabase>(dbPath());
-      EXPECT_EQ(blocker->exec("BEGIN IMMEDIATE"), SQLITE_OK);
-    }
-  };
-  EXPECT_THROW(pass(now_, options), UsageStoreError);
+  {
+    UsageStore store{dbPath(), {.busyTimeout = 0.2}};
+    StoreIngestSink storeSink{store, Calendar::utc()};
+    struct BlockedThirdCommit final : IngestSink {
+      IngestSink& next;
+      std::function<void()> block;
+      int commits = 0;
+      BlockedThirdCommit(IngestSink& next, std::function<void()> block)
+          : next(next), block(std::move(block)) {}
+      std::map<std::string, FileCursor> storedCursors() override { return next.storedCursors(); }
+      PerProvider<int64_t> commit(std::span<const UsageEvent> events,
+                                  std::span<const FileCursor> cursors) override {
+        if (++commits == 3) block();
+        return next.commit(events, cursors);
+      }
+      bool keepIfNewer(ProviderID provider, const ProviderLimits& limits) override {
+        return next.keepIfNewer(provider, limits);
+      }
+    } sink{storeSink, [&] {
+             blocker = std::make_unique<RawDatabase>(dbPath());
+             EXPECT_EQ(blocker->exec("BEGIN IMMEDIATE"), SQLITE_OK);
+           }};
+    const ToolFolders tools = ToolFolders::resolve(home(), std::nullopt, std::nullopt);
+    UsageIngestor ingestor{sink, tools.logFolders(), options};
+    EXPECT_THROW(ingestor.run(now_), UsageStoreError);
+  }
   ASSERT_TRUE(blocker);
   blocker->exec("ROLLBACK");
   blocker.reset();
