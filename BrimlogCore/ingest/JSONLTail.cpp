@@ -89,6 +89,7 @@ JSONLTail::Result JSONLTail::read(const std::filesystem::path& path,
     if (length > 0) lines.spans_.push_back({static_cast<size_t>(start - base), length});
     start = feed + 1;
   }
+  lines.consumed_ = static_cast<size_t>(end - base);
   result.cursor.offset = offset + (end - base);
   return result;
 }

@@ -4,7 +4,8 @@
 
 namespace brimlog {
 
-LineBatch::LineBatch(const LineBatch& other) : capacity_(other.capacity_), spans_(other.spans_) {
+LineBatch::LineBatch(const LineBatch& other)
+    : capacity_(other.capacity_), consumed_(other.consumed_), spans_(other.spans_) {
   if (other.bytes_) {
     bytes_ = std::make_unique_for_overwrite<char[]>(capacity_);
     std::memcpy(bytes_.get(), other.bytes_.get(), capacity_);

@@ -72,6 +72,10 @@ class LineBatch {
   /// Total bytes of all lines, without their line ends.
   size_t byteCount() const;
 
+  /// Every byte the read consumed, from where it started to the end of its last line, line ends
+  /// included: what lies just before the cursor it returned.
+  std::string_view consumed() const { return {bytes_.get(), consumed_}; }
+
  private:
   friend class JSONLTail;
 
@@ -82,6 +86,7 @@ class LineBatch {
 
   std::unique_ptr<char[]> bytes_;
   size_t capacity_ = 0;  // bytes allocated, padding included
+  size_t consumed_ = 0;
   std::vector<Span> spans_;
 };
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstring>
 
 #include "platform/FileDescriptor.hpp"
@@ -43,6 +44,29 @@ uint64_t hashed(const char* bytes, size_t length) {
   return hash;
 }
 
+std::string printed(uint64_t head, uint64_t tail) {
+  return fmt::format("{:016x}{:016x}", head, tail);
+}
+
+// The fingerprint at `offset` from the bytes of a read that ended there, when they reach back
+// far enough. The head half comes from the read itself when it started at the top of the file,
+// or else from the fingerprint the cursor had before the read, whose head window was already
+// whole (its offset, where this read started, was at least one window in).
+std::optional<std::string> fingerprintInMemory(std::string_view read, int64_t offset,
+                                               const std::string* previous) {
+  const auto readLength = static_cast<int64_t>(read.size());
+  const int64_t start = offset - readLength;
+  const int64_t tailLength = std::min(offset, kWindow);
+  if (readLength < tailLength) return std::nullopt;
+  const uint64_t tail = hashed(read.data() + readLength - tailLength, tailLength);
+  if (start == 0) return printed(hashed(read.data(), std::min(offset, kWindow)), tail);
+  uint64_t head = 0;
+  if (start < kWindow || previous == nullptr || previous->size() != 32) return std::nullopt;
+  const auto [end, error] = std::from_chars(previous->data(), previous->data() + 16, head, 16);
+  if (error != std::errc{} || end != previous->data() + 16) return std::nullopt;
+  return printed(head, tail);
+}
+
 }  // namespace
 
 std::optional<std::string> LogResume::fingerprint(const std::string& path, int64_t offset) {
@@ -57,7 +81,7 @@ std::optional<std::string> LogResume::fingerprint(const std::string& path, int64
   const auto tailLength = static_cast<size_t>(offset - tailStart);
   const auto tail = readAt(fd.get(), buffer.data(), tailLength, tailStart);
   if (!tail || *tail != tailLength) return std::nullopt;
-  return fmt::format("{:016x}{:016x}", headHash, hashed(buffer.data(), *tail));
+  return printed(headHash, hashed(buffer.data(), *tail));
 }
 
 std::optional<FileCursor> LogResume::verified(const std::string& path,
@@ -102,17 +126,24 @@ JSONLTail::Result LogResume::read(const std::string& path, const std::optional<F
     }
   }
   result = JSONLTail::read(path, cursor, chunkBytes);
-  remember(path, result.cursor, result.atEOF, size);
+  remember(path, result.cursor, result.atEOF, size, result.lines.consumed());
   return result;
 }
 
-void LogResume::remember(const std::string& path, FileCursor& cursor, bool atEOF, int64_t size) {
+void LogResume::remember(const std::string& path, FileCursor& cursor, bool atEOF, int64_t size,
+                         std::string_view read) {
   if (atEOF && size - cursor.offset >= kTrackedLine) {
     cursor.context[kScannedKey] = std::to_string(size);
   } else {
     cursor.context.erase(kScannedKey);
   }
-  const auto print = cursor.offset > 0 ? fingerprint(path, cursor.offset) : std::nullopt;
+  std::optional<std::string> print;
+  if (cursor.offset > 0) {
+    const auto previous = cursor.context.find(kFingerprintKey);
+    print = fingerprintInMemory(read, cursor.offset,
+                                previous == cursor.context.end() ? nullptr : &previous->second);
+    if (!print) print = fingerprint(path, cursor.offset);
+  }
   if (print) {
     cursor.context[kFingerprintKey] = *print;
   } else {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "ingest/JSONLTail.hpp"
 #include "model/FileCursor.hpp"
@@ -40,7 +41,11 @@ class LogResume {
 
   /// Records in a cursor just returned by a read its fingerprint, and, when the read reached the
   /// end of the file and left a long unfinished line after the offset, how far it scanned.
-  static void remember(const std::string& path, FileCursor& cursor, bool atEOF, int64_t size);
+  /// `read` is what the read consumed, the bytes just before the cursor's offset: the
+  /// fingerprint is taken from them where they reach far enough, with the head of the file's
+  /// fingerprint carried over from the cursor's previous one, and read from the file otherwise.
+  static void remember(const std::string& path, FileCursor& cursor, bool atEOF, int64_t size,
+                       std::string_view read = {});
 
   /// One read of a JSON-lines log with both checks: nothing is read when only an unfinished
   /// line already scanned stands after the cursor's offset; otherwise `JSONLTail::read`, and the
