@@ -112,9 +112,13 @@ class BatchWriter {
     if (failure_) std::rethrow_exception(failure_);
   }
 
-  // The new events per provider and the commits made since the last call.
+  // The new events per provider and the commits made since the last call. The batches written
+  // meanwhile are freed by the caller: the writer is the pass's busiest thread, and freeing two
+  // strings per event is work the gathering thread has time for.
   std::pair<PerProvider<int64_t>, size_t> takeWritten() {
+    std::vector<Batch> written;
     std::lock_guard lock{mutex_};
+    written.swap(written_);
     return {std::exchange(added_, {}), std::exchange(commits_, 0)};
   }
 
@@ -137,8 +141,8 @@ class BatchWriter {
       } catch (...) {
         failure = std::current_exception();
       }
-      batch = {};  // freed here, not on the gathering thread
       lock.lock();
+      written_.push_back(std::move(batch));
       writing_ = false;
       if (failure) {
         failure_ = failure;
@@ -159,6 +163,7 @@ class BatchWriter {
   std::exception_ptr failure_;
   PerProvider<int64_t> added_;
   size_t commits_ = 0;
+  std::vector<Batch> written_;
   std::thread thread_;  // last: it starts once everything it uses is there
 };
 
