@@ -112,12 +112,14 @@ class BatchWriter {
     if (failure_) std::rethrow_exception(failure_);
   }
 
-  // The new events per provider and the commits made since the last call. The batches written
-  // meanwhile are freed by the caller: the writer is the pass's busiest thread, and freeing two
-  // strings per event is work the gathering thread has time for.
+  // The new events per provider and the commits made since the last call; a failed commit is
+  // thrown here, so the pass stops at once. The batches written meanwhile are freed by the
+  // caller: the writer is the pass's busiest thread, and freeing two strings per event is work
+  // the gathering thread has time for.
   std::pair<PerProvider<int64_t>, size_t> takeWritten() {
     std::vector<Batch> written;
     std::lock_guard lock{mutex_};
+    if (failure_) std::rethrow_exception(failure_);
     written.swap(written_);
     return {std::exchange(added_, {}), std::exchange(commits_, 0)};
   }
