@@ -112,6 +112,11 @@ std::unique_ptr<SQLiteDatabase> UsageStore::open(const std::string& path,
   }
   if (options.readOnly) return db;
 
+  // A new file gets 16 KiB pages: every reply is a `seen` row whose random key lands anywhere in
+  // its index, and with pages four times the default the index is a level shallower and a batch
+  // dirties fewer pages; a first pass over a large home takes a tenth less time. The size can
+  // only be chosen before the file turns to WAL; a file made earlier keeps its own.
+  if (tables == 0 && version == 0) db->exec("PRAGMA page_size=16384");
   db->exec("PRAGMA journal_mode=WAL");
   // A cache that holds a few months of keys, so a large ingest is not spent re-reading pages;
   // in WAL mode NORMAL still commits atomically and loses at most the last transactions on a

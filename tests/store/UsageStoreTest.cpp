@@ -51,11 +51,12 @@ class UsageStoreTest : public testing::TempDirTest {
 TEST_F(UsageStoreTest, OpensOnlyItsOwnDatabases) {
   struct Row {
     const char* name;
-    std::string setup;    // run on the file first
-    const char* refusal;  // the message's tail, or nothing when the file is taken
+    std::string setup;              // run on the file first
+    const char* refusal;            // the message's tail, or nothing when the file is taken
+    const char* pageSize = "4096";  // of a file that is taken: a new one's, or the one it had
   };
   const std::vector<Row> rows = {
-      {"empty file", "", nullptr},
+      {"empty file", "", nullptr, "16384"},
       {"another program's tables", "CREATE TABLE other(x)", " is not a Brimlog database"},
       {"our tables beside others", std::string(sql::kSchema) + "CREATE TABLE other(x);",
        " is not a Brimlog database"},
@@ -76,6 +77,7 @@ TEST_F(UsageStoreTest, OpensOnlyItsOwnDatabases) {
                   ElementsAre(std::to_string(UsageStore::applicationId)));
       EXPECT_THAT(raw.rows("PRAGMA user_version"), ElementsAre("1"));
       EXPECT_THAT(raw.rows("PRAGMA journal_mode"), ElementsAre("wal"));
+      EXPECT_THAT(raw.rows("PRAGMA page_size"), ElementsAre(row.pageSize));
       continue;
     }
     for (bool readOnly : {false, true}) {
