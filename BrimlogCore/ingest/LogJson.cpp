@@ -8,6 +8,8 @@
 namespace brimlog::logjson {
 namespace {
 
+constexpr bool isJsonSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
 simdjson::dom::parser& threadParser() {
   thread_local simdjson::dom::parser parser;
   return parser;
@@ -136,12 +138,6 @@ std::optional<object> parseObject(PaddedLine line) {
   return parsedOrRepaired(threadParser().parse(line.bytes.data(), line.bytes.size(), false),
                           line.bytes);
 }
-
-namespace {
-
-constexpr bool isJsonSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
-
-}  // namespace
 
 std::optional<std::string_view> leadingType(PaddedLine line) {
   const char* at = line.bytes.data();

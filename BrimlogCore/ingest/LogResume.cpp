@@ -56,10 +56,11 @@ std::optional<std::string> fingerprintInMemory(std::string_view read, int64_t of
                                                const std::string* previous) {
   const auto readLength = static_cast<int64_t>(read.size());
   const int64_t start = offset - readLength;
-  const int64_t tailLength = std::min(offset, kWindow);
-  if (readLength < tailLength) return std::nullopt;
-  const uint64_t tail = hashed(read.data() + readLength - tailLength, tailLength);
-  if (start == 0) return printed(hashed(read.data(), std::min(offset, kWindow)), tail);
+  // Both windows are this long: a whole window, or everything before the offset.
+  const int64_t window = std::min(offset, kWindow);
+  if (readLength < window) return std::nullopt;
+  const uint64_t tail = hashed(read.data() + readLength - window, window);
+  if (start == 0) return printed(hashed(read.data(), window), tail);
   uint64_t head = 0;
   if (start < kWindow || previous == nullptr || previous->size() != 32) return std::nullopt;
   const auto [end, error] = std::from_chars(previous->data(), previous->data() + 16, head, 16);

@@ -98,19 +98,13 @@ class BatchWriter {
 
   // Hands a batch over, waiting while the one before it is still being written.
   void submit(Batch batch) {
-    std::unique_lock lock{mutex_};
-    changed_.wait(lock, [&] { return failure_ || (!pending_ && !writing_); });
-    if (failure_) std::rethrow_exception(failure_);
+    std::unique_lock lock = idle();
     pending_ = std::move(batch);
     changed_.notify_all();
   }
 
   // Waits until every batch handed over is written.
-  void finish() {
-    std::unique_lock lock{mutex_};
-    changed_.wait(lock, [&] { return failure_ || (!pending_ && !writing_); });
-    if (failure_) std::rethrow_exception(failure_);
-  }
+  void finish() { idle(); }
 
   // The new events per provider and the commits made since the last call; a failed commit is
   // thrown here, so the pass stops at once. The batches written meanwhile are freed by the
@@ -125,6 +119,14 @@ class BatchWriter {
   }
 
  private:
+  // The lock, once the writer has nothing left to write; a failed commit is thrown instead.
+  std::unique_lock<std::mutex> idle() {
+    std::unique_lock lock{mutex_};
+    changed_.wait(lock, [&] { return failure_ || (!pending_ && !writing_); });
+    if (failure_) std::rethrow_exception(failure_);
+    return lock;
+  }
+
   void loop() {
     pthread_setname_np(pthread_self(), "brimlog-writer");  // as `top -H` and profilers show it
     std::unique_lock lock{mutex_};
