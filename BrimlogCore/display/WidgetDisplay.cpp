@@ -110,20 +110,29 @@ std::vector<Date> WidgetDisplay::entryDates(const std::optional<Snapshot>& snaps
 
 bool WidgetDisplay::usesLiveTimer(double remaining) { return remaining > 0 && remaining < 86'400; }
 
-std::string_view WidgetDisplay::noLimitsNote(ProviderStatus status) {
+std::string_view WidgetDisplay::statusText(ProviderStatus status) {
   switch (status) {
-    case ProviderStatus::signInNeeded:
-      return "sign in needed";
-    case ProviderStatus::unreachable:
-    case ProviderStatus::rateLimited:
-      return "unreachable";
-    case ProviderStatus::accessDenied:
-      return "access needed";
     case ProviderStatus::ok:
+      return "ok";
+    case ProviderStatus::signInNeeded:
+      return "sign-in needed";
+    case ProviderStatus::unreachable:
+      return "unreachable";
+    case ProviderStatus::rateLimited:
+      return "rate limited";
+    case ProviderStatus::accessDenied:
+      return "access denied";
     case ProviderStatus::unavailable:
       break;
   }
-  return "no live limits";
+  return "unavailable";
+}
+
+std::string_view WidgetDisplay::noLimitsNote(ProviderStatus status) {
+  if (status == ProviderStatus::ok || status == ProviderStatus::unavailable) {
+    return "no live limits";
+  }
+  return statusText(status);
 }
 
 }  // namespace brimlog

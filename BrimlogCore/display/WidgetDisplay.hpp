@@ -66,8 +66,12 @@ struct WidgetDisplay {
   /// one day. Longer ones are fixed text.
   static bool usesLiveTimer(double remaining);
 
-  /// The note in the row of a provider without windows: "no live limits", "sign in needed",
-  /// "unreachable" (also when rate limited) or "access needed".
+  /// How the outcome of a limits fetch is written wherever a person reads it: "ok",
+  /// "sign-in needed", "unreachable", "rate limited", "access denied", "unavailable".
+  static std::string_view statusText(ProviderStatus status);
+
+  /// The note in the row of a provider without windows: "no live limits" when the service
+  /// answered (or has no limits to give), else the fetch's status text.
   static std::string_view noLimitsNote(ProviderStatus status);
 };
 

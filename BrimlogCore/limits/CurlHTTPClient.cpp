@@ -99,22 +99,9 @@ struct Target {
 };
 
 Target targetOf(const std::string& url) {
-  Target target;
-  const std::unique_ptr<CURLU, URLCleanup> parsed(curl().url());
-  if (!parsed || curl().url_set(parsed.get(), CURLUPART_URL, url.c_str(),
-                                CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
-    return target;
-  }
-  char* part = nullptr;
-  if (curl().url_get(parsed.get(), CURLUPART_SCHEME, &part, 0) == CURLUE_OK) {
-    const std::unique_ptr<char, CurlFree> owned(part);
-    target.scheme = part;
-  }
-  if (curl().url_get(parsed.get(), CURLUPART_HOST, &part, 0) == CURLUE_OK) {
-    const std::unique_ptr<char, CurlFree> owned(part);
-    target.host = part;
-  }
-  return target;
+  const std::optional<CurlHTTPClient::URLParts> parts = CurlHTTPClient::urlParts(url);
+  if (!parts) return {};
+  return {parts->scheme, parts->host.empty() ? "(no host)" : parts->host};
 }
 
 URLError::Code codeFor(CURLcode code) {
@@ -198,6 +185,25 @@ size_t receiveHeader(char* data, size_t size, size_t count, void* context) {
 }
 
 }  // namespace
+
+std::optional<CurlHTTPClient::URLParts> CurlHTTPClient::urlParts(const std::string& url) {
+  const std::unique_ptr<CURLU, URLCleanup> parsed(curl().url());
+  if (!parsed || curl().url_set(parsed.get(), CURLUPART_URL, url.c_str(),
+                                CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
+    return std::nullopt;
+  }
+  URLParts parts;
+  char* part = nullptr;
+  if (curl().url_get(parsed.get(), CURLUPART_SCHEME, &part, 0) == CURLUE_OK) {
+    const std::unique_ptr<char, CurlFree> owned(part);
+    parts.scheme = part;
+  }
+  if (curl().url_get(parsed.get(), CURLUPART_HOST, &part, 0) == CURLUE_OK) {
+    const std::unique_ptr<char, CurlFree> owned(part);
+    parts.host = part;
+  }
+  return parts;
+}
 
 HTTPResponse CurlHTTPClient::send(const HTTPRequest& request) const {
   curl();

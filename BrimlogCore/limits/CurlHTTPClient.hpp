@@ -1,5 +1,8 @@
 #pragma once
 
+#include <optional>
+#include <string>
+
 #include "limits/HTTPClient.hpp"
 
 namespace brimlog {
@@ -34,6 +37,15 @@ class CurlHTTPClient final : public HTTPClient {
   double timeout = 15;
 
   HTTPResponse send(const HTTPRequest& request) const override;
+
+  /// A URL's scheme and host as libcurl reads them, the way a request would go: the scheme in
+  /// lower case, an IPv6 host in brackets ("[::1]"). Nothing when the text is not a URL with a
+  /// host. Throws URLError when libcurl cannot be loaded.
+  struct URLParts {
+    std::string scheme;
+    std::string host;
+  };
+  static std::optional<URLParts> urlParts(const std::string& url);
 };
 
 }  // namespace brimlog

@@ -75,7 +75,9 @@ TEST(WidgetDisplayTest, LiveTimersBelowADayAndTheNotesOfRowsWithoutWindows) {
     timers += WidgetDisplay::usesLiveTimer(remaining) ? "live " : "fixed ";
   }
   EXPECT_EQ(timers, "fixed fixed live live fixed ");
-  EXPECT_EQ(WidgetDisplay::noLimitsNote(ProviderStatus::rateLimited), "unreachable");
+  // The same words as `brimlog sync` and `limits` use for a fetch, not a second set.
+  EXPECT_EQ(WidgetDisplay::noLimitsNote(ProviderStatus::rateLimited), "rate limited");
+  EXPECT_EQ(WidgetDisplay::noLimitsNote(ProviderStatus::signInNeeded), "sign-in needed");
   EXPECT_EQ(WidgetDisplay::noLimitsNote(ProviderStatus::ok), "no live limits");
 }
 

@@ -7,13 +7,13 @@
 #include <filesystem>
 #include <fstream>
 
-#include "StoreIngestSink.hpp"
-#include "ToolFolders.hpp"
 #include "ingest/DataRow.hpp"
 #include "ingest/UsageIngestor.hpp"
+#include "state/ToolFolders.hpp"
 #include "store/UsageStore.hpp"
 #include "support/RawDatabase.hpp"
 #include "support/TempDir.hpp"
+#include "sync/StoreIngestSink.hpp"
 
 namespace brimlog {
 namespace {

@@ -1,0 +1,88 @@
+#include "cli/CommandContext.hpp"
+
+#include <fmt/format.h>
+
+#include "limits/ClaudeConfigCredentialSource.hpp"
+#include "limits/CurlHTTPClient.hpp"
+#include "output/ProgressBar.hpp"
+#include "store/UsageStore.hpp"
+#include "sync/SnapshotPublisher.hpp"
+#include "sync/StoreIngestSink.hpp"
+
+namespace brimlog {
+
+namespace fs = std::filesystem;
+
+std::shared_ptr<UsageStore> CommandContext::store(Access access) {
+  if (store_) return store_;
+  if (access == Access::read) {
+    // Reading creates nothing: with no database yet there is simply nothing stored.
+    std::error_code error;
+    const bool exists = fs::exists(settings_.database, error);
+    store_ = std::make_shared<UsageStore>(exists ? settings_.database : fs::path(":memory:"),
+                                          UsageStoreOptions{.readOnly = exists});
+    return store_;
+  }
+  settings_.prepareDatabaseDirectory();
+  store_ = std::make_shared<UsageStore>(settings_.database);
+  return store_;
+}
+
+std::optional<SyncLock> CommandContext::lockForSync(std::optional<int> inherited) {
+  if (settings_.database.filename() == ":memory:") return std::nullopt;
+  if (inherited) {
+    if (std::optional<SyncLock> adopted = SyncLock::adopt(*inherited, settings_.database)) {
+      return adopted;
+    }
+  }
+  settings_.prepareDatabaseDirectory();
+  if (std::optional<SyncLock> lock = SyncLock::tryAcquire(settings_.database)) return lock;
+  fmt::print(stderr, "brimlog: another sync is reading the logs; waiting for it to finish\n");
+  return SyncLock::acquire(settings_.database);
+}
+
+IngestResult CommandContext::ingest() {
+  ProgressBar bar;
+  IngestOptions options;
+  options.progress = [&bar](const IngestProgress& progress) { bar.update(progress); };
+  StoreIngestSink sink{*store(), settings_.calendar};
+  UsageIngestor ingestor{sink, settings_.tools.logFolders(), options};
+  IngestResult result = ingestor.run(settings_.now);
+  bar.finish();
+  for (const SkippedFile& file : result.skipped) {
+    fmt::print(stderr, "brimlog: skipped {}: {}\n", file.path, file.reason);
+  }
+  return result;
+}
+
+std::vector<FetchOutcome> CommandContext::fetchLimits(LimitsEndpoints endpoints, bool force) {
+  LimitsFetcher fetcher{store(), settings_.tools,
+                        std::make_shared<ClaudeConfigCredentialSource>(settings_.tools.claudeDirs),
+                        std::make_shared<CurlHTTPClient>(), std::move(endpoints)};
+  const fs::path statePath = RefreshState::pathFor(settings_.database);
+  RefreshState state = RefreshState::load(statePath);
+  std::vector<FetchOutcome> outcomes = fetcher.run(settings_.now, state, force);
+  try {
+    state.save(statePath);
+  } catch (const fs::filesystem_error& error) {
+    // The limits are stored; only the timing of the next run is lost.
+    fmt::print(stderr, "brimlog: {}\n", error.what());
+  }
+  return outcomes;
+}
+
+Snapshot CommandContext::publish() {
+  return SnapshotPublisher::publish(*store(), settings_, settings_.now);
+}
+
+Snapshot CommandContext::refresh(bool offline) {
+  const std::optional<SyncLock> lock = lockForSync();
+  store();
+  std::optional<LimitsEndpoints> endpoints;
+  if (!offline) endpoints = LimitsEndpoints::from(settings_);
+  ingest();
+  if (endpoints) fetchLimits(std::move(*endpoints), false);
+  return publish();
+}
+
+}  // namespace brimlog

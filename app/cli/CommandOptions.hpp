@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdio>
+#include <optional>
+#include <string>
+
+#include "model/ProviderID.hpp"
+#include "output/ReportFormatter.hpp"
+#include "output/StatusLine.hpp"
+
+namespace brimlog {
+
+struct SyncOptions {
+  /// Fetch nothing from the tools' services.
+  bool offline = false;
+  /// Fetch every tool's limits now, however recent the last fetch.
+  bool refresh = false;
+  bool json = false;
+  /// A descriptor on which the process that started this sync hands down the sync lock it took
+  /// for it (see BackgroundSync).
+  std::optional<int> lockFd;
+};
+
+struct LimitsOptions {
+  bool json = false;
+};
+
+struct StatusOptions {
+  /// Fetch nothing from the tools' services.
+  bool offline = false;
+  /// Print the snapshot as JSON instead of the dashboard.
+  bool json = false;
+  /// Redraw the dashboard after a pass every this many seconds, until interrupted.
+  std::optional<double> watch;
+};
+
+struct ReportOptions {
+  ReportFormatter::View view = ReportFormatter::View::daily;
+  int days = 30;
+  bool json = false;
+  /// Report what is stored without reading the logs first.
+  bool noSync = false;
+};
+
+struct LineOptions {
+  StatusLine::Format format = StatusLine::Format::plain;
+  std::optional<ProviderID> provider;
+  /// Where Claude Code's status input is read (claude-code only); nothing is read from a
+  /// terminal.
+  std::FILE* input = stdin;
+  /// --tz as given, passed on to the background sync.
+  std::optional<std::string> zone;
+};
+
+}  // namespace brimlog

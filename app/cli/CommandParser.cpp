@@ -1,0 +1,229 @@
+#include "cli/CommandParser.hpp"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
+
+#include "cli/OptionNames.hpp"
+#include "platform/AppVersion.hpp"
+
+namespace brimlog {
+namespace {
+
+std::optional<std::string> given(const CLI::Option* option, const std::string& value) {
+  if (option->count() == 0) return std::nullopt;
+  return value;
+}
+
+std::string name(std::string_view option) { return std::string(option); }
+
+constexpr const char* kSharedDirHelp =
+    "Where the snapshot for the widgets is written (default: "
+    "$XDG_DATA_HOME/brimlog/containers/K7QX2M9T4B.app.brimlog, else under ~/.local/share)";
+
+// The options every command takes, before or after its name.
+struct SharedOptions {
+  std::string home, database, zone, now, sharedDir;
+  CLI::Option* homeOption = nullptr;
+  CLI::Option* databaseOption = nullptr;
+  CLI::Option* zoneOption = nullptr;
+  CLI::Option* nowOption = nullptr;
+  // --shared-dir, on the program and on each command that writes or reads the snapshot.
+  std::vector<CLI::Option*> sharedDirOptions;
+
+  void addTo(CLI::App& app) {
+    homeOption = app.add_option(name(option::home), home,
+                                "Where the tools' data lives (default: your home directory)")
+                     ->type_name("DIR");
+    databaseOption = app.add_option(name(option::database), database,
+                                    "The usage database (default: $XDG_DATA_HOME/brimlog/usage.db, "
+                                    "else ~/.local/share/brimlog/usage.db)")
+                         ->type_name("FILE");
+    zoneOption = app.add_option(name(option::zone), zone,
+                                "IANA time zone of the report's days (default: local zone)")
+                     ->type_name("ZONE");
+    nowOption = app.add_option(name(option::now), now,
+                               "An ISO 8601 instant taken as now, for reproducible reports "
+                               "(default: the clock)")
+                    ->type_name("TIME");
+    addSharedDir(app);
+  }
+
+  void addSharedDir(CLI::App& command) {
+    sharedDirOptions.push_back(
+        command.add_option(name(option::sharedDir), sharedDir, kSharedDirHelp)->type_name("DIR"));
+  }
+
+  CommandLine given(bool needsCalendar) const {
+    std::optional<std::string> sharedDirGiven;
+    for (const CLI::Option* each : sharedDirOptions) {
+      if (each->count() > 0) sharedDirGiven = sharedDir;
+    }
+    return {brimlog::given(homeOption, home),
+            brimlog::given(databaseOption, database),
+            brimlog::given(zoneOption, zone),
+            brimlog::given(nowOption, now),
+            sharedDirGiven,
+            needsCalendar};
+  }
+};
+
+// The exit status of a command line that asks for help or the version, or does not parse.
+int parseFailure(CLI::App& app, const CLI::ParseError& error) {
+  if (dynamic_cast<const CLI::CallForHelp*>(&error) != nullptr ||
+      dynamic_cast<const CLI::CallForAllHelp*>(&error) != nullptr ||
+      dynamic_cast<const CLI::CallForVersion*>(&error) != nullptr) {
+    return app.exit(error);
+  }
+  // A value that parses but is not allowed is the user's setting to fix (1); a command line
+  // that does not parse at all is a usage mistake (2).
+  const bool wrongValue = dynamic_cast<const CLI::ValidationError*>(&error) != nullptr ||
+                          dynamic_cast<const CLI::ConversionError*>(&error) != nullptr;
+  fmt::print(stderr, "brimlog: {} (see brimlog --help)\n", error.what());
+  return wrongValue ? 1 : 2;
+}
+
+}  // namespace
+
+std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
+  CLI::App app{
+      "Brimlog meters how you use AI coding tools (Claude Code, Codex, Grok Build): it reads the "
+      "tools' own logs, counts every model reply once, and reports tokens and what they would "
+      "cost at API list prices. Without a command it reads new replies, writes the widgets' "
+      "snapshot and shows the dashboard, as brimlog status does.",
+      "brimlog"};
+  app.set_version_flag("--version", std::string(appVersion()));
+  app.require_subcommand(0, 1);
+
+  ParsedCommand command;
+  SharedOptions shared;
+  shared.addTo(app);
+  StatusOptions bare;
+  app.add_flag("--offline", bare.offline, "Fetch nothing from the tools' services");
+  app.add_flag("--json", bare.json, "Print the snapshot as JSON instead of the dashboard");
+
+  SyncOptions& sync = command.sync;
+  CLI::App* syncCommand =
+      app.add_subcommand("sync", "Read the replies logged since the last run into the database");
+  syncCommand->add_flag("--offline", sync.offline, "Fetch nothing from the tools' services");
+  syncCommand->add_flag("--refresh", sync.refresh,
+                        "Fetch every tool's limits now, however recent the last fetch");
+  syncCommand->add_flag("--json", sync.json, "Print the pass's result as JSON");
+  shared.addSharedDir(*syncCommand);
+  // Not for people: how `brimlog line` hands the background sync the lock it took for it.
+  syncCommand->add_option("--lock-fd", sync.lockFd)->group("");
+
+  StatusOptions& status = command.status;
+  double watchSeconds = 5;
+  CLI::App* statusCommand = app.add_subcommand(
+      "status", "Read new replies, then show each tool's limits and costs at a glance");
+  statusCommand->add_flag("--offline", status.offline, "Fetch nothing from the tools' services");
+  statusCommand->add_flag("--json", status.json,
+                          "Print the snapshot as JSON instead of the dashboard");
+  CLI::Option* watchOption =
+      statusCommand
+          ->add_option("--watch", watchSeconds,
+                       "Keep the dashboard on screen, passing every SECONDS (default 5) until "
+                       "Ctrl-C")
+          ->expected(0, 1)
+          ->type_name("SECONDS")
+          ->check(CLI::Range(1.0, 86400.0));
+  shared.addSharedDir(*statusCommand);
+
+  ReportOptions& report = command.report;
+  std::string view = "daily";
+  CLI::App* reportCommand = app.add_subcommand(
+      "report", "Show the usage and cost of the last days (reads new replies first)");
+  reportCommand->add_option("view", view, "daily, models or tools (default: daily)")
+      ->check(CLI::IsMember({"daily", "models", "tools"}));
+  reportCommand->add_option("--days", report.days, "How many days up to today (default: 30)")
+      ->check(CLI::Range(1, 3650));
+  reportCommand->add_flag("--json", report.json, "Print the summary as JSON");
+  reportCommand->add_flag("--no-sync", report.noSync, "Report what is stored; read no logs");
+
+  CLI::App* limitsCommand =
+      app.add_subcommand("limits", "Show each tool's plan, status and limits as last fetched");
+  limitsCommand->add_flag("--json", command.limits.json, "Print the stored limits as JSON");
+
+  DaemonOptions& daemon = command.daemon;
+  CLI::App* daemonCommand = app.add_subcommand(
+      "daemon",
+      "Keep the database and the widgets' snapshot current until stopped: a pass soon after a "
+      "log changes, each tool's limits on their schedule, the widgets' refresh button answered");
+  daemonCommand
+      ->add_option("--interval", daemon.interval,
+                   "Seconds between passes when no change was seen (default 60)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1.0, 86400.0));
+  daemonCommand->add_flag("--offline", daemon.offline, "Fetch nothing from the tools' services");
+  bool noNotify = false;
+  daemonCommand->add_flag("--no-notify", noNotify,
+                          "No desktop notifications when a limit gets tight or resets");
+  shared.addSharedDir(*daemonCommand);
+
+  std::string lineFormat = "plain";
+  std::string lineProvider;
+  CLI::App* lineCommand = app.add_subcommand(
+      "line",
+      "Print one line for a status bar from the widgets' snapshot: the tightest limit, its reset "
+      "and today's cost; starts a background sync when the snapshot is over a minute old");
+  lineCommand
+      ->add_option(name(option::format), lineFormat,
+                   "plain, claude-code (reads Claude Code's status input), tmux, waybar (JSON) "
+                   "or polybar (default: plain)")
+      ->check(CLI::IsMember({"plain", "claude-code", "tmux", "waybar", "polybar"}));
+  CLI::Option* providerOption =
+      lineCommand
+          ->add_option(name(option::provider), lineProvider,
+                       "Show this tool's tightest limit: claude, codex, grok or cursor (default: "
+                       "the tightest of all; Claude's for claude-code)")
+          ->check(CLI::IsMember({"claude", "codex", "grok", "cursor"}));
+  shared.addSharedDir(*lineCommand);
+
+  for (CLI::App* each :
+       {syncCommand, statusCommand, reportCommand, limitsCommand, daemonCommand, lineCommand}) {
+    each->fallthrough();
+    each->footer(
+        "Shared options, before or after the subcommand: --home DIR, --db FILE, --tz ZONE, "
+        "--now TIME (see brimlog --help).");
+  }
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return parseFailure(app, error);
+  }
+
+  if (lineCommand->parsed()) {
+    command.kind = ParsedCommand::Kind::line;
+    command.line.format = *StatusLine::formatNamed(lineFormat);
+    if (providerOption->count() > 0) command.line.provider = ProviderID::fromRawValue(lineProvider);
+    command.line.zone = given(shared.zoneOption, shared.zone);
+    // The status line works without days, and so without the tz database's load.
+    command.shared = shared.given(false);
+    return command;
+  }
+  command.shared = shared.given(true);
+  if (syncCommand->parsed()) {
+    command.kind = ParsedCommand::Kind::sync;
+  } else if (daemonCommand->parsed()) {
+    command.kind = ParsedCommand::Kind::daemon;
+    daemon.notify = !noNotify;
+  } else if (limitsCommand->parsed()) {
+    command.kind = ParsedCommand::Kind::limits;
+  } else if (reportCommand->parsed()) {
+    command.kind = ParsedCommand::Kind::report;
+    report.view = *ReportFormatter::viewNamed(view);
+  } else if (statusCommand->parsed()) {
+    command.kind = ParsedCommand::Kind::status;
+    if (watchOption->count() > 0) status.watch = watchSeconds;
+  } else {
+    command.kind = ParsedCommand::Kind::status;
+    command.status = bare;
+  }
+  return command;
+}
+
+}  // namespace brimlog

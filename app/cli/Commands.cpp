@@ -1,0 +1,182 @@
+#include "cli/Commands.hpp"
+
+#include <fmt/format.h>
+
+#include <string>
+
+#include "cli/WatchLoop.hpp"
+#include "display/SnapshotStore.hpp"
+#include "display/WidgetDisplay.hpp"
+#include "output/ClaudeCodeStatus.hpp"
+#include "output/Dashboard.hpp"
+#include "output/LimitsReport.hpp"
+#include "output/Terminal.hpp"
+#include "output/TextTable.hpp"
+#include "state/BackgroundSync.hpp"
+#include "store/PriceTable.hpp"
+#include "store/UsageStore.hpp"
+#include "store/UsageSummary.hpp"
+
+namespace brimlog {
+namespace {
+
+std::string plural(int64_t count, const char* one, const char* many) {
+  return formatCount(count) + " " + (count == 1 ? one : many);
+}
+
+// Standard input to its end, at most 1 MiB: Claude Code's status input is a small object.
+std::string readInput(std::FILE* input) {
+  std::string text;
+  char buffer[8192];
+  size_t count = 0;
+  while (text.size() < (1u << 20) && (count = std::fread(buffer, 1, sizeof buffer, input)) > 0) {
+    text.append(buffer, count);
+  }
+  return text;
+}
+
+}  // namespace
+
+int Commands::sync(const SyncOptions& options) {
+  const std::optional<SyncLock> lock = context_.lockForSync(options.lockFd);
+  context_.store();
+  // The endpoints are checked before anything is read, so a bad setting costs no time or secret.
+  std::optional<LimitsEndpoints> endpoints;
+  if (!options.offline) endpoints = LimitsEndpoints::from(context_.settings());
+  const IngestResult result = context_.ingest();
+  std::vector<FetchOutcome> outcomes;
+  if (endpoints) outcomes = context_.fetchLimits(std::move(*endpoints), options.refresh);
+  // The widgets' snapshot; a failure is told after the pass's own result, which stands.
+  std::optional<std::string> unpublished;
+  try {
+    context_.publish();
+  } catch (const CommandError& error) {
+    unpublished = error.what();
+  }
+
+  std::FILE* out = context_.out();
+  if (options.json) {
+    Json limits = Json::object();
+    for (const FetchOutcome& outcome : outcomes) {
+      Json entry = {{"fetched", outcome.fetched}};
+      if (outcome.limits) entry["status"] = caseName(outcome.limits->status);
+      limits[std::string(outcome.provider.rawValue())] = entry;
+    }
+    fmt::print(out, "{}\n", Json{{"ingest", result.toJson()}, {"limits", limits}}.dump(2));
+  } else {
+    fmt::print(out, "Read {} from {} in {:.2f} s\n",
+               plural(result.totalNewEvents(), "new reply", "new replies"),
+               plural(static_cast<int64_t>(result.filesRead), "file", "files"),
+               result.elapsedSeconds);
+    std::string fetched;
+    for (const FetchOutcome& outcome : outcomes) {
+      if (!outcome.limits) continue;
+      fetched += fmt::format("{}{} {}", fetched.empty() ? "" : ", ", outcome.provider.displayName(),
+                             WidgetDisplay::statusText(outcome.limits->status));
+    }
+    if (!fetched.empty()) fmt::print(out, "Limits: {}\n", fetched);
+  }
+  if (unpublished) {
+    fmt::print(stderr, "brimlog: {}\n", *unpublished);
+    return 1;
+  }
+  return 0;
+}
+
+int Commands::report(const ReportOptions& options) {
+  std::optional<SyncLock> lock;
+  if (!options.noSync) lock = context_.lockForSync();
+  std::shared_ptr<UsageStore> opened =
+      context_.store(options.noSync ? CommandContext::Access::read : CommandContext::Access::write);
+  if (!options.noSync) context_.ingest();
+  const HostSettings& settings = context_.settings();
+  const UsageSummary summary =
+      opened->summary(options.days, settings.now, settings.calendar, PriceTable::bundled());
+  if (options.json) {
+    fmt::print(context_.out(), "{}\n", summary.toJson(DateForm::iso8601).dump(2));
+  } else {
+    fmt::print(context_.out(), "{}",
+               ReportFormatter::render(summary, options.view, settings.calendar));
+  }
+  return 0;
+}
+
+int Commands::limits(const LimitsOptions& options) {
+  std::shared_ptr<UsageStore> opened = context_.store(CommandContext::Access::read);
+  std::vector<std::pair<ProviderID, ProviderLimits>> all;
+  for (ProviderID provider : ProviderID::allCases) {
+    try {
+      if (auto stored = opened->limits(provider)) all.emplace_back(provider, std::move(*stored));
+    } catch (const JsonDecodeError& error) {
+      fmt::print(stderr, "brimlog: the stored limits of {} are damaged: {}\n",
+                 provider.displayName(), error.what());
+    }
+  }
+  std::FILE* out = context_.out();
+  if (options.json) {
+    Json json = Json::object();
+    for (const auto& [provider, limits] : all) {
+      json[std::string(provider.rawValue())] = limits.toJson(DateForm::iso8601);
+    }
+    fmt::print(out, "{}\n", json.dump(2));
+    return 0;
+  }
+  if (all.empty()) {
+    fmt::print(out, "No limits stored yet; `brimlog sync` fetches them.\n");
+    return 0;
+  }
+  const HostSettings& settings = context_.settings();
+  const Dashboard dashboard{Terminal::width(out), Terminal::isTerminal(out) && !settings.noColor};
+  fmt::print(out, "{}", LimitsReport::render(all, dashboard, settings.now, settings.calendar));
+  return 0;
+}
+
+int Commands::status(const StatusOptions& options) {
+  HostSettings& settings = context_.settings();
+  if (options.watch) {
+    const WatchLoop loop{context_.out(), *options.watch, !settings.noColor};
+    return loop.run(
+        [&] {
+          settings.now = currentDate();
+          return context_.refresh(options.offline);
+        },
+        settings.calendar);
+  }
+  const Snapshot snapshot = context_.refresh(options.offline);
+  std::FILE* out = context_.out();
+  if (options.json) {
+    fmt::print(out, "{}\n", snapshot.toJson().dump());
+    return 0;
+  }
+  const Dashboard dashboard{Terminal::width(out), Terminal::isTerminal(out) && !settings.noColor};
+  fmt::print(out, "{}", dashboard.render(snapshot, settings.now, settings.calendar));
+  return 0;
+}
+
+int Commands::line(const LineOptions& options) {
+  const HostSettings& settings = context_.settings();
+  const std::optional<Snapshot> snapshot = SnapshotStore{settings.sharedDir}.read();
+  std::optional<ClaudeCodeStatus> input;
+  if (options.format == StatusLine::Format::claudeCode && options.input != nullptr &&
+      !Terminal::isTerminal(options.input)) {
+    input = ClaudeCodeStatus::parse(readInput(options.input));
+  }
+  const StatusLine line{options.format, options.provider, !settings.noColor};
+  fmt::print(context_.out(), "{}", line.render(snapshot, settings.now, input));
+  std::fflush(context_.out());
+
+  const std::optional<Date> generatedAt =
+      snapshot ? std::optional<Date>(snapshot->generatedAt) : std::nullopt;
+  if (!BackgroundSync::isDue(generatedAt, settings.now)) return 0;
+  // A bar shows what we print, never an error box: a sync that cannot start is told on standard
+  // error alone, and the line stands.
+  try {
+    settings.prepareDatabaseDirectory();
+    BackgroundSync::forSettings(settings, options.zone).start();
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "brimlog: no background sync: {}\n", error.what());
+  }
+  return 0;
+}
+
+}  // namespace brimlog

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdio>
+
+#include "cli/CommandContext.hpp"
+#include "cli/CommandOptions.hpp"
+#include "state/HostSettings.hpp"
+
+namespace brimlog {
+
+/// The `brimlog` subcommands. Each returns the process's exit status and writes its result to
+/// `out`; progress and warnings go to standard error. Errors are thrown (CommandError,
+/// UsageStoreError) for the one handler at the top of the program.
+class Commands {
+ public:
+  explicit Commands(HostSettings settings, std::FILE* out = stdout)
+      : context_(std::move(settings), out) {}
+
+  /// Reads new replies, then fetches the tools' limits as the refresh timing allows.
+  int sync(const SyncOptions& options);
+  int report(const ReportOptions& options);
+  /// The stored limits of every tool.
+  int limits(const LimitsOptions& options);
+  /// What a bare `brimlog` and `brimlog status` show: a quick sync, the snapshot published
+  /// for the widgets, and the dashboard drawn from it.
+  int status(const StatusOptions& options);
+  /// One line from the snapshot for a status bar, without opening the database or any log; a
+  /// snapshot older than a minute starts a background sync (BackgroundSync) for the next one.
+  int line(const LineOptions& options);
+
+ private:
+  CommandContext context_;
+};
+
+}  // namespace brimlog

@@ -1,0 +1,348 @@
+#include "daemon/Daemon.hpp"
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "daemon/DesktopNotifier.hpp"
+#include "daemon/LimitAlerts.hpp"
+#include "daemon/LogWatcher.hpp"
+#include "display/WidgetDisplay.hpp"
+#include "ingest/UsageIngestor.hpp"
+#include "limits/ClaudeConfigCredentialSource.hpp"
+#include "limits/CurlHTTPClient.hpp"
+#include "platform/NotificationCenter.hpp"
+#include "state/DaemonLock.hpp"
+#include "store/UsageStore.hpp"
+#include "sync/LimitsFetcher.hpp"
+#include "sync/SnapshotPublisher.hpp"
+#include "sync/StoreIngestSink.hpp"
+
+namespace brimlog {
+namespace {
+
+// Passes after a change are at least this far apart, so a burst of writes makes one pass.
+constexpr double kCoalesce = 1;
+// Usage rows older than this are pruned, once a day.
+constexpr double kKeepDays = 400;
+
+template <typename... Args>
+void say(fmt::format_string<Args...> format, Args&&... args) {
+  fmt::print(stderr, "brimlog daemon: {}\n", fmt::format(format, std::forward<Args>(args)...));
+  std::fflush(stderr);
+}
+
+std::string newReplies(const IngestResult& result) {
+  std::string parts;
+  for (ProviderID provider : ProviderID::allCases) {
+    if (result.newEvents[provider] == 0) continue;
+    parts += fmt::format("{}{} {}", parts.empty() ? "" : ", ", provider.displayName(),
+                         result.newEvents[provider]);
+  }
+  return parts;
+}
+
+// An eventfd that other threads write to wake the loop.
+class Wakeup {
+ public:
+  Wakeup() : fd_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+    if (!fd_) throw std::system_error(errno, std::generic_category(), "Cannot make an eventfd");
+  }
+  int fd() const { return fd_.get(); }
+  void wake() const {
+    const uint64_t one = 1;
+    [[maybe_unused]] const ssize_t n = ::write(fd_.get(), &one, sizeof one);
+  }
+  void clear() const {
+    uint64_t count = 0;
+    [[maybe_unused]] const ssize_t n = ::read(fd_.get(), &count, sizeof count);
+  }
+
+ private:
+  FileDescriptor fd_;
+};
+
+// One tool's fetch running on its own thread; the loop collects the answer when it is done.
+struct Fetch {
+  LimitsProvider* provider = nullptr;
+  std::thread thread;
+  std::shared_ptr<std::atomic<bool>> done = std::make_shared<std::atomic<bool>>(false);
+  std::shared_ptr<ProviderLimits> answer = std::make_shared<ProviderLimits>();
+};
+
+}  // namespace
+
+struct Daemon::Loop {
+  Loop(HostSettings& settings, DaemonOptions options) : settings(settings), options(options) {}
+
+  HostSettings& settings;
+  DaemonOptions options;
+  std::shared_ptr<UsageStore> store;
+  Wakeup wakeup;
+  std::atomic<bool> refreshRequested{false};
+  std::vector<std::unique_ptr<LimitsProvider>> providers;
+  std::vector<Fetch> fetches;
+  RefreshState refresh;
+  std::filesystem::path refreshPath;
+  std::optional<DesktopNotifier> notifier;
+  std::optional<LimitAlerts> alerts;
+  int64_t dataVersion = 0;
+  std::string publishedDay;
+  std::string prunedDay;
+  Date lastPass{};
+  Date lastPublish{};
+  std::set<std::string> toldSkipped;
+  bool passWanted = false;
+  bool changed = true;
+
+  void pass(Date now) {
+    StoreIngestSink sink{*store, settings.calendar};
+    UsageIngestor ingestor{sink, settings.tools.logFolders(), IngestOptions{}};
+    const IngestResult result = ingestor.run(now);
+    lastPass = now;
+    passWanted = false;
+    if (result.totalNewEvents() > 0) {
+      changed = true;
+      say("{} new {} ({}) from {} {}", result.totalNewEvents(),
+          result.totalNewEvents() == 1 ? "reply" : "replies", newReplies(result), result.filesRead,
+          result.filesRead == 1 ? "file" : "files");
+    }
+    // A file that cannot be read is told once, not at every pass.
+    for (const SkippedFile& file : result.skipped) {
+      if (toldSkipped.insert(file.path + '\n' + file.reason).second) {
+        say("skipped {}: {}", file.path, file.reason);
+      }
+    }
+  }
+
+  Fetch* inFlight(ProviderID id) {
+    for (Fetch& fetch : fetches) {
+      if (fetch.provider->id() == id) return &fetch;
+    }
+    return nullptr;
+  }
+
+  void startFetch(LimitsProvider& provider, Date now) {
+    Fetch fetch;
+    fetch.provider = &provider;
+    fetch.thread =
+        std::thread{[&provider, now, done = fetch.done, answer = fetch.answer, &wakeup = wakeup] {
+          *answer = provider.fetch(now);
+          done->store(true);
+          wakeup.wake();
+        }};
+    fetches.push_back(std::move(fetch));
+  }
+
+  // Starts the fetches that are due: on their schedule, or as the refresh button allows.
+  void fetchDue(Date now, bool buttonPressed) {
+    if (options.offline) return;
+    for (const auto& provider : providers) {
+      if (inFlight(provider->id())) continue;
+      const RefreshState::Entry& entry = refresh[provider->id()];
+      if (entry.isDue(now, buttonPressed ? RefreshState::Entry::Trigger::asked
+                                         : RefreshState::Entry::Trigger::schedule)) {
+        startFetch(*provider, now);
+      }
+    }
+  }
+
+  // Stores the answers of the fetches that finished.
+  void collectFetches() {
+    for (auto it = fetches.begin(); it != fetches.end();) {
+      if (!it->done->load()) {
+        ++it;
+        continue;
+      }
+      it->thread.join();
+      const ProviderID id = it->provider->id();
+      const ProviderLimits& limits = *it->answer;
+      store->setLimits(limits, id);
+      refresh[id].record(limits.status, limits.fetchedAt);
+      if (limits.status != ProviderStatus::ok) {
+        say("{} limits: {} (next try in {:.0f} s)", id.toolName(), caseName(limits.status),
+            *refresh[id].delay);
+      }
+      tellDesktop(id, limits);
+      changed = true;
+      it = fetches.erase(it);
+      try {
+        refresh.save(refreshPath);
+      } catch (const std::filesystem::filesystem_error& error) {
+        say("{}", error.what());
+      }
+    }
+  }
+
+  // A limit that got tight or came back, once per window period, also across restarts.
+  void tellDesktop(ProviderID id, const ProviderLimits& limits) {
+    if (!alerts) return;
+    for (const LimitAlert& alert : alerts->update(id, limits, currentDate())) {
+      if (notifier && !notifier->notify(alert)) {
+        say("cannot show \"{}\": {}", alert.summary, notifier->lastError());
+      }
+    }
+    if (alerts->saveError()) say("{}", *alerts->saveError());
+  }
+
+  void publishIfDue(Date now) {
+    const std::string today = settings.calendar.dayKey(now);
+    const int64_t version = store->dataVersion();
+    const bool due = changed || version != dataVersion || today != publishedDay ||
+                     now - lastPublish >= Seconds{WidgetDisplay::reloadInterval};
+    if (!due) return;
+    try {
+      SnapshotPublisher::publish(*store, settings, now);
+      changed = false;
+    } catch (const CommandError& error) {
+      say("{}", error.what());
+    }
+    // Either way, try again on the next change or at the next quarter hour, not in a loop.
+    dataVersion = version;
+    publishedDay = today;
+    lastPublish = now;
+  }
+
+  void pruneIfDue(Date now) {
+    const std::string today = settings.calendar.dayKey(now);
+    if (today == prunedDay) return;
+    store->prune(now - Seconds{kKeepDays * 86400}, settings.calendar);
+    prunedDay = today;
+  }
+
+  // Milliseconds until the loop has something to do without being woken.
+  int timeout(Date now) const {
+    Date next = lastPass + Seconds{options.interval};
+    if (passWanted) next = std::min(next, lastPass + Seconds{kCoalesce});
+    next = std::min(next, lastPublish + Seconds{WidgetDisplay::reloadInterval});
+    if (!options.offline) {
+      for (const auto& provider : providers) {
+        const ProviderID id = provider->id();
+        const bool running = std::any_of(fetches.begin(), fetches.end(),
+                                         [&](const Fetch& f) { return f.provider->id() == id; });
+        if (!running) next = std::min(next, refresh[id].nextFetch(now));
+      }
+    }
+    const double seconds = std::clamp((next - now).count(), 0.0, 3600.0);
+    return static_cast<int>(std::ceil(seconds * 1000));
+  }
+
+  void joinFetches() {
+    for (Fetch& fetch : fetches) fetch.thread.join();
+    fetches.clear();
+  }
+};
+
+Daemon::Daemon(HostSettings settings, DaemonOptions options)
+    : settings_(std::move(settings)), options_(options) {}
+
+Daemon::~Daemon() = default;
+
+int Daemon::run() {
+  settings_.prepareDatabaseDirectory();
+  const std::optional<DaemonLock> lock = DaemonLock::acquire(settings_.database);
+  if (!lock) {
+    const std::optional<pid_t> holder = DaemonLock::holder(settings_.database);
+    throw CommandError(fmt::format(
+        "another brimlog daemon{} is already running on {}; stop it first",
+        holder ? fmt::format(" (process {})", *holder) : "", settings_.database.string()));
+  }
+  std::optional<LimitsEndpoints> endpoints;
+  if (!options_.offline) endpoints = LimitsEndpoints::from(settings_);
+
+  // SIGINT and SIGTERM are read from a descriptor, so that a stop never cuts into a commit.
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  sigaddset(&stopSignals, SIGINT);
+  sigaddset(&stopSignals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+  const FileDescriptor signals{::signalfd(-1, &stopSignals, SFD_NONBLOCK | SFD_CLOEXEC)};
+
+  Loop loop{settings_, options_};
+  loop.store = std::make_shared<UsageStore>(settings_.database);
+  loop.refreshPath = RefreshState::pathFor(settings_.database);
+  loop.refresh = RefreshState::load(loop.refreshPath);
+  if (endpoints) {
+    loop.providers =
+        LimitsFetcher{loop.store, settings_.tools,
+                      std::make_shared<ClaudeConfigCredentialSource>(settings_.tools.claudeDirs),
+                      std::make_shared<CurlHTTPClient>(), *endpoints}
+            .providers();
+  }
+  if (options_.notify && !options_.offline) {
+    std::string why;
+    loop.notifier = DesktopNotifier::connect(settings_.sessionBusAddress, &why);
+    if (loop.notifier) {
+      loop.alerts.emplace(settings_.database.string() + ".alerts.json");
+    } else {
+      say("no desktop notifications: {}", why);
+    }
+  }
+  const std::vector<std::filesystem::path> roots = settings_.tools.possibleLogRoots();
+  LogWatcher watcher{roots};
+  const NotificationCenter center{settings_.notificationRoot};
+  const NotificationCenter::Observation observation =
+      center.observe("app.brimlog.refresh", [&loop] {
+        loop.refreshRequested = true;
+        loop.wakeup.wake();
+      });
+
+  say("started: database {}, snapshot in {}, {} log folders ({} watched), a pass every {:g} s{}",
+      settings_.database.string(),
+      settings_.sharedDir ? settings_.sharedDir->string() : std::string("(no shared folder)"),
+      roots.size(), watcher.watchCount(), options_.interval, options_.offline ? ", offline" : "");
+
+  // At start: a pass, the fetches the timing allows, the snapshot.
+  Date now = currentDate();
+  loop.pruneIfDue(now);
+  loop.pass(now);
+  loop.fetchDue(now, true);
+  loop.dataVersion = loop.store->dataVersion();
+  loop.publishIfDue(now);
+
+  for (;;) {
+    pollfd ready[] = {
+        {signals.get(), POLLIN, 0}, {watcher.fd(), POLLIN, 0}, {loop.wakeup.fd(), POLLIN, 0}};
+    if (::poll(ready, 3, loop.timeout(currentDate())) < 0 && errno != EINTR) {
+      throw std::system_error(errno, std::generic_category(), "poll");
+    }
+    if (ready[0].revents & POLLIN) break;
+    if ((ready[1].revents & POLLIN) && watcher.drain()) loop.passWanted = true;
+    bool buttonPressed = false;
+    if (ready[2].revents & POLLIN) {
+      loop.wakeup.clear();
+      buttonPressed = loop.refreshRequested.exchange(false);
+      if (buttonPressed) {
+        // The widgets asked: whatever the pass finds, a new snapshot says the data is current.
+        say("refresh asked for by the widgets");
+        loop.changed = true;
+      }
+    }
+
+    // Every step below takes the same `now`: the pass, the fetches and the snapshot agree.
+    now = currentDate();
+    loop.collectFetches();
+    const bool passDue = buttonPressed || now - loop.lastPass >= Seconds{options_.interval} ||
+                         (loop.passWanted && now - loop.lastPass >= Seconds{kCoalesce});
+    if (passDue) loop.pass(now);
+    loop.fetchDue(now, buttonPressed);
+    loop.pruneIfDue(now);
+    loop.publishIfDue(now);
+  }
+  say("stopping{}", loop.fetches.empty() ? "" : " after the fetches under way");
+  loop.joinFetches();
+  loop.collectFetches();
+  return 0;
+}
+
+}  // namespace brimlog

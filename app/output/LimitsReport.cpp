@@ -1,0 +1,38 @@
+#include "output/LimitsReport.hpp"
+
+#include <fmt/format.h>
+
+#include "display/WidgetDisplay.hpp"
+
+namespace brimlog {
+namespace {
+
+std::string localTime(Date when, const Calendar& calendar) {
+  const CalendarDay day = calendar.day(when);
+  const double sinceMidnight = unixSeconds(when) - unixSeconds(calendar.startOfDay(when));
+  const auto minutes = static_cast<int64_t>(sinceMidnight / 60);
+  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}", day.year, day.month, day.day, minutes / 60,
+                     minutes % 60);
+}
+
+}  // namespace
+
+std::string LimitsReport::render(const std::vector<std::pair<ProviderID, ProviderLimits>>& limits,
+                                 const Dashboard& dashboard, Date now, const Calendar& calendar) {
+  std::string text;
+  bool stale = false;
+  for (const auto& [provider, stored] : limits) {
+    const Snapshot::Provider entry{
+        provider, stored.plan, stored.windows, stored.credits, stored.status, 0, 0, false};
+    std::string heading = std::string(provider.toolName());
+    if (stored.plan) heading += " · " + *stored.plan;
+    heading += fmt::format(" · {}", WidgetDisplay::statusText(stored.status));
+    text += fmt::format("{}{}  (asked {})\n{}", text.empty() ? "" : "\n", heading,
+                        localTime(stored.fetchedAt, calendar), dashboard.windows(entry, now));
+    for (const LimitWindow& window : stored.windows) stale = stale || window.source.isStale();
+  }
+  if (stale) text += "\n~ kept from an earlier answer: the last fetch failed.\n";
+  return text;
+}
+
+}  // namespace brimlog

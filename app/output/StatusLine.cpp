@@ -1,0 +1,198 @@
+#include "output/StatusLine.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "display/LimitBarModel.hpp"
+#include "display/MeterFormat.hpp"
+#include "display/WidgetDisplay.hpp"
+#include "output/ColorMarkup.hpp"
+#include "platform/Json.hpp"
+#include "platform/Markup.hpp"
+
+namespace brimlog {
+namespace {
+
+constexpr std::string_view kSeparator = " · ";
+
+// How close a window is to running out, by the share used at `now`.
+enum class Level { ok, warning, critical };
+
+Level levelOf(const LimitWindow& window, Date now) {
+  const double used = window.effectiveUsedFraction(now);
+  if (used >= 0.95) return Level::critical;
+  if (used >= 0.8) return Level::warning;
+  return Level::ok;
+}
+
+struct Shown {
+  ProviderID provider;
+  LimitWindow window;
+};
+
+// The tightest window of `only`, or of every provider, ranked as the widgets rank a row's
+// windows; ties go to the provider listed first.
+std::optional<Shown> tightest(const Snapshot& snapshot, Date now, std::optional<ProviderID> only) {
+  std::vector<LimitWindow> windows;
+  std::vector<ProviderID> owners;
+  for (const Snapshot::Provider& provider : snapshot.providers) {
+    if (only && provider.id != *only) continue;
+    for (const LimitWindow& window : provider.windows) {
+      windows.push_back(window);
+      owners.push_back(provider.id);
+    }
+  }
+  const std::vector<LimitWindow> picked = WidgetDisplay::tightestWindows(windows, now, 1);
+  if (picked.empty()) return std::nullopt;
+  // Of equal windows the ranking keeps the first, so the first equal one is the one picked.
+  const auto index = std::find(windows.begin(), windows.end(), picked.front()) - windows.begin();
+  return Shown{owners[static_cast<size_t>(index)], picked.front()};
+}
+
+// "Claude Session 58% left, over pace · 3h 12m".
+std::string windowText(const ColorMarkup& markup, ProviderID provider, const LimitWindow& window,
+                       Date now) {
+  const LimitBarModel bar{window, now};
+  std::string text = markup.paint(fmt::format("{} {}", provider.displayName(), window.label),
+                                  markup.accent(provider));
+  const Level level = levelOf(window, now);
+  text += " ";
+  text += markup.paint(bar.percentLeftText + " left", level == Level::critical  ? markup.critical()
+                                                      : level == Level::warning ? markup.warning()
+                                                                                : std::string());
+  if (bar.pace == Pace::over || bar.pace == Pace::under) {
+    text += ", ";
+    text += markup.paint(ColorMarkup::paceText(bar.pace),
+                         bar.pace == Pace::over ? markup.warning() : std::string());
+  }
+  if (bar.resetText) {
+    text += kSeparator;
+    text += *bar.resetText == "now" ? "resets now" : *bar.resetText;
+  }
+  return text;
+}
+
+bool anyApproximate(const Snapshot& snapshot) {
+  return std::any_of(snapshot.providers.begin(), snapshot.providers.end(),
+                     [](const Snapshot::Provider& provider) { return provider.approximate; });
+}
+
+// The line's parts for a snapshot, in the order shown.
+std::vector<std::string> snapshotParts(const ColorMarkup& markup, const Snapshot& snapshot,
+                                       Date now, std::optional<ProviderID> only) {
+  std::vector<std::string> parts;
+  if (const std::optional<Shown> shown = tightest(snapshot, now, only)) {
+    parts.push_back(windowText(markup, shown->provider, shown->window, now));
+  } else if (only) {
+    ProviderStatus status = ProviderStatus::unavailable;
+    for (const Snapshot::Provider& provider : snapshot.providers) {
+      if (provider.id == *only) status = provider.status;
+    }
+    parts.push_back(markup.paint(only->displayName(), markup.accent(*only)) + " " +
+                    std::string(WidgetDisplay::noLimitsNote(status)));
+  }
+  parts.push_back(fmt::format("today {}{}", anyApproximate(snapshot) ? "~" : "",
+                              MeterFormat::usd(snapshot.costTodayUSD)));
+  if (const auto stale = WidgetDisplay::staleText(snapshot.generatedAt, now)) {
+    parts.push_back(markup.paint(*stale, markup.warning()));
+  }
+  return parts;
+}
+
+std::string joined(const std::vector<std::string>& parts) {
+  std::string line;
+  for (const std::string& part : parts) {
+    if (!line.empty()) line += kSeparator;
+    line += part;
+  }
+  return line;
+}
+
+std::string waybarObject(const std::optional<Snapshot>& snapshot, Date now,
+                         std::optional<ProviderID> only) {
+  const ColorMarkup plain{ColorMarkup::Kind::none};
+  if (!snapshot) {
+    return Json{{"text", Markup::escape(StatusLine::noData)}, {"class", "stale"}}.dump();
+  }
+  std::string tooltip;
+  for (const Snapshot::Provider& provider : snapshot->providers) {
+    for (const LimitWindow& window : provider.windows) {
+      tooltip += windowText(plain, provider.id, window, now) + "\n";
+    }
+    if (provider.windows.empty()) {
+      tooltip += fmt::format("{} {}\n", provider.id.displayName(),
+                             WidgetDisplay::noLimitsNote(provider.status));
+    }
+  }
+  tooltip += fmt::format("30 days {}{}", anyApproximate(*snapshot) ? "~" : "",
+                         MeterFormat::usd(snapshot->cost30dUSD));
+  if (const auto stale = WidgetDisplay::staleText(snapshot->generatedAt, now)) {
+    tooltip += "\n" + *stale;
+  }
+
+  Json object = {{"text", Markup::escape(joined(snapshotParts(plain, *snapshot, now, only)))},
+                 {"tooltip", Markup::escape(tooltip)}};
+  const std::optional<Shown> shown = tightest(*snapshot, now, only);
+  std::string_view cssClass = "ok";
+  if (WidgetDisplay::isStale(snapshot->generatedAt, now)) {
+    cssClass = "stale";
+  } else if (shown) {
+    const Level level = levelOf(shown->window, now);
+    cssClass = level == Level::critical ? "critical" : level == Level::warning ? "warning" : "ok";
+  }
+  object["class"] = cssClass;
+  if (shown) object["percentage"] = std::lround(shown->window.effectiveUsedFraction(now) * 100);
+  return object.dump();
+}
+
+}  // namespace
+
+std::optional<StatusLine::Format> StatusLine::formatNamed(std::string_view name) {
+  if (name == "plain") return Format::plain;
+  if (name == "claude-code") return Format::claudeCode;
+  if (name == "tmux") return Format::tmux;
+  if (name == "waybar") return Format::waybar;
+  if (name == "polybar") return Format::polybar;
+  return std::nullopt;
+}
+
+std::string StatusLine::render(const std::optional<Snapshot>& snapshot, Date now,
+                               const std::optional<ClaudeCodeStatus>& input) const {
+  ColorMarkup::Kind kind = ColorMarkup::Kind::none;
+  std::optional<ProviderID> only = provider;
+  std::vector<std::string> parts;
+  switch (format) {
+    case Format::waybar:
+      return waybarObject(snapshot, now, provider) + "\n";
+    case Format::plain:
+      break;
+    case Format::tmux:
+      kind = ColorMarkup::Kind::tmux;
+      break;
+    case Format::polybar:
+      kind = ColorMarkup::Kind::polybar;
+      break;
+    case Format::claudeCode:
+      kind = color ? ColorMarkup::Kind::ansi : ColorMarkup::Kind::none;
+      if (!only) only = ProviderID::claude;
+      if (input && input->modelName) parts.push_back(*input->modelName);
+      if (input && input->sessionCostUSD) {
+        parts.push_back("session " + MeterFormat::usd(input->sessionCostUSD));
+      }
+      break;
+  }
+  const ColorMarkup markup{kind};
+  if (snapshot) {
+    for (std::string& part : snapshotParts(markup, *snapshot, now, only)) {
+      parts.push_back(std::move(part));
+    }
+  } else {
+    parts.emplace_back(noData);
+  }
+  return joined(parts) + "\n";
+}
+
+}  // namespace brimlog

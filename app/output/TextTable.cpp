@@ -1,0 +1,96 @@
+#include "output/TextTable.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+namespace brimlog {
+namespace {
+
+// Characters in UTF-8 text: every byte that does not continue a sequence starts one.
+size_t displayWidth(const std::string& text) {
+  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+  }));
+}
+
+std::string grouped(uint64_t value) {
+  std::string digits = std::to_string(value);
+  std::string out;
+  const size_t lead = digits.size() % 3 == 0 ? 3 : digits.size() % 3;
+  for (size_t i = 0; i < digits.size(); ++i) {
+    if (i >= lead && (i - lead) % 3 == 0) out += ',';
+    out += digits[i];
+  }
+  return out;
+}
+
+}  // namespace
+
+TextTable::TextTable(std::vector<Column> columns) : columns_(std::move(columns)) {}
+
+void TextTable::addRow(std::vector<std::string> cells) {
+  cells.resize(columns_.size());
+  rows_.push_back(std::move(cells));
+}
+
+void TextTable::addRule() { rows_.emplace_back(); }
+
+std::string TextTable::render() const {
+  std::vector<size_t> widths;
+  for (const Column& column : columns_) widths.push_back(displayWidth(column.heading));
+  for (const auto& row : rows_) {
+    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], displayWidth(row[i]));
+  }
+  auto line = [&](const std::vector<std::string>& cells) {
+    std::string out;
+    for (size_t i = 0; i < columns_.size(); ++i) {
+      const std::string& cell = cells[i];
+      const std::string pad(widths[i] - displayWidth(cell), ' ');
+      if (i > 0) out += "  ";
+      if (columns_[i].align == right) out += pad;
+      out += cell;
+      if (columns_[i].align == left) out += pad;
+    }
+    while (!out.empty() && out.back() == ' ') out.pop_back();
+    return out + '\n';
+  };
+  size_t total = 0;
+  for (size_t width : widths) total += width;
+  const std::string rule(total + 2 * (widths.empty() ? 0 : widths.size() - 1), '-');
+
+  std::vector<std::string> headings;
+  for (const Column& column : columns_) headings.push_back(column.heading);
+  std::string out = line(headings) + rule + '\n';
+  for (const auto& row : rows_) out += row.empty() ? rule + '\n' : line(row);
+  return out;
+}
+
+std::string formatCount(int64_t value) {
+  if (value < 0) return fmt::format("-{}", grouped(static_cast<uint64_t>(-(value + 1)) + 1));
+  return grouped(static_cast<uint64_t>(value));
+}
+
+std::string formatUSD(double value) {
+  if (!std::isfinite(value)) return "-";
+  const double cents = std::round(std::fabs(value) * 100);
+  const auto whole = static_cast<uint64_t>(cents / 100);
+  const auto rest = static_cast<unsigned>(cents - static_cast<double>(whole) * 100);
+  return fmt::format("{}${}.{:02}", value < 0 && cents > 0 ? "-" : "", grouped(whole), rest);
+}
+
+std::string formatBytes(int64_t bytes) {
+  static constexpr const char* kUnits[] = {"B", "KB", "MB", "GB"};
+  double value = static_cast<double>(bytes);
+  size_t unit = 0;
+  while (value >= 1024 && unit + 1 < std::size(kUnits)) {
+    value /= 1024;
+    ++unit;
+  }
+  if (unit == 0) return fmt::format("{} B", bytes);
+  return fmt::format("{:.1f} {}", value, kUnits[unit]);
+}
+
+}  // namespace brimlog

@@ -1,0 +1,127 @@
+#include "state/HostSettings.hpp"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "display/SnapshotStore.hpp"
+#include "platform/NotificationCenter.hpp"
+#include "platform/SharedDirectory.hpp"
+
+namespace brimlog {
+namespace fs = std::filesystem;
+
+std::optional<std::string> processEnvironment(const char* name) {
+  const char* value = std::getenv(name);
+  if (value == nullptr) return std::nullopt;
+  return std::string(value);
+}
+
+HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLookup& environment) {
+  HostSettings settings;
+  // The user's own home, which the database's default follows even when --home points the
+  // reading elsewhere.
+  fs::path userHome;
+  if (auto home = environment("HOME"); home && fs::path(*home).is_absolute()) {
+    userHome = *home;
+  } else {
+    userHome = ProviderLocations::live().home();
+  }
+  if (given.home) {
+    const std::string& home = *given.home;
+    std::error_code error;
+    if (!fs::is_directory(home, error)) {
+      throw CommandError("--home " + home + ": " +
+                         (error ? error.message() : std::string("no such directory")));
+    }
+    if (::access(home.c_str(), R_OK | X_OK) != 0) {
+      throw CommandError("--home " + home + ": " + std::strerror(errno));
+    }
+    settings.home = home;
+  } else {
+    settings.home = userHome;
+  }
+  settings.tools = ToolFolders::resolve(settings.home, environment("CLAUDE_CONFIG_DIR"),
+                                        environment("CODEX_HOME"));
+
+  if (given.database) {
+    settings.database = *given.database;
+  } else {
+    const std::optional<std::string> dataHome = environment("XDG_DATA_HOME");
+    const fs::path base = dataHome && fs::path(*dataHome).is_absolute()
+                              ? fs::path(*dataHome)
+                              : userHome / ".local" / "share";
+    settings.database = base / "brimlog" / "usage.db";
+  }
+
+  if (!given.needsCalendar) {
+    // Left as UTC, which loads nothing until it is used.
+  } else if (given.zone) {
+    std::optional<Calendar> calendar = Calendar::named(*given.zone);
+    if (!calendar) {
+      throw CommandError("--tz " + *given.zone +
+                         ": unknown time zone (use an IANA name such as Europe/Berlin)");
+    }
+    settings.calendar = *calendar;
+  } else {
+    const std::optional<std::string> tz = environment("TZ");
+    settings.calendar = Calendar::local(tz ? std::optional<std::string_view>(*tz) : std::nullopt);
+  }
+
+  if (given.now) {
+    std::optional<Date> date = parseISO8601(*given.now);
+    if (!date) {
+      throw CommandError("--now " + *given.now +
+                         ": not an ISO 8601 date-time with a zone (such as 2026-11-20T09:30:00Z)");
+    }
+    settings.now = *date;
+  } else {
+    settings.now = currentDate();
+  }
+
+  if (given.sharedDir) {
+    settings.sharedDir = *given.sharedDir;
+  } else {
+    settings.sharedDir = SharedDirectory::forGroup(
+        SnapshotStore::appGroup, environment("XDG_DATA_HOME"), environment("HOME"));
+  }
+
+  settings.notificationRoot = NotificationCenter::defaultRoot(environment("XDG_RUNTIME_DIR"));
+  const std::optional<std::string> noColor = environment("NO_COLOR");
+  settings.noColor = noColor && !noColor->empty();
+
+  auto nonEmpty = [&](const char* name) -> std::optional<std::string> {
+    auto value = environment(name);
+    if (value && value->empty()) return std::nullopt;
+    return value;
+  };
+  settings.claudeUsageURL = nonEmpty("BRIMLOG_CLAUDE_USAGE_URL");
+  settings.codexUsageURL = nonEmpty("BRIMLOG_CODEX_USAGE_URL");
+  settings.sessionBusAddress = nonEmpty("DBUS_SESSION_BUS_ADDRESS");
+  return settings;
+}
+
+void HostSettings::prepareDatabaseDirectory() const {
+  const fs::path parent = database.parent_path();
+  if (parent.empty() || database.filename() == ":memory:") return;
+  // Create from the top down so every new level gets mode 0700, not the process's umask.
+  std::vector<fs::path> missing;
+  for (fs::path dir = parent; !dir.empty(); dir = dir.parent_path()) {
+    std::error_code error;
+    if (fs::exists(dir, error)) break;
+    missing.push_back(dir);
+    if (dir == dir.parent_path()) break;
+  }
+  for (auto it = missing.rbegin(); it != missing.rend(); ++it) {
+    if (::mkdir(it->c_str(), 0700) != 0 && errno != EEXIST) {
+      throw CommandError("Cannot create the database directory " + it->string() + ": " +
+                         std::strerror(errno));
+    }
+  }
+}
+
+}  // namespace brimlog

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "platform/Calendar.hpp"
+#include "platform/Date.hpp"
+#include "state/ToolFolders.hpp"
+
+namespace brimlog {
+
+/// A mistake in how the command was called or set up, told to the user as it stands.
+class CommandError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// The value of an environment variable, or nothing when it is unset.
+using EnvironmentLookup = std::function<std::optional<std::string>(const char* name)>;
+
+/// The process's own environment.
+std::optional<std::string> processEnvironment(const char* name);
+
+/// The shared options as given on the command line; absent ones take their defaults.
+struct CommandLine {
+  std::optional<std::string> home;
+  std::optional<std::string> database;
+  std::optional<std::string> zone;
+  std::optional<std::string> now;
+  std::optional<std::string> sharedDir;
+  /// Whether the command works with days, and so needs the zone resolved: that loads the tz
+  /// database, which the status line, shown many times a minute, does without.
+  bool needsCalendar = true;
+};
+
+/// What every subcommand works with, resolved once from the shared options and the environment:
+/// where the tools' data lives, the database, the calendar of the report's days, the one
+/// reading of the clock, and the limit endpoints asked for. Nothing below the host reads the
+/// environment; everything it needs is handed down from here.
+struct HostSettings {
+  std::filesystem::path home;
+  ToolFolders tools;
+  std::filesystem::path database;
+  Calendar calendar = Calendar::utc();
+  Date now;
+  /// Where the snapshot for the widgets goes: --shared-dir, else the shared container under
+  /// ${XDG_DATA_HOME:-$HOME/.local/share}/brimlog/containers; absent when neither is known.
+  std::optional<std::filesystem::path> sharedDir;
+  /// Where notifications between the user's processes meet (the widgets' refresh button):
+  /// $XDG_RUNTIME_DIR/brimlog/notifications, else a private folder under /tmp.
+  std::filesystem::path notificationRoot;
+  /// NO_COLOR is set (to anything but the empty text): draw without colours.
+  bool noColor = false;
+  /// The brimlog executable, started again for background syncs.
+  std::filesystem::path executable = "/proc/self/exe";
+  /// BRIMLOG_CLAUDE_USAGE_URL and BRIMLOG_CODEX_USAGE_URL as set; checked when limits are asked.
+  std::optional<std::string> claudeUsageURL;
+  std::optional<std::string> codexUsageURL;
+  /// DBUS_SESSION_BUS_ADDRESS as set: the bus desktop notifications go to; absent when unset or
+  /// empty (the bus's usual place is then tried).
+  std::optional<std::string> sessionBusAddress;
+
+  /// Defaults: home $HOME (else the user database's), the database
+  /// ${XDG_DATA_HOME:-$HOME/.local/share}/brimlog/usage.db (the user's, whatever --home says), the
+  /// zone of TZ (else /etc/localtime; UTC, unresolved, when the command needs no calendar), the
+  /// clock. Throws CommandError naming the option for an
+  /// unknown zone, an unparsable instant, or a home directory that is missing or cannot be read.
+  static HostSettings resolve(const CommandLine& given,
+                              const EnvironmentLookup& environment = processEnvironment);
+
+  /// Creates the database's missing parent directories, readable by the user alone (0700).
+  /// Throws CommandError with the directory and the system's reason.
+  void prepareDatabaseDirectory() const;
+};
+
+}  // namespace brimlog

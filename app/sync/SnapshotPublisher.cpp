@@ -1,0 +1,35 @@
+#include "sync/SnapshotPublisher.hpp"
+
+#include <map>
+
+#include "display/SnapshotStore.hpp"
+#include "store/PriceTable.hpp"
+#include "store/UsageSummary.hpp"
+
+namespace brimlog {
+
+Snapshot SnapshotPublisher::publish(UsageStore& store, const HostSettings& settings, Date now) {
+  std::map<ProviderID, ProviderLimits> limits;
+  for (ProviderID provider : ProviderID::allCases) {
+    try {
+      if (auto stored = store.limits(provider)) limits.emplace(provider, std::move(*stored));
+    } catch (const JsonDecodeError&) {
+      // A damaged record is as good as none; the next fetch replaces it.
+    }
+  }
+  const UsageSummary summary = store.summary(30, now, settings.calendar, PriceTable::bundled());
+  Snapshot snapshot = Snapshot::make(summary, limits, ProviderID::allCases, now, settings.calendar);
+  const SnapshotStore shared{settings.sharedDir};
+  try {
+    shared.write(snapshot);
+  } catch (const SnapshotStore::StoreError&) {
+    throw CommandError(
+        "Cannot write the snapshot for the widgets: no shared folder (set HOME or "
+        "XDG_DATA_HOME, or give --shared-dir)");
+  } catch (const std::exception& error) {
+    throw CommandError("Cannot write the snapshot " + shared.file().string() + ": " + error.what());
+  }
+  return snapshot;
+}
+
+}  // namespace brimlog

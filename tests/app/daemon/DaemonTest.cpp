@@ -1,0 +1,209 @@
+// `brimlog daemon` as a real process on a temporary home: the watch, the refresh button, a clean
+// stop, a restart, and one daemon per database.
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "daemon/Daemon.hpp"
+#include "display/SnapshotStore.hpp"
+#include "platform/ChildProcess.hpp"
+#include "platform/NotificationCenter.hpp"
+#include "state/RefreshState.hpp"
+#include "support/RunningProgram.hpp"
+#include "support/StubHTTPServer.hpp"
+#include "support/TempDir.hpp"
+
+namespace brimlog {
+namespace {
+
+using ::testing::HasSubstr;
+namespace fs = std::filesystem;
+
+// A run of failures backs off to the longest delay; one success brings the regular one back.
+TEST(FetchScheduleTest, BacksOffWhileUnreachableAndReturnsOnSuccess) {
+  const Date start = *parseISO8601("2026-11-20T12:00:00Z");
+  RefreshState::Entry entry;
+  EXPECT_EQ(entry.nextFetch(start), start);  // never asked: due now
+  Date now = start;
+  std::vector<double> waits;
+  for (ProviderStatus status :
+       {ProviderStatus::unreachable, ProviderStatus::unreachable, ProviderStatus::rateLimited,
+        ProviderStatus::unreachable, ProviderStatus::ok}) {
+    entry.record(status, now);
+    const Date next = entry.nextFetch(now);
+    waits.push_back((next - now).count());
+    now = next;
+  }
+  EXPECT_EQ(waits, (std::vector<double>{600, 1200, 1800, 1800, 300}));
+  EXPECT_EQ(entry.lastFetch, now - Seconds{300});
+  // A last attempt in the future (the clock was set back) does not hold the next fetch off.
+  EXPECT_EQ(entry.nextFetch(start), start);
+}
+
+class DaemonTest : public testing::TempDirTest {
+ protected:
+  fs::path home() const { return dir() / "home"; }
+  fs::path shared() const { return dir() / "shared"; }
+  fs::path runtime() const { return dir() / "run"; }
+
+  // The daemon on the temporary home, offline unless `environment` ("NAME=value ...") says
+  // where the services and the session bus are.
+  std::unique_ptr<ChildProcess> start(const std::string& environment = "") {
+    fs::create_directories(runtime());
+    fs::permissions(runtime(), fs::perms::owner_all);
+    const std::string command =
+        "exec env XDG_RUNTIME_DIR='" + runtime().string() + "' " + environment + " '" +
+        BRIMLOG_BINARY + "' daemon " + (environment.empty() ? "--offline " : "") +
+        "--interval 3600 --home '" + home().string() + "' --db '" +
+        (dir() / "db" / "usage.db").string() + "' --shared-dir '" + shared().string() + "' 2>&1";
+    return std::make_unique<ChildProcess>("/bin/sh", std::vector<std::string>{"-c", command});
+  }
+
+  static ChildProcess::Result stop(ChildProcess& daemon) {
+    ::kill(daemon.pid(), SIGTERM);
+    return daemon.wait(std::chrono::steady_clock::now() + std::chrono::seconds(30));
+  }
+
+  // Waits up to ten seconds for the published snapshot to satisfy `done`.
+  std::optional<Snapshot> awaitSnapshot(const std::function<bool(const Snapshot&)>& done) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    std::optional<Snapshot> last;
+    while (std::chrono::steady_clock::now() < deadline) {
+      last = SnapshotStore{shared()}.read();
+      if (last && done(*last)) return last;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return last;
+  }
+
+  static int64_t tokens(const Snapshot& snapshot, ProviderID id) {
+    for (const Snapshot::Provider& provider : snapshot.providers) {
+      if (provider.id == id) return provider.tokens30d;
+    }
+    return 0;
+  }
+
+  static std::string claudeReply(const std::string& id, const std::string& time) {
+    return R"({"type":"assistant","sessionId":"c1","timestamp":")" + time +
+           R"(","message":{"id":")" + id +
+           R"(","model":"claude-sonnet-4-5","usage":{"input_tokens":1000,"output_tokens":2000}}})"
+           "\n";
+  }
+
+  static std::string today(int minute) {
+    return formatISO8601(currentDate() - Seconds{3600 - minute * 60.0});
+  }
+};
+
+TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
+  write("home/.claude/projects/p1/a.jsonl", claudeReply("m1", today(0)));
+  std::unique_ptr<ChildProcess> daemon = start();
+  ASSERT_TRUE(daemon->launched());
+  std::optional<Snapshot> first =
+      awaitSnapshot([](const Snapshot& s) { return tokens(s, ProviderID::claude) == 3000; });
+  ASSERT_TRUE(first) << "no snapshot at start";
+  ASSERT_EQ(tokens(*first, ProviderID::claude), 3000);
+
+  // A new project folder, and Codex, whose folders did not exist at the start: the watch finds
+  // both long before the hourly pass.
+  write("home/.claude/projects/p2/b.jsonl",
+        claudeReply("m2", today(1)) + claudeReply("m3", today(2)));
+  write("home/.codex/sessions/2026/11/20/rollout.jsonl",
+        R"({"timestamp":")" + today(3) +
+            R"(","type":"session_meta","payload":{"id":"s1"}})"
+            "\n"
+            R"({"timestamp":")" +
+            today(4) +
+            R"(","type":"event_msg","payload":{"type":"token_count","info":{"total_token_usage":)"
+            R"({"total_tokens":30},"last_token_usage":{"input_tokens":20,"output_tokens":10}}}})"
+            "\n");
+  const std::optional<Snapshot> followed = awaitSnapshot([](const Snapshot& s) {
+    return tokens(s, ProviderID::claude) >= 6000 && tokens(s, ProviderID::codex) == 30;
+  });
+  ASSERT_TRUE(followed);
+  EXPECT_EQ(tokens(*followed, ProviderID::codex), 30);
+  EXPECT_GE(tokens(*followed, ProviderID::claude), 6000);  // m3 may wait for its successor
+
+  // The widgets' refresh button: a pass and a new snapshot at once.
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));  // a later whole second
+  NotificationCenter{NotificationCenter::defaultRoot(runtime().string())}.post(
+      "app.brimlog.refresh");
+  const std::optional<Snapshot> refreshed =
+      awaitSnapshot([&](const Snapshot& s) { return s.generatedAt > followed->generatedAt; });
+  ASSERT_TRUE(refreshed);
+  EXPECT_GT(refreshed->generatedAt, followed->generatedAt);
+
+  // A second daemon on the same database gives way at once, naming the first.
+  const ChildProcess::Result second = ChildProcess::run(
+      "/bin/sh",
+      {"-c", std::string("exec '") + BRIMLOG_BINARY + "' daemon --offline --home '" +
+                 home().string() + "' --db '" + (dir() / "db" / "usage.db").string() + "' 2>&1"},
+      Seconds{30});
+  EXPECT_EQ(second.exitStatus, 1);
+  EXPECT_THAT(second.output,
+              HasSubstr(fmt::format("another brimlog daemon (process {})", daemon->pid())));
+
+  const ChildProcess::Result stopped = stop(*daemon);
+  ASSERT_EQ(stopped.outcome, ChildProcess::Outcome::exited) << stopped.output;
+  EXPECT_EQ(stopped.exitStatus, 0);
+  EXPECT_THAT(stopped.output, HasSubstr("brimlog daemon: started"));
+  EXPECT_THAT(stopped.output, HasSubstr("refresh asked for by the widgets"));
+
+  // A restart counts nothing again.
+  const int64_t before = tokens(*refreshed, ProviderID::claude);
+  fs::remove(shared() / "snapshot.json");
+  daemon = start();
+  const std::optional<Snapshot> again = awaitSnapshot([](const Snapshot&) { return true; });
+  ASSERT_TRUE(again);
+  EXPECT_EQ(tokens(*again, ProviderID::claude), before);
+  EXPECT_EQ(tokens(*again, ProviderID::codex), 30);
+  EXPECT_EQ(stop(*daemon).exitStatus, 0);
+}
+
+// A session limit past 80% reaches the desktop once; a restart that fetches the same answer
+// again says nothing more.
+TEST_F(DaemonTest, TellsTheDesktopOnceAcrossRestarts) {
+  testing::RunningProgram bus{{"dbus-daemon", "--session", "--nofork", "--print-address=1"}};
+  if (!bus.started()) GTEST_SKIP() << "dbus-daemon not found: install the dbus package";
+  const std::optional<std::string> address = bus.line();
+  ASSERT_TRUE(address);
+  testing::RunningProgram desktop{{BRIMLOG_NOTIFICATION_LISTENER, *address}};
+  ASSERT_EQ(desktop.line(), "ready");
+
+  fs::create_directories(home() / ".claude/projects");
+  write("home/.claude/.credentials.json",
+        R"({"claudeAiOauth":{"accessToken":"t","expiresAt":4102444800000}})");
+  testing::StubHTTPServer claude{"/api/oauth/usage"};
+  claude.respond(200, R"({"five_hour":{"utilization":85,"resets_at":")" +
+                          formatISO8601(currentDate() + Seconds{3 * 3600}) + R"("}})");
+  const std::string environment = "DBUS_SESSION_BUS_ADDRESS='" + *address +
+                                  "' BRIMLOG_CLAUDE_USAGE_URL='" + claude.url() +
+                                  "' CLAUDE_CONFIG_DIR= CODEX_HOME=";
+
+  std::unique_ptr<ChildProcess> daemon = start(environment);
+  const std::optional<std::string> told = desktop.line();
+  ASSERT_TRUE(told) << "no notification";
+  EXPECT_THAT(*told, ::testing::StartsWith("Claude Code: Session at 85"));
+  EXPECT_EQ(stop(*daemon).exitStatus, 0);
+
+  // Forget the fetch timing, so the restart asks again and gets the same answer.
+  fs::remove(RefreshState::pathFor(dir() / "db" / "usage.db"));
+  daemon = start(environment);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (claude.requests().size() < 2 && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  EXPECT_EQ(claude.requests().size(), 2u);
+  EXPECT_EQ(desktop.line(std::chrono::milliseconds(1500)), std::nullopt);
+  EXPECT_EQ(stop(*daemon).exitStatus, 0);
+}
+
+}  // namespace
+}  // namespace brimlog

@@ -1,0 +1,47 @@
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "output/TextTable.hpp"
+
+namespace brimlog {
+namespace {
+
+TEST(TextTableTest, FormatsCountsDollarsAndBytesForPeople) {
+  EXPECT_EQ(formatCount(0), "0");
+  EXPECT_EQ(formatCount(999), "999");
+  EXPECT_EQ(formatCount(1000), "1,000");
+  EXPECT_EQ(formatCount(1234567), "1,234,567");
+  EXPECT_EQ(formatCount(-45000), "-45,000");
+  EXPECT_EQ(formatCount(std::numeric_limits<int64_t>::min()), "-9,223,372,036,854,775,808");
+
+  EXPECT_EQ(formatUSD(0), "$0.00");
+  EXPECT_EQ(formatUSD(1234.5), "$1,234.50");
+  EXPECT_EQ(formatUSD(0.005), "$0.01");  // cents are rounded, not cut
+  EXPECT_EQ(formatUSD(-3), "-$3.00");
+  EXPECT_EQ(formatUSD(-0.001), "$0.00");  // no "-$0.00"
+  EXPECT_EQ(formatUSD(std::numeric_limits<double>::infinity()), "-");
+
+  EXPECT_EQ(formatBytes(512), "512 B");
+  EXPECT_EQ(formatBytes(1536), "1.5 KB");
+  EXPECT_EQ(formatBytes(int64_t{3} << 30), "3.0 GB");
+}
+
+TEST(TextTableTest, AlignsColumnsByCharactersAndTrimsLineEnds) {
+  TextTable table{
+      {{"Model", TextTable::left}, {"Cost", TextTable::right}, {"Note", TextTable::left}}};
+  table.addRow({"opus", "$10.00", "é"});
+  table.addRow({"a-much-longer-name", "$1.00"});  // a missing cell is blank
+  table.addRule();
+  table.addRow({"Total", "$11.00", "ü"});
+  EXPECT_EQ(table.render(),
+            "Model                 Cost  Note\n"
+            "--------------------------------\n"
+            "opus                $10.00  é\n"
+            "a-much-longer-name   $1.00\n"
+            "--------------------------------\n"
+            "Total               $11.00  ü\n");
+}
+
+}  // namespace
+}  // namespace brimlog
