@@ -6,7 +6,6 @@
 #include "display/MeterFormat.hpp"
 #include "display/WidgetDisplay.hpp"
 #include "model/ProviderID.hpp"
-#include "timeline/BrimlogWidgets.hpp"
 #include "views/ProviderRows.hpp"
 #include "views/Sparkline.hpp"
 #include "views/WidgetHeader.hpp"
@@ -17,12 +16,6 @@ namespace brimlog {
 using namespace ui;
 
 namespace {
-
-// The frame every widget shares: the empty state without a snapshot, the click link always.
-View widget(const SnapshotEntry& entry, View content) {
-  View shown = entry.snapshot ? std::move(content) : EmptyStateView{}.body();
-  return std::move(shown).link(std::string(BrimlogWidgets::openURL));
-}
 
 std::string capitalized(std::string_view text) {
   std::string out(text);
@@ -44,14 +37,12 @@ View EmptyStateView::body() const {
 }
 
 View SmallWidgetView::body() const {
-  if (!entry.snapshot) return widget(entry, Empty());
+  if (!entry.snapshot) return EmptyStateView{}.body();
   const Snapshot& snapshot = *entry.snapshot;
   const auto found = std::find_if(
       snapshot.providers.begin(), snapshot.providers.end(),
       [&](const Snapshot::Provider& provider) { return provider.id == entry.provider; });
-  if (found == snapshot.providers.end()) {
-    return EmptyStateView{}.body().link(std::string(BrimlogWidgets::openURL));
-  }
+  if (found == snapshot.providers.end()) return EmptyStateView{}.body();
   const Snapshot::Provider& provider = *found;
   const bool live = !entry.isSample;
 
@@ -78,39 +69,37 @@ View SmallWidgetView::body() const {
   }
   rows.push_back(Spacer(0));
   rows.push_back(StaleBadge{snapshot.generatedAt, entry.date}.body());
-  return widget(entry, VStack(HorizontalAlignment::leading, 8, std::move(rows)));
+  return VStack(HorizontalAlignment::leading, 8, std::move(rows));
 }
 
 View MediumWidgetView::body() const {
-  if (!entry.snapshot) return widget(entry, Empty());
-  return widget(entry,
-                VStack(HorizontalAlignment::leading, 8,
-                       {
-                           WidgetHeader{*entry.snapshot, entry.date}.body(),
-                           ProviderRows{*entry.snapshot, entry.date, !entry.isSample, 8}.body(),
-                           Spacer(0),
-                       }));
+  if (!entry.snapshot) return EmptyStateView{}.body();
+  return VStack(HorizontalAlignment::leading, 8,
+                {
+                    WidgetHeader{*entry.snapshot, entry.date}.body(),
+                    ProviderRows{*entry.snapshot, entry.date, !entry.isSample, 8}.body(),
+                    Spacer(0),
+                });
 }
 
 View LargeWidgetView::body() const {
-  if (!entry.snapshot) return widget(entry, Empty());
+  if (!entry.snapshot) return EmptyStateView{}.body();
   const Snapshot& snapshot = *entry.snapshot;
-  return widget(entry,
-                VStack(HorizontalAlignment::leading, 10,
-                       {
-                           WidgetHeader{snapshot, entry.date}.body(),
-                           ProviderRows{snapshot, entry.date, !entry.isSample, 12}.body(),
-                           Spacer(4),
-                           Divider(),
-                           Text("Today " + MeterFormat::usd(snapshot.costTodayUSD) + " · 30 days " +
-                                MeterFormat::usd(snapshot.cost30dUSD) + " (API estimate)")
-                               .font(11)
-                               .foreground(Color::secondaryText())
-                               .lineLimit(1)
-                               .minimumScale(0.8)
-                               .role("cost-line"),
-                           Sparkline{snapshot.dailyCost30}.body().frame(Frame::heights(44, 80)),
-                       }));
+  return VStack(HorizontalAlignment::leading, 10,
+                {
+                    WidgetHeader{snapshot, entry.date}.body(),
+                    ProviderRows{snapshot, entry.date, !entry.isSample, 12}.body(),
+                    Spacer(4),
+                    Divider(),
+                    Text("Today " + MeterFormat::usd(snapshot.costTodayUSD) + " · 30 days " +
+                         MeterFormat::usd(snapshot.cost30dUSD) + " (API estimate)")
+                        .font(11)
+                        .foreground(Color::secondaryText())
+                        .lineLimit(1)
+                        .minimumScale(0.8)
+                        .role("cost-line"),
+                    Sparkline{snapshot.dailyCost30}.body().frame(Frame::heights(44, 80)),
+                });
 }
 
 }  // namespace brimlog
