@@ -1,11 +1,11 @@
 #include "views/WidgetViews.hpp"
 
 #include <algorithm>
-#include <cctype>
 
 #include "display/MeterFormat.hpp"
 #include "display/WidgetDisplay.hpp"
 #include "model/ProviderID.hpp"
+#include "platform/AsciiCase.hpp"
 #include "views/ProviderRows.hpp"
 #include "views/Sparkline.hpp"
 #include "views/WidgetHeader.hpp"
@@ -14,16 +14,6 @@
 namespace brimlog {
 
 using namespace ui;
-
-namespace {
-
-std::string capitalized(std::string_view text) {
-  std::string out(text);
-  if (!out.empty()) out[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(out[0])));
-  return out;
-}
-
-}  // namespace
 
 View EmptyStateView::body() const {
   return VStack(HorizontalAlignment::center, 6,
@@ -56,7 +46,7 @@ View SmallWidgetView::body() const {
   if (windows.empty()) {
     rows.push_back(VStack(HorizontalAlignment::leading, 2,
                           {
-                              Text(capitalized(WidgetDisplay::noLimitsNote(provider.status)))
+                              Text(asciiCapitalized(WidgetDisplay::noLimitsNote(provider.status)))
                                   .font(12)
                                   .foreground(Color::secondaryText()),
                               Text("30 days " + MeterFormat::usd(provider.cost30dUSD))
