@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "HomeGenerator.hpp"
-#include "platform/ChildProcess.hpp"
 #include "platform/Json.hpp"
+#include "support/RunningProgram.hpp"
 #include "support/TempDir.hpp"
 
 namespace brimlog {
@@ -36,12 +36,13 @@ class HomeGeneratorTest : public testing::TempDirTest {
  protected:
   // Runs the brimlog command on the home and database in the test's folder; returns its JSON.
   Json brimlog(std::vector<std::string> arguments) {
-    arguments.insert(arguments.end(),
-                     {"--home", (dir() / "home").string(), "--db", (dir() / "usage.db").string(),
-                      "--tz", "UTC", "--now", "2026-03-03T00:00:00Z", "--json", "--shared-dir",
-                      (dir() / "shared").string()});
-    const auto result = ChildProcess::run(BRIMLOG_BINARY, arguments, Seconds{120});
-    EXPECT_EQ(result.outcome, ChildProcess::Outcome::exited);
+    arguments.insert(
+        arguments.end(),
+        {"--home", (dir() / "home").string(), "--db", (dir() / "usage.db").string(), "--tz", "UTC",
+         "--now", "2026-03-03T00:00:00Z", "--json", "--shared-dir", (dir() / "shared").string()});
+    arguments.insert(arguments.begin(), BRIMLOG_BINARY);
+    const auto result =
+        testing::RunningProgram::run(std::move(arguments), std::chrono::seconds(120));
     EXPECT_EQ(result.exitStatus, 0);
     return Json::parse(result.output);
   }

@@ -55,9 +55,8 @@ class SnapshotStore {
 
   /// Replaces the file with `snapshot` as compact JSON, in this order: without a directory throws
   /// `StoreError::noContainer()`; encodes the snapshot, throwing `JsonEncodeError` for a number
-  /// that is not finite; creates the directory and its missing parents; writes the bytes to a
-  /// temporary file in the directory (readable by the user alone), flushes it to disk and renames
-  /// it over the file, then flushes the directory. File-system failures throw
+  /// that is not finite; creates the directory and its missing parents; replaces the file with
+  /// `AtomicFile::replace` (readable by the user alone). File-system failures throw
   /// std::filesystem::filesystem_error naming the operation and the path. Whatever fails up to
   /// the rename, the previous file is left as it was; no temporary file ever stays behind.
   void write(const Snapshot& snapshot) const;

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "ingest/LogJson.hpp"
-#include "platform/TextCase.hpp"
+#include "platform/AsciiCase.hpp"
 
 namespace brimlog {
 namespace {
@@ -110,7 +110,7 @@ std::optional<ProviderLimits> limitsSnapshot(object payload, std::optional<Date>
   // "plus" reads as "Plus"; only an ASCII first letter changes case.
   if (const auto planType = logjson::string(*rateLimits, "plan_type");
       planType && !planType->empty()) {
-    limits.plan = uppercasedFirst(*planType);
+    limits.plan = asciiCapitalized(*planType);
   }
   limits.status = ProviderStatus::ok;
   limits.fetchedAt = *asOf;

@@ -8,8 +8,8 @@
 
 #include "limits/HTTPStatusMapping.hpp"
 #include "platform/AppVersion.hpp"
+#include "platform/AsciiCase.hpp"
 #include "platform/Json.hpp"
-#include "platform/TextCase.hpp"
 
 namespace brimlog {
 namespace {
@@ -168,7 +168,7 @@ std::vector<LimitWindow> windowsOf(const UsageResponse& usage) {
     if (limit.kind != "weekly_scoped" || !limit.displayName || limit.displayName->empty()) {
       continue;
     }
-    std::string id = "weekly." + lowercased(*limit.displayName);
+    std::string id = "weekly." + asciiLowercased(*limit.displayName);
     std::replace(id.begin(), id.end(), ' ', '-');
     if (std::find(modelIds.begin(), modelIds.end(), id) != modelIds.end()) continue;
     modelIds.push_back(id);
@@ -183,7 +183,7 @@ std::vector<LimitWindow> windowsOf(const UsageResponse& usage) {
       {"Opus", &usage.sevenDayOpus}, {"Sonnet", &usage.sevenDaySonnet}};
   for (const auto& [name, window] : fixedModels) {
     if (!*window || !(*window)->utilization) continue;
-    const std::string key = "weekly." + lowercased(name);
+    const std::string key = "weekly." + asciiLowercased(name);
     if (anyStartsWith(modelIds, key)) continue;
     modelIds.push_back(key);
     windows.emplace_back(key, std::string("Weekly · ") + name, *(*window)->utilization / 100,
@@ -248,7 +248,7 @@ ProviderLimits ClaudeLimitsProvider::fetch(Date now) {
     const std::optional<OAuth> oauth = decodeOAuth(secret);
     if (!oauth) return answer(ProviderStatus::unavailable, std::nullopt, now);
     if (oauth->subscriptionType && !oauth->subscriptionType->empty()) {
-      plan = uppercasedFirst(*oauth->subscriptionType);
+      plan = asciiCapitalized(*oauth->subscriptionType);
     }
     if (oauth->expiresAt && *oauth->expiresAt <= now) {
       return answer(ProviderStatus::signInNeeded, plan, now);

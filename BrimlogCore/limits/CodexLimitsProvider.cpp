@@ -5,9 +5,9 @@
 
 #include "limits/HTTPStatusMapping.hpp"
 #include "platform/AppVersion.hpp"
+#include "platform/AsciiCase.hpp"
 #include "platform/Base64.hpp"
 #include "platform/Json.hpp"
-#include "platform/TextCase.hpp"
 
 namespace brimlog {
 namespace {
@@ -61,7 +61,7 @@ ProviderLimits usageLimits(std::string_view body, Date now) {
   json::object(document, "usage");
   ProviderLimits limits{std::nullopt, {}, std::nullopt, ProviderStatus::ok, now};
   if (const auto plan = optionalString(document, "plan_type"); plan && !plan->empty()) {
-    limits.plan = uppercasedFirst(*plan);
+    limits.plan = asciiCapitalized(*plan);
   }
   if (const Json* rateLimit = optionalObject(document, "rate_limit")) {
     // Both are decoded before either is kept, so a malformed second window fails the whole body.

@@ -18,8 +18,7 @@ class CredentialError : public std::runtime_error {
   enum class Kind {
     /// The item or file does not exist.
     notFound,
-    /// It exists or may exist but could not be obtained: refused, the tool failed or timed out,
-    /// or the file could not be read.
+    /// It exists or may exist but could not be read.
     denied,
     /// It was obtained but is not usable text.
     malformed,

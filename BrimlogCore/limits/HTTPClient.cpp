@@ -1,15 +1,14 @@
 #include "limits/HTTPClient.hpp"
 
 #include <algorithm>
-#include <cctype>
+
+#include "platform/AsciiCase.hpp"
 
 namespace brimlog {
 
 bool sameHeaderName(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-    return std::tolower(static_cast<unsigned char>(x)) ==
-           std::tolower(static_cast<unsigned char>(y));
-  });
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](char x, char y) { return asciiLower(x) == asciiLower(y); });
 }
 
 std::optional<std::string> HTTPResponse::header(std::string_view name) const {

@@ -1,16 +1,10 @@
 #include "daemon/LimitAlerts.hpp"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cmath>
-#include <cstdlib>
-#include <cstring>
 #include <string_view>
 
 #include "display/MeterFormat.hpp"
-#include "platform/FileDescriptor.hpp"
+#include "platform/AtomicFile.hpp"
 #include "platform/Json.hpp"
 #include "platform/WholeFile.hpp"
 
@@ -176,31 +170,11 @@ void LimitAlerts::save() {
   }
   const std::string text = json::dump(Json{{"windows", std::move(windows)}}) + "\n";
 
-  std::string temporary = stateFile_.string() + ".XXXXXX";
-  auto fail = [&](const char* what, const std::string& path) {
-    saveError_ = std::string(what) + " " + path + ": " + std::strerror(errno);
-    return false;
-  };
-  const bool saved = [&] {
-    // mkostemp creates the file readable and writable by the user alone.
-    const FileDescriptor fd{::mkostemp(temporary.data(), O_CLOEXEC)};
-    if (!fd) return fail("Cannot create the alert state's temporary file", temporary);
-    for (std::string_view rest = text; !rest.empty();) {
-      const ssize_t n = ::write(fd.get(), rest.data(), rest.size());
-      if (n < 0 && errno == EINTR) continue;
-      if (n < 0) return fail("Cannot write the alert state", temporary);
-      rest.remove_prefix(static_cast<size_t>(n));
-    }
-    if (::fsync(fd.get()) != 0) return fail("Cannot flush the alert state", temporary);
-    if (::rename(temporary.c_str(), stateFile_.c_str()) != 0) {
-      return fail("Cannot replace the alert state", stateFile_.string());
-    }
-    return true;
-  }();
-  if (saved) {
+  try {
+    AtomicFile::replace(stateFile_, text);
     saveError_.reset();
-  } else {
-    ::unlink(temporary.c_str());
+  } catch (const std::filesystem::filesystem_error& error) {
+    saveError_ = error.what();
   }
 }
 

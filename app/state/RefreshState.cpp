@@ -1,13 +1,7 @@
 #include "state/RefreshState.hpp"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <system_error>
-
 #include "limits/RefreshPolicy.hpp"
-#include "platform/FileDescriptor.hpp"
+#include "platform/AtomicFile.hpp"
 #include "platform/WholeFile.hpp"
 
 namespace brimlog {
@@ -77,27 +71,7 @@ RefreshState RefreshState::load(const fs::path& path) {
 }
 
 void RefreshState::save(const fs::path& path) const {
-  const std::string text = toJson().dump(2) + "\n";
-  fs::path temporary = path;
-  temporary += ".tmp";
-  auto fail = [&](const char* what, const fs::path& which) {
-    throw fs::filesystem_error(what, which, std::error_code(errno, std::generic_category()));
-  };
-  {
-    const FileDescriptor fd{
-        ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)};
-    if (!fd) fail("Cannot write the refresh state", temporary);
-    size_t written = 0;
-    while (written < text.size()) {
-      const ssize_t n = ::write(fd.get(), text.data() + written, text.size() - written);
-      if (n < 0 && errno == EINTR) continue;
-      if (n < 0) fail("Cannot write the refresh state", temporary);
-      written += static_cast<size_t>(n);
-    }
-  }
-  if (::rename(temporary.c_str(), path.c_str()) != 0) {
-    fail("Cannot replace the refresh state", path);
-  }
+  AtomicFile::replace(path, toJson().dump(2) + "\n");
 }
 
 void RefreshState::Entry::record(ProviderStatus status, Date now) {

@@ -60,8 +60,8 @@ struct RefreshState {
   static std::filesystem::path pathFor(const std::filesystem::path& database);
 
   static RefreshState load(const std::filesystem::path& path);
-  /// Replaces the file atomically (a temporary file renamed over it), readable by the user
-  /// alone. Throws std::filesystem::filesystem_error.
+  /// Replaces the file with `AtomicFile::replace`, so that a sync and the daemon saving at once
+  /// never leave it torn; readable by the user alone. Throws std::filesystem::filesystem_error.
   void save(const std::filesystem::path& path) const;
 };
 

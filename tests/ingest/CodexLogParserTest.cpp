@@ -164,11 +164,11 @@ TEST(CodexLogParserTest, CreditsNeedAnExplicitTrue) {
 
   const auto unlimited = limitsOf(parser.consume(
       tokenCountLine(R"({"credits":{"has_credits":false,"unlimited":true,"balance":"12"},)"
-                     R"("plan_type":"éclair"})")));
+                     R"("plan_type":"team"})")));
   ASSERT_TRUE(unlimited);
   EXPECT_EQ(unlimited->credits,
             (Credits{"Credits", std::nullopt, std::nullopt, std::nullopt, /*unlimited=*/true}));
-  EXPECT_EQ(unlimited->plan, "Éclair");  // the same first-letter rule as the services' plans
+  EXPECT_EQ(unlimited->plan, "Team");  // the same first-letter rule as the services' plans
 }
 
 // What each line reports besides its result, read from the same parse. Every call starts from

@@ -5,7 +5,7 @@
 #include <tuple>
 
 #include "limits/CurlHTTPClient.hpp"
-#include "platform/TextCase.hpp"
+#include "platform/AsciiCase.hpp"
 #include "support/StubHTTPServer.hpp"
 
 namespace brimlog {
@@ -66,7 +66,7 @@ TEST(CurlHTTPClientTest, AnyStatusIsAResponseAndRedirectsAndCookiesAreNotFollowe
     const HTTPResponse response = CurlHTTPClient().send(request);
     EXPECT_EQ(response.statusCode, status);
     EXPECT_EQ(response.body, body);
-    EXPECT_EQ(response.header(lowercased(name)), value);
+    EXPECT_EQ(response.header(asciiLowercased(name)), value);
   }
   // Neither the redirect's target was asked nor the cookie sent back.
   for (const auto& request : server.requests()) {

@@ -4,8 +4,7 @@
 #include <algorithm>
 
 #include "timeline/BrimlogWidgets.hpp"
-#include "timeline/ProviderChoiceIntent.hpp"
-#include "timeline/RefreshIntent.hpp"
+#include "timeline/ProviderChoice.hpp"
 
 namespace brimlog {
 namespace {
@@ -33,11 +32,6 @@ TEST(BrimlogWidgetsTest, KindsNamesAndTextsTowardsTheSystem) {
   }
   EXPECT_EQ(picker, "claude=Claude/claude codex=Codex/codex grok=Grok/grok cursor=Cursor/cursor ");
   EXPECT_EQ(ProviderChoice::fromRawValue("Claude"), std::nullopt);
-
-  EXPECT_EQ(fmt::format("{}|{}|{}|{}|{}|{}", BrimlogWidgets::openURL, RefreshIntent::title,
-                        RefreshIntent::notificationName, ProviderChoiceIntent::title,
-                        ProviderChoiceIntent::providerTitle, ProviderChoice::typeDisplayName),
-            "brimlog://open|Refresh Brimlog|app.brimlog.refresh|Provider|Provider|Provider");
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 
 #include "display/SnapshotStore.hpp"
 #include "support/TempDir.hpp"
-#include "timeline/ProviderChoiceIntent.hpp"
 #include "timeline/ProviderChoiceTimelineProvider.hpp"
 #include "timeline/SnapshotTimelineProvider.hpp"
 
@@ -60,10 +59,10 @@ TEST_F(TimelineProviderTest, EntriesAtNowAndAtTheStaleMomentReloadingAtTheShownR
             "13:00:00 12:50:00 codex, 13:20:01 12:50:00 codex, reload 13:15:00");
   EXPECT_EQ(timeOfDay(one.timeline(ProviderChoice::claude).reloadAt), "13:02:00");
 
-  // Forty minutes old, read anew: already stale, one entry. A widget never set up shows Claude.
+  // Forty minutes old, read anew: already stale, one entry.
   publish(2400);
   EXPECT_EQ(text(all.timeline()), "13:00:00 12:20:00 claude, reload 13:02:00");
-  EXPECT_EQ(text(one.timeline(ProviderChoiceIntent{}.provider)), text(all.timeline()));
+  EXPECT_EQ(text(one.timeline(ProviderChoice::claude)), text(all.timeline()));
   EXPECT_EQ(clockReads, 10);  // once per request, so each uses one reading throughout
 }
 

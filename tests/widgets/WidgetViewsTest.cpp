@@ -42,13 +42,7 @@ TEST(WidgetViewsTest, WithoutASnapshotOrItsProviderAWidgetAsksToOpenBrimlog) {
       LargeWidgetView{entryOf(std::nullopt)}.body(),
       SmallWidgetView{entryOf(Snapshot::placeholder(), ProviderID::cursor)}.body(),
   };
-  for (const View& widget : empty) {
-    EXPECT_THAT(widget.texts(), Contains("Open Brimlog to start"));
-    EXPECT_EQ(widget.modifiers.link, "brimlog://open");
-  }
-  // With a snapshot, every widget still opens Brimlog when clicked.
-  EXPECT_EQ(LargeWidgetView{entryOf(Snapshot::placeholder())}.body().modifiers.link,
-            "brimlog://open");
+  for (const View& widget : empty) EXPECT_THAT(widget.texts(), Contains("Open Brimlog to start"));
 }
 
 TEST(WidgetViewsTest, AProviderWithoutWindowsSaysWhyAndWhatItCost) {

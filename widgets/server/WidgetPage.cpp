@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "timeline/BrimlogWidgets.hpp"
 #include "ui/HtmlPageAssets.hpp"
 #include "ui/HtmlRenderer.hpp"
 #include "views/WidgetViews.hpp"
@@ -31,11 +30,9 @@ body { background: var(--page-background); padding: 24px; }
 .widget { position: relative; flex-shrink: 0; overflow: hidden; border-radius: 22px;
   background: var(--widget-background);
   box-shadow: 0 0 0 0.5px rgba(0,0,0,0.12), 0 4px 14px rgba(0,0,0,0.10); }
-.widget .open-link { position: absolute; inset: 0; z-index: 0; border-radius: inherit; }
-.widget .entry { position: absolute; inset: 16px; z-index: 1; display: flex;
-  flex-direction: column; justify-content: center; pointer-events: none; }
+.widget .entry { position: absolute; inset: 16px; display: flex; flex-direction: column;
+  justify-content: center; }
 .widget .entry[hidden] { display: none; }
-.widget .entry button { pointer-events: auto; }
 .gallery { display: flex; flex-wrap: wrap; gap: 28px; align-items: flex-start; }
 .gallery figure { margin: 0; }
 .gallery figcaption { margin-top: 8px; max-width: 170px; font-size: 12px; color: var(--secondary); }
@@ -104,10 +101,9 @@ std::string WidgetPage::widget(const WidgetDescription& description, const Timel
   const auto [width, height] = size(description.family);
   std::string out = fmt::format(
       R"(<div class="widget widget-{}" data-kind="{}" data-provider="{}" data-reload-at="{:.0f}" )"
-      R"(style="width:{}px;height:{}px">)"
-      R"(<a class="open-link" href="{}" aria-label="Open Brimlog"></a>)",
+      R"(style="width:{}px;height:{}px">)",
       look(description.family).name, HtmlRenderer::escape(description.kind), provider.rawValue(),
-      unixSeconds(timeline.reloadAt), width, height, BrimlogWidgets::openURL);
+      unixSeconds(timeline.reloadAt), width, height);
   // Before the script runs, the entry whose date was reached last is the one on show.
   size_t current = 0;
   for (size_t i = 0; i < timeline.entries.size(); ++i) {

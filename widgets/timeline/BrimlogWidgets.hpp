@@ -27,9 +27,6 @@ struct BrimlogWidgets {
       "Every provider's limits, with what the last 30 days would cost at API prices.",
       WidgetDescription::Family::large, false};
 
-  /// The link every widget opens the host with when clicked.
-  static constexpr std::string_view openURL = "brimlog://open";
-
   /// Small, medium and large, in that order.
   static std::span<const WidgetDescription> widgets();
 

@@ -22,9 +22,6 @@ class ProviderChoice {
 
   constexpr ProviderChoice(Value value) : value_(value) {}  // NOLINT: implicit, like the enum
 
-  /// How the picker names the choice itself.
-  static constexpr std::string_view typeDisplayName = "Provider";
-
   /// The cases in the picker's order.
   static const std::array<ProviderChoice, 4> allCases;
 

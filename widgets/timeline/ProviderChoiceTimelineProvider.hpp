@@ -11,13 +11,14 @@
 
 namespace brimlog {
 
-/// Answers the small widget, set up with `ProviderChoiceIntent`: its entries name the chosen
-/// provider. Keeps nothing between requests: each one reads the snapshot file anew from the
-/// shared folder and reads the clock once, at its start. Never writes, never throws for a
-/// missing or unusable file, and may be called from several threads at once.
+/// Answers the small widget, set up with the provider it shows: its entries name that provider.
+/// Keeps nothing between requests: each one reads the snapshot file anew from the shared folder and
+/// reads the clock once, at its start. Never writes, never throws for a missing or unusable file,
+/// and may be called from several threads at once.
 ///
 ///     const ProviderChoiceTimelineProvider provider{sharedDirectory};
-///     Timeline t = provider.timeline(intent.provider);  // reloads at the latest in 15 minutes
+///     Timeline t = provider.timeline(ProviderChoice::codex);  // reloads at the latest in 15
+///     minutes
 class ProviderChoiceTimelineProvider {
  public:
   /// `sharedDirectory` is the folder that holds "snapshot.json", as `SnapshotStore` takes it

@@ -14,7 +14,7 @@ struct WidgetDescription {
   std::string_view displayName;
   std::string_view description;
   Family family = Family::small;
-  /// Whether the user sets it up through `ProviderChoiceIntent` and it is answered by
+  /// Whether the user sets it up with a provider (a `ProviderChoice`) and it is answered by
   /// `ProviderChoiceTimelineProvider`; otherwise it has no settings and
   /// `SnapshotTimelineProvider` answers it.
   bool configurable = false;

@@ -53,10 +53,6 @@ View View::accessibility(std::string label, bool combineChildren) && {
   modifiers.accessibilityCombined = combineChildren;
   return std::move(*this);
 }
-View View::link(std::string url) && {
-  modifiers.link = std::move(url);
-  return std::move(*this);
-}
 View View::role(std::string name) && {
   modifiers.role = std::move(name);
   return std::move(*this);

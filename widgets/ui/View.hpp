@@ -155,8 +155,6 @@ struct View {
     double layoutPriority = 0;
     std::string accessibilityLabel;
     bool accessibilityCombined = false;
-    // The click link of a whole widget.
-    std::string link;
     // A name the renderer passes on, for scripts and tests to find the view by ("stale-badge").
     std::string role;
     bool operator==(const Modifiers&) const = default;
@@ -174,7 +172,6 @@ struct View {
   View frame(Frame value) &&;
   View layoutPriority(double value) &&;
   View accessibility(std::string label, bool combineChildren = false) &&;
-  View link(std::string url) &&;
   View role(std::string name) &&;
 
   /// Every text in the tree, depth first (timers as their first reading), for tests and

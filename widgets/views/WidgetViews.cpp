@@ -1,12 +1,11 @@
 #include "views/WidgetViews.hpp"
 
 #include <algorithm>
-#include <cctype>
 
 #include "display/MeterFormat.hpp"
 #include "display/WidgetDisplay.hpp"
 #include "model/ProviderID.hpp"
-#include "timeline/BrimlogWidgets.hpp"
+#include "platform/AsciiCase.hpp"
 #include "views/ProviderRows.hpp"
 #include "views/Sparkline.hpp"
 #include "views/WidgetHeader.hpp"
@@ -15,22 +14,6 @@
 namespace brimlog {
 
 using namespace ui;
-
-namespace {
-
-// The frame every widget shares: the empty state without a snapshot, the click link always.
-View widget(const SnapshotEntry& entry, View content) {
-  View shown = entry.snapshot ? std::move(content) : EmptyStateView{}.body();
-  return std::move(shown).link(std::string(BrimlogWidgets::openURL));
-}
-
-std::string capitalized(std::string_view text) {
-  std::string out(text);
-  if (!out.empty()) out[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(out[0])));
-  return out;
-}
-
-}  // namespace
 
 View EmptyStateView::body() const {
   return VStack(HorizontalAlignment::center, 6,
@@ -44,14 +27,12 @@ View EmptyStateView::body() const {
 }
 
 View SmallWidgetView::body() const {
-  if (!entry.snapshot) return widget(entry, Empty());
+  if (!entry.snapshot) return EmptyStateView{}.body();
   const Snapshot& snapshot = *entry.snapshot;
   const auto found = std::find_if(
       snapshot.providers.begin(), snapshot.providers.end(),
       [&](const Snapshot::Provider& provider) { return provider.id == entry.provider; });
-  if (found == snapshot.providers.end()) {
-    return EmptyStateView{}.body().link(std::string(BrimlogWidgets::openURL));
-  }
+  if (found == snapshot.providers.end()) return EmptyStateView{}.body();
   const Snapshot::Provider& provider = *found;
   const bool live = !entry.isSample;
 
@@ -65,7 +46,7 @@ View SmallWidgetView::body() const {
   if (windows.empty()) {
     rows.push_back(VStack(HorizontalAlignment::leading, 2,
                           {
-                              Text(capitalized(WidgetDisplay::noLimitsNote(provider.status)))
+                              Text(asciiCapitalized(WidgetDisplay::noLimitsNote(provider.status)))
                                   .font(12)
                                   .foreground(Color::secondaryText()),
                               Text("30 days " + MeterFormat::usd(provider.cost30dUSD))
@@ -78,39 +59,37 @@ View SmallWidgetView::body() const {
   }
   rows.push_back(Spacer(0));
   rows.push_back(StaleBadge{snapshot.generatedAt, entry.date}.body());
-  return widget(entry, VStack(HorizontalAlignment::leading, 8, std::move(rows)));
+  return VStack(HorizontalAlignment::leading, 8, std::move(rows));
 }
 
 View MediumWidgetView::body() const {
-  if (!entry.snapshot) return widget(entry, Empty());
-  return widget(entry,
-                VStack(HorizontalAlignment::leading, 8,
-                       {
-                           WidgetHeader{*entry.snapshot, entry.date}.body(),
-                           ProviderRows{*entry.snapshot, entry.date, !entry.isSample, 8}.body(),
-                           Spacer(0),
-                       }));
+  if (!entry.snapshot) return EmptyStateView{}.body();
+  return VStack(HorizontalAlignment::leading, 8,
+                {
+                    WidgetHeader{*entry.snapshot, entry.date}.body(),
+                    ProviderRows{*entry.snapshot, entry.date, !entry.isSample, 8}.body(),
+                    Spacer(0),
+                });
 }
 
 View LargeWidgetView::body() const {
-  if (!entry.snapshot) return widget(entry, Empty());
+  if (!entry.snapshot) return EmptyStateView{}.body();
   const Snapshot& snapshot = *entry.snapshot;
-  return widget(entry,
-                VStack(HorizontalAlignment::leading, 10,
-                       {
-                           WidgetHeader{snapshot, entry.date}.body(),
-                           ProviderRows{snapshot, entry.date, !entry.isSample, 12}.body(),
-                           Spacer(4),
-                           Divider(),
-                           Text("Today " + MeterFormat::usd(snapshot.costTodayUSD) + " · 30 days " +
-                                MeterFormat::usd(snapshot.cost30dUSD) + " (API estimate)")
-                               .font(11)
-                               .foreground(Color::secondaryText())
-                               .lineLimit(1)
-                               .minimumScale(0.8)
-                               .role("cost-line"),
-                           Sparkline{snapshot.dailyCost30}.body().frame(Frame::heights(44, 80)),
-                       }));
+  return VStack(HorizontalAlignment::leading, 10,
+                {
+                    WidgetHeader{snapshot, entry.date}.body(),
+                    ProviderRows{snapshot, entry.date, !entry.isSample, 12}.body(),
+                    Spacer(4),
+                    Divider(),
+                    Text("Today " + MeterFormat::usd(snapshot.costTodayUSD) + " · 30 days " +
+                         MeterFormat::usd(snapshot.cost30dUSD) + " (API estimate)")
+                        .font(11)
+                        .foreground(Color::secondaryText())
+                        .lineLimit(1)
+                        .minimumScale(0.8)
+                        .role("cost-line"),
+                    Sparkline{snapshot.dailyCost30}.body().frame(Frame::heights(44, 80)),
+                });
 }
 
 }  // namespace brimlog

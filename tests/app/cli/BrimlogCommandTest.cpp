@@ -18,13 +18,13 @@
 #include <functional>
 
 #include "display/SnapshotStore.hpp"
-#include "platform/ChildProcess.hpp"
 #include "platform/Json.hpp"
 #include "state/SyncLock.hpp"
 #include "store/PriceTable.hpp"
 #include "store/UsageStore.hpp"
 #include "store/UsageSummary.hpp"
 #include "support/RawDatabase.hpp"
+#include "support/RunningProgram.hpp"
 #include "support/StubHTTPServer.hpp"
 #include "support/TempDir.hpp"
 
@@ -69,8 +69,8 @@ class BrimlogCommandTest : public testing::TempDirTest {
     command.append(" ").append(quoted(BRIMLOG_BINARY));
     for (const std::string& argument : arguments) command.append(" ").append(quoted(argument));
     command.append(" 2>&1");
-    ChildProcess::Result result = ChildProcess::run("/bin/sh", {"-c", command}, Seconds{60});
-    EXPECT_EQ(result.outcome, ChildProcess::Outcome::exited) << command;
+    testing::RunningProgram::Result result =
+        testing::RunningProgram::run({"/bin/sh", "-c", command});
     return {result.exitStatus, result.output};
   }
 
@@ -363,7 +363,8 @@ TEST_F(BrimlogCommandTest, ConcurrentSyncsBothSucceedAndCountEachReplyOnce) {
   const std::string command = fmt::format(
       "{0} >/dev/null 2>&1 & first=$!; {0} >/dev/null 2>&1; second=$?; wait $first && exit $second",
       sync);
-  const ChildProcess::Result both = ChildProcess::run("/bin/sh", {"-c", command}, Seconds{60});
+  const testing::RunningProgram::Result both =
+      testing::RunningProgram::run({"/bin/sh", "-c", command});
   EXPECT_EQ(both.exitStatus, 0) << both.output;
   testing::RawDatabase raw{db()};
   EXPECT_THAT(raw.rows("SELECT SUM(output) FROM daily"),
@@ -391,10 +392,10 @@ TEST_F(BrimlogCommandTest, ReportsFromADatabaseInAReadOnlyFolder) {
     for (const std::string& argument : withHome(std::move(arguments))) {
       command.append(" ").append(quoted(argument));
     }
-    return ChildProcess::run("/bin/sh", {"-c", command + " 2>&1"}, Seconds{60});
+    return testing::RunningProgram::run({"/bin/sh", "-c", command + " 2>&1"});
   };
-  const ChildProcess::Result report = readOnly({"report", "--no-sync"});
-  const ChildProcess::Result limits = readOnly({"limits"});
+  const testing::RunningProgram::Result report = readOnly({"report", "--no-sync"});
+  const testing::RunningProgram::Result limits = readOnly({"limits"});
   fs::permissions(db().parent_path(), fs::perms::owner_all);
   EXPECT_EQ(report.exitStatus, 0) << report.output;
   EXPECT_THAT(report.output, HasSubstr("2026-11-20"));

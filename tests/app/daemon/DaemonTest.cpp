@@ -13,7 +13,6 @@
 
 #include "daemon/Daemon.hpp"
 #include "display/SnapshotStore.hpp"
-#include "platform/ChildProcess.hpp"
 #include "platform/NotificationCenter.hpp"
 #include "state/RefreshState.hpp"
 #include "support/RunningProgram.hpp"
@@ -55,7 +54,7 @@ class DaemonTest : public testing::TempDirTest {
 
   // The daemon on the temporary home, offline unless `environment` ("NAME=value ...") says
   // where the services and the session bus are.
-  std::unique_ptr<ChildProcess> start(const std::string& environment = "") {
+  std::unique_ptr<testing::RunningProgram> start(const std::string& environment = "") {
     fs::create_directories(runtime());
     fs::permissions(runtime(), fs::perms::owner_all);
     const std::string command =
@@ -63,12 +62,13 @@ class DaemonTest : public testing::TempDirTest {
         BRIMLOG_BINARY + "' daemon " + (environment.empty() ? "--offline " : "") +
         "--interval 3600 --home '" + home().string() + "' --db '" +
         (dir() / "db" / "usage.db").string() + "' --shared-dir '" + shared().string() + "' 2>&1";
-    return std::make_unique<ChildProcess>("/bin/sh", std::vector<std::string>{"-c", command});
+    return std::make_unique<testing::RunningProgram>(
+        std::vector<std::string>{"/bin/sh", "-c", command});
   }
 
-  static ChildProcess::Result stop(ChildProcess& daemon) {
+  static testing::RunningProgram::Result stop(testing::RunningProgram& daemon) {
     ::kill(daemon.pid(), SIGTERM);
-    return daemon.wait(std::chrono::steady_clock::now() + std::chrono::seconds(30));
+    return daemon.finish(std::chrono::seconds(30));
   }
 
   // Waits up to ten seconds for the published snapshot to satisfy `done`.
@@ -104,8 +104,8 @@ class DaemonTest : public testing::TempDirTest {
 
 TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
   write("home/.claude/projects/p1/a.jsonl", claudeReply("m1", today(0)));
-  std::unique_ptr<ChildProcess> daemon = start();
-  ASSERT_TRUE(daemon->launched());
+  std::unique_ptr<testing::RunningProgram> daemon = start();
+  ASSERT_TRUE(daemon->started());
   std::optional<Snapshot> first =
       awaitSnapshot([](const Snapshot& s) { return tokens(s, ProviderID::claude) == 3000; });
   ASSERT_TRUE(first) << "no snapshot at start";
@@ -141,18 +141,16 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
   EXPECT_GT(refreshed->generatedAt, followed->generatedAt);
 
   // A second daemon on the same database gives way at once, naming the first.
-  const ChildProcess::Result second = ChildProcess::run(
-      "/bin/sh",
-      {"-c", std::string("exec '") + BRIMLOG_BINARY + "' daemon --offline --home '" +
-                 home().string() + "' --db '" + (dir() / "db" / "usage.db").string() + "' 2>&1"},
-      Seconds{30});
+  const testing::RunningProgram::Result second = testing::RunningProgram::run(
+      {"/bin/sh", "-c",
+       std::string("exec '") + BRIMLOG_BINARY + "' daemon --offline --home '" + home().string() +
+           "' --db '" + (dir() / "db" / "usage.db").string() + "' 2>&1"});
   EXPECT_EQ(second.exitStatus, 1);
   EXPECT_THAT(second.output,
               HasSubstr(fmt::format("another brimlog daemon (process {})", daemon->pid())));
 
-  const ChildProcess::Result stopped = stop(*daemon);
-  ASSERT_EQ(stopped.outcome, ChildProcess::Outcome::exited) << stopped.output;
-  EXPECT_EQ(stopped.exitStatus, 0);
+  const testing::RunningProgram::Result stopped = stop(*daemon);
+  EXPECT_EQ(stopped.exitStatus, 0) << stopped.output;
   EXPECT_THAT(stopped.output, HasSubstr("brimlog daemon: started"));
   EXPECT_THAT(stopped.output, HasSubstr("refresh asked for by the widgets"));
 
@@ -187,7 +185,7 @@ TEST_F(DaemonTest, TellsTheDesktopOnceAcrossRestarts) {
                                   "' BRIMLOG_CLAUDE_USAGE_URL='" + claude.url() +
                                   "' CLAUDE_CONFIG_DIR= CODEX_HOME=";
 
-  std::unique_ptr<ChildProcess> daemon = start(environment);
+  std::unique_ptr<testing::RunningProgram> daemon = start(environment);
   const std::optional<std::string> told = desktop.line();
   ASSERT_TRUE(told) << "no notification";
   EXPECT_THAT(*told, ::testing::StartsWith("Claude Code: Session at 85"));

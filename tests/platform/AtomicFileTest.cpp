@@ -1,0 +1,77 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <optional>
+#include <set>
+#include <string>
+
+#include "platform/AtomicFile.hpp"
+#include "support/TempDir.hpp"
+
+namespace brimlog {
+namespace {
+
+namespace fs = std::filesystem;
+
+class AtomicFileTest : public testing::TempDirTest {
+ protected:
+  // The names in `folder`, hidden ones included, sorted.
+  static std::string names(const fs::path& folder) {
+    std::set<std::string> found;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+      found.insert(entry.path().filename().string());
+    }
+    std::string joined;
+    for (const std::string& name : found) joined += name + " ";
+    return joined;
+  }
+
+  // What `replace` throws, or nothing.
+  static std::optional<fs::filesystem_error> failure(const fs::path& path) {
+    try {
+      AtomicFile::replace(path, "new");
+    } catch (const fs::filesystem_error& error) {
+      return error;
+    }
+    return std::nullopt;
+  }
+};
+
+TEST_F(AtomicFileTest, ReplacesWholeForTheUserAlone) {
+  const fs::path path = dir() / "state.json";
+  AtomicFile::replace(path, "a longer first text\n");
+  AtomicFile::replace(path, "short");
+  EXPECT_EQ(testing::readFile(path), "short");
+  struct stat status {};
+  ASSERT_EQ(::stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600);
+  EXPECT_EQ(names(dir()), "state.json ");
+}
+
+TEST_F(AtomicFileTest, AFailureNamesThePathAndLeavesTheOldFileAndNoTemporaryFile) {
+  const std::optional<fs::filesystem_error> missing = failure(dir() / "missing" / "state.json");
+  ASSERT_TRUE(missing);
+  EXPECT_EQ(missing->path1(), dir() / "missing" / "state.json");
+  EXPECT_EQ(missing->code(), std::errc::no_such_file_or_directory);
+
+  // A folder standing where the file should be is not replaced.
+  write("blocked/state.json/kept", "x");
+  ASSERT_TRUE(failure(dir() / "blocked" / "state.json"));
+  EXPECT_EQ(names(dir() / "blocked") + names(dir() / "blocked" / "state.json"), "state.json kept ");
+
+  if (::geteuid() != 0) {  // root writes into any folder
+    write("locked/state.json", "old");
+    ::chmod((dir() / "locked").c_str(), 0500);
+    const std::optional<fs::filesystem_error> locked = failure(dir() / "locked" / "state.json");
+    ::chmod((dir() / "locked").c_str(), 0700);
+    ASSERT_TRUE(locked);
+    EXPECT_EQ(locked->code(), std::errc::permission_denied);
+    EXPECT_EQ(testing::readFile(dir() / "locked" / "state.json"), "old");
+    EXPECT_EQ(names(dir() / "locked"), "state.json ");
+  }
+}
+
+}  // namespace
+}  // namespace brimlog
