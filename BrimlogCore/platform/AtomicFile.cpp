@@ -34,14 +34,14 @@ class TemporaryFile {
     if (!renamed_) ::unlink(path_.c_str());
   }
 
-  void write(std::string_view bytes) {
+  void write(std::string_view bytes, bool flush) {
     while (!bytes.empty()) {
       const ssize_t n = ::write(fd_.get(), bytes.data(), bytes.size());
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) fail("Cannot write", path_);
       bytes.remove_prefix(static_cast<size_t>(n));
     }
-    if (::fsync(fd_.get()) != 0) fail("Cannot flush to disk", path_);
+    if (flush && ::fsync(fd_.get()) != 0) fail("Cannot flush to disk", path_);
     // A close that fails can mean that the bytes never reached the disk.
     if (::close(fd_.release()) != 0) fail("Cannot close", path_);
   }
@@ -59,13 +59,16 @@ class TemporaryFile {
 
 }  // namespace
 
-void AtomicFile::replace(const std::filesystem::path& path, std::string_view bytes) {
+void AtomicFile::replace(const std::filesystem::path& path, std::string_view bytes,
+                         Durability durability) {
   const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+  const bool flush = durability == Durability::durable;
   {
     TemporaryFile temporary{folder, path};
-    temporary.write(bytes);
+    temporary.write(bytes, flush);
     temporary.renameTo(path);
   }
+  if (!flush) return;
   // The rename itself is on disk only once the folder is.
   const FileDescriptor directory{::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
   if (!directory) fail("Cannot open the folder", folder);

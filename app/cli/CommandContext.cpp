@@ -5,6 +5,7 @@
 #include "limits/ClaudeConfigCredentialSource.hpp"
 #include "limits/CurlHTTPClient.hpp"
 #include "output/ProgressBar.hpp"
+#include "state/ClaudeCodeReading.hpp"
 #include "store/UsageStore.hpp"
 #include "sync/SnapshotPublisher.hpp"
 #include "sync/StoreIngestSink.hpp"
@@ -52,7 +53,20 @@ IngestResult CommandContext::ingest() {
   for (const SkippedFile& file : result.skipped) {
     fmt::print(stderr, "brimlog: skipped {}: {}\n", file.path, file.reason);
   }
+  takeClaudeCodeReading();
   return result;
+}
+
+void CommandContext::takeClaudeCodeReading() {
+  if (!settings_.sharedDir) return;
+  const fs::path statePath = RefreshState::pathFor(settings_.database);
+  RefreshState state = RefreshState::load(statePath);
+  if (!ClaudeCodeReading::takeInto(*store(), state, *settings_.sharedDir)) return;
+  try {
+    state.save(statePath);
+  } catch (const fs::filesystem_error& error) {
+    fmt::print(stderr, "brimlog: {}\n", error.what());
+  }
 }
 
 std::vector<FetchOutcome> CommandContext::fetchLimits(LimitsEndpoints endpoints, bool force) {

@@ -37,7 +37,8 @@ class CommandContext {
   std::optional<SyncLock> lockForSync(std::optional<int> inherited = std::nullopt);
 
   /// One pass over the logs into the store, with a progress line on a terminal; files that
-  /// could not be read are told on standard error.
+  /// could not be read are told on standard error. Claude's limits as Claude Code last handed
+  /// them to the status line are taken in too.
   IngestResult ingest();
 
   /// Asks the tools whose limits are due (all of them when `force`) and keeps the timing for
@@ -53,6 +54,8 @@ class CommandContext {
   Snapshot refresh(bool offline);
 
  private:
+  void takeClaudeCodeReading();
+
   std::FILE* out_;
   HostSettings settings_;
   std::shared_ptr<UsageStore> store_;

@@ -13,6 +13,7 @@
 #include "output/Terminal.hpp"
 #include "output/TextTable.hpp"
 #include "state/BackgroundSync.hpp"
+#include "state/ClaudeCodeReading.hpp"
 #include "store/PriceTable.hpp"
 #include "store/UsageStore.hpp"
 #include "store/UsageSummary.hpp"
@@ -159,7 +160,16 @@ int Commands::line(const LineOptions& options) {
   std::optional<ClaudeCodeStatus> input;
   if (options.format == StatusLine::Format::claudeCode && options.input != nullptr &&
       !Terminal::isTerminal(options.input)) {
-    input = ClaudeCodeStatus::parse(readInput(options.input));
+    input = ClaudeCodeStatus::parse(readInput(options.input), settings.now);
+  }
+  if (input && !input->limits.empty() && settings.sharedDir) {
+    // For the next pass, which stores it and shows it everywhere else; the line stands either way.
+    try {
+      std::filesystem::create_directories(*settings.sharedDir);
+      ClaudeCodeReading{settings.now, input->limits}.handOver(*settings.sharedDir);
+    } catch (const std::exception& error) {
+      fmt::print(stderr, "brimlog: cannot keep Claude Code's limits: {}\n", error.what());
+    }
   }
   const StatusLine line{options.format, options.provider, !settings.noColor};
   fmt::print(context_.out(), "{}", line.render(snapshot, settings.now, input));

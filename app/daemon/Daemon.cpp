@@ -22,6 +22,7 @@
 #include "limits/ClaudeConfigCredentialSource.hpp"
 #include "limits/CurlHTTPClient.hpp"
 #include "platform/NotificationCenter.hpp"
+#include "state/ClaudeCodeReading.hpp"
 #include "state/DaemonLock.hpp"
 #include "store/UsageStore.hpp"
 #include "sync/LimitsFetcher.hpp"
@@ -111,6 +112,10 @@ struct Daemon::Loop {
     const IngestResult result = ingestor.run(now);
     lastPass = now;
     passWanted = false;
+    if (settings.sharedDir && ClaudeCodeReading::takeInto(*store, refresh, *settings.sharedDir)) {
+      changed = true;
+      saveRefresh();
+    }
     if (result.totalNewEvents() > 0) {
       changed = true;
       say("{} new {} ({}) from {} {}", result.totalNewEvents(),
@@ -176,11 +181,15 @@ struct Daemon::Loop {
       tellDesktop(id, limits);
       changed = true;
       it = fetches.erase(it);
-      try {
-        refresh.save(refreshPath);
-      } catch (const std::filesystem::filesystem_error& error) {
-        say("{}", error.what());
-      }
+      saveRefresh();
+    }
+  }
+
+  void saveRefresh() {
+    try {
+      refresh.save(refreshPath);
+    } catch (const std::filesystem::filesystem_error& error) {
+      say("{}", error.what());
     }
   }
 

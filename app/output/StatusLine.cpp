@@ -148,6 +148,21 @@ std::string waybarObject(const std::optional<Snapshot>& snapshot, Date now,
   return object.dump();
 }
 
+// The snapshot with Claude's windows as Claude Code just reported them: fresher than any the
+// snapshot holds, whatever their age there.
+Snapshot withClaudeLimits(Snapshot snapshot, const std::vector<LimitWindow>& limits) {
+  auto claude =
+      std::find_if(snapshot.providers.begin(), snapshot.providers.end(),
+                   [](const Snapshot::Provider& p) { return p.id == ProviderID::claude; });
+  if (claude == snapshot.providers.end()) {
+    claude = snapshot.providers.insert(snapshot.providers.begin(), Snapshot::Provider{});
+    claude->id = ProviderID::claude;
+  }
+  claude->windows = limits;
+  claude->status = ProviderStatus::ok;
+  return snapshot;
+}
+
 }  // namespace
 
 std::optional<StatusLine::Format> StatusLine::formatNamed(std::string_view name) {
@@ -185,7 +200,12 @@ std::string StatusLine::render(const std::optional<Snapshot>& snapshot, Date now
       break;
   }
   const ColorMarkup markup{kind};
-  if (snapshot) {
+  if (snapshot && format == Format::claudeCode && input && !input->limits.empty()) {
+    for (std::string& part :
+         snapshotParts(markup, withClaudeLimits(*snapshot, input->limits), now, only)) {
+      parts.push_back(std::move(part));
+    }
+  } else if (snapshot) {
     for (std::string& part : snapshotParts(markup, *snapshot, now, only)) {
       parts.push_back(std::move(part));
     }

@@ -62,13 +62,15 @@ class BrimlogCommandTest : public testing::TempDirTest {
   // Runs brimlog with the arguments (and environment assignments, "NAME=value"), standard error
   // folded into standard output.
   CommandRun brimlog(const std::vector<std::string>& arguments,
-                     const std::vector<std::string>& environment = {}) {
+                     const std::vector<std::string>& environment = {},
+                     const std::optional<fs::path>& input = std::nullopt) {
     std::string command = "exec env";
     for (const std::string& assignment : environment)
       command.append(" ").append(quoted(assignment));
     command.append(" ").append(quoted(BRIMLOG_BINARY));
     for (const std::string& argument : arguments) command.append(" ").append(quoted(argument));
     command.append(" 2>&1");
+    if (input) command.append(" <").append(quoted(input->string()));
     testing::RunningProgram::Result result =
         testing::RunningProgram::run({"/bin/sh", "-c", command});
     return {result.exitStatus, result.output};
@@ -340,6 +342,47 @@ TEST_F(BrimlogCommandTest, LinePrintsFromTheSnapshotAloneAndAlwaysSucceeds) {
   CommandRun codex = brimlog({"line", "--provider", "codex", "--db", db().string(), "--shared-dir",
                               shared(), "--now", "2026-10-29T12:20:00Z"});
   EXPECT_EQ(codex.output, "Codex Weekly 99% left · 5d 21h · today ~$8.85\n");
+}
+
+// Claude Code's own limits, handed to the status line on standard input: shown at once, handed
+// over once per new reading, stored by the next sync, and standing for a fetch while fresh.
+TEST_F(BrimlogCommandTest, ClaudeCodesOwnLimitsStandForAFetchWhileFresh) {
+  fs::create_directories(home() / ".claude/projects");
+  write("home/.claude/.credentials.json",
+        R"({"claudeAiOauth":{"accessToken":"t","expiresAt":4102444800000}})");
+  fs::create_directories(db().parent_path());
+  SnapshotStore{shared()}.write(Snapshot::placeholder());
+  // 2026-11-20T15:00:00Z and 2026-11-24T09:00:00Z.
+  write("input.json", R"({"model":{"display_name":"Opus"},"rate_limits":{)"
+                      R"("five_hour":{"used_percentage":42.3,"resets_at":1795186800},)"
+                      R"("seven_day":{"used_percentage":85.7,"resets_at":1795510800}}})");
+  const fs::path handedOver = fs::path(shared()) / "claude-code-limits.json";
+  {
+    const std::optional<SyncLock> running = SyncLock::tryAcquire(db());  // no background sync
+    const CommandRun line = brimlog(withHome({"line", "--format", "claude-code"}), {"NO_COLOR=1"},
+                                    dir() / "input.json");
+    EXPECT_EQ(line.status, 0) << line.output;
+    EXPECT_THAT(line.output, HasSubstr("Claude Weekly 14% left"));
+    struct stat first {
+    }, second{};
+    ASSERT_EQ(::stat(handedOver.c_str(), &first), 0);
+    brimlog(withHome({"line", "--format", "claude-code"}), {}, dir() / "input.json");
+    ASSERT_EQ(::stat(handedOver.c_str(), &second), 0);
+    EXPECT_EQ(first.st_ino, second.st_ino) << "the same reading was handed over twice";
+  }
+
+  testing::StubHTTPServer claude{"/api/oauth/usage"};
+  const CommandRun sync = brimlog(
+      withHome({"sync"}), {"BRIMLOG_CLAUDE_USAGE_URL=" + claude.url(), "CLAUDE_CONFIG_DIR="});
+  EXPECT_EQ(sync.status, 0) << sync.output;
+  EXPECT_EQ(claude.requests().size(), 0u);
+  const CommandRun shown = brimlog(withHome({"limits", "--json"}));
+  const ProviderLimits limits =
+      ProviderLimits::fromJson(Json::parse(shown.output)["claude"], DateForm::iso8601);
+  ASSERT_EQ(limits.windows.size(), 2u);
+  EXPECT_DOUBLE_EQ(limits.windows[0].usedFraction, 0.423);
+  EXPECT_DOUBLE_EQ(limits.windows[1].usedFraction, 0.857);
+  EXPECT_EQ(limits.status, ProviderStatus::ok);
 }
 
 // Two syncs at once: the second waits for the first's writes and counts what is still new.

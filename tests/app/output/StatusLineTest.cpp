@@ -57,8 +57,8 @@ TEST_F(StatusLineTest, DrawsEachFormatAsExpected) {
                 3.1)},
       {"no snapshot", std::nullopt},
   };
-  const std::optional<ClaudeCodeStatus> input =
-      ClaudeCodeStatus::parse(testing::readFile(testing::dataPath("app/claude-code-status.json")));
+  const std::optional<ClaudeCodeStatus> input = ClaudeCodeStatus::parse(
+      testing::readFile(testing::dataPath("app/claude-code-status.json")), kNow);
   const SnapshotStore store{dir() / "shared"};
   for (const auto& [format, file] : {std::pair{StatusLine::Format::plain, "line-plain.txt"},
                                      {StatusLine::Format::claudeCode, "line-claude-code.txt"},

@@ -7,8 +7,8 @@
 
 #include <array>
 
-#include "RefreshState.hpp"
 #include "platform/WholeFile.hpp"
+#include "state/RefreshState.hpp"
 #include "support/TempDir.hpp"
 
 namespace brimlog {
