@@ -122,12 +122,13 @@ std::vector<FetchOutcome> Commands::fetchLimits(LimitsEndpoints endpoints, bool 
   LimitsFetcher fetcher{store(), settings_.tools,
                         std::make_shared<ClaudeConfigCredentialSource>(settings_.tools.claudeDirs),
                         std::make_shared<CurlHTTPClient>(), std::move(endpoints)};
-  const std::filesystem::path statePath = RefreshState::pathFor(settings_.database);
+  const std::filesystem::path statePath = RefreshState::pathIn(settings_.stateFolder);
   RefreshState state = RefreshState::load(statePath);
   std::vector<FetchOutcome> outcomes = fetcher.run(settings_.now, state, force);
   try {
+    settings_.prepareStateFolder();
     state.save(statePath);
-  } catch (const std::filesystem::filesystem_error& error) {
+  } catch (const std::exception& error) {
     // The limits are stored; only the timing of the next run is lost.
     fmt::print(stderr, "brimlog: {}\n", error.what());
   }
@@ -324,7 +325,7 @@ int Commands::status(const StatusOptions& options) {
 }
 
 int Commands::line(const LineOptions& options) {
-  const std::optional<Snapshot> snapshot = SnapshotStore{settings_.sharedDir}.read();
+  const std::optional<Snapshot> snapshot = SnapshotStore{settings_.stateFolder}.read();
   std::optional<ClaudeCodeStatus> input;
   if (options.format == StatusLine::Format::claudeCode && options.input != nullptr &&
       ::isatty(::fileno(options.input)) == 0) {
@@ -340,10 +341,9 @@ int Commands::line(const LineOptions& options) {
   // A bar shows what we print, never an error box: a sync that cannot start is told on standard
   // error alone, and the line stands.
   try {
-    std::vector<std::string> arguments = {"--home", settings_.home.string(), "--db",
-                                          settings_.database.string()};
-    if (settings_.sharedDir)
-      arguments.insert(arguments.end(), {"--shared-dir", settings_.sharedDir->string()});
+    std::vector<std::string> arguments = {"--home",       settings_.home.string(),
+                                          "--db",         settings_.database.string(),
+                                          "--shared-dir", settings_.stateFolder.string()};
     if (options.zone) arguments.insert(arguments.end(), {"--tz", *options.zone});
     arguments.push_back("sync");
     settings_.prepareDatabaseDirectory();

@@ -251,6 +251,7 @@ Daemon::~Daemon() = default;
 
 int Daemon::run() {
   settings_.prepareDatabaseDirectory();
+  settings_.prepareStateFolder();
   const std::optional<DaemonLock> lock = DaemonLock::acquire(settings_.database);
   if (!lock) {
     const std::optional<pid_t> holder = DaemonLock::holder(settings_.database);
@@ -271,7 +272,7 @@ int Daemon::run() {
 
   Loop loop{settings_, options_};
   loop.store = std::make_shared<UsageStore>(settings_.database);
-  loop.refreshPath = RefreshState::pathFor(settings_.database);
+  loop.refreshPath = RefreshState::pathIn(settings_.stateFolder);
   loop.refresh = RefreshState::load(loop.refreshPath);
   if (endpoints) {
     loop.providers =
@@ -284,7 +285,7 @@ int Daemon::run() {
     std::string why;
     loop.notifier = DesktopNotifier::connect(settings_.sessionBusAddress, &why);
     if (loop.notifier) {
-      loop.alerts.emplace(settings_.database.string() + ".alerts.json");
+      loop.alerts.emplace(settings_.stateFolder / "alerts.json");
     } else {
       say("no desktop notifications: {}", why);
     }
@@ -299,9 +300,8 @@ int Daemon::run() {
       });
 
   say("started: database {}, snapshot in {}, {} log folders ({} watched), a pass every {:g} s{}",
-      settings_.database.string(),
-      settings_.sharedDir ? settings_.sharedDir->string() : std::string("(no shared folder)"),
-      roots.size(), watcher.watchCount(), options_.interval, options_.offline ? ", offline" : "");
+      settings_.database.string(), settings_.stateFolder.string(), roots.size(),
+      watcher.watchCount(), options_.interval, options_.offline ? ", offline" : "");
 
   // At start: a pass, the fetches the timing allows, the snapshot.
   Date now = currentDate();

@@ -48,11 +48,7 @@ RefreshState RefreshState::fromJson(const Json& json) {
   return state;
 }
 
-fs::path RefreshState::pathFor(const fs::path& database) {
-  fs::path path = database;
-  path += ".refresh.json";
-  return path;
-}
+fs::path RefreshState::pathIn(const fs::path& stateFolder) { return stateFolder / "refresh.json"; }
 
 RefreshState RefreshState::load(const fs::path& path) {
   try {

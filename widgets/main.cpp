@@ -15,7 +15,7 @@
 #include "display/WidgetDisplay.hpp"
 #include "platform/AppVersion.hpp"
 #include "platform/NotificationCenter.hpp"
-#include "platform/SharedDirectory.hpp"
+#include "platform/StateFolder.hpp"
 #include "server/WidgetPage.hpp"
 #include "server/WidgetServer.hpp"
 #include "timeline/BrimlogWidgets.hpp"
@@ -33,11 +33,11 @@ std::optional<std::string> environment(const char* name) {
   return value ? std::optional<std::string>(value) : std::nullopt;
 }
 
-// The folder the host writes the snapshot into, found from the same variables as the host does.
-std::optional<std::filesystem::path> sharedDirectory(const std::string& given) {
-  if (!given.empty()) return std::filesystem::absolute(given);
-  return SharedDirectory::forGroup(SnapshotStore::appGroup, environment("XDG_DATA_HOME"),
-                                   environment("HOME"));
+// The folder the host writes the snapshot into, found by the same rule as the host does.
+std::optional<std::filesystem::path> stateFolder(const std::string& given) {
+  return StateFolder::locate({.sharedDir = given,
+                              .xdgStateHome = environment("XDG_STATE_HOME"),
+                              .home = environment("HOME")});
 }
 
 NotificationCenter notifications() {
@@ -52,15 +52,15 @@ int serve(int port, const std::string& shared) {
   sigaddset(&stopSignals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
-  const std::optional<std::filesystem::path> folder = sharedDirectory(shared);
+  const std::optional<std::filesystem::path> folder = stateFolder(shared);
   WidgetServer server{folder, notifications()};
   const int bound = server.bind(port);
   fmt::print("Widgets at http://127.0.0.1:{}/ (Ctrl-C stops)\n", bound);
   if (!folder) {
     fmt::print(stderr,
-               "brimlog-widgets: no shared folder (set HOME or XDG_DATA_HOME, or give "
+               "brimlog-widgets: no state folder (set HOME or XDG_STATE_HOME, or give "
                "--shared-dir): the widgets show their empty state\n");
-  } else if (!std::filesystem::exists(*folder / "snapshot.json")) {
+  } else if (!std::filesystem::exists(SnapshotStore{folder}.file())) {
     fmt::print(stderr, "brimlog-widgets: no snapshot in {} yet; `brimlog` writes one\n",
                folder->string());
   }
@@ -100,7 +100,7 @@ int render(const std::string& kind, const std::string& providerName, bool previe
     now = *parsed;
   }
   const auto clock = [now] { return now; };
-  const std::optional<std::filesystem::path> folder = sharedDirectory(shared);
+  const std::optional<std::filesystem::path> folder = stateFolder(shared);
   // One entry: the gallery's in preview, else the first of the timeline, the one shown now.
   SnapshotEntry entry =
       description->configurable
@@ -124,8 +124,8 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   std::string shared;
   const char* sharedHelp =
-      "The folder holding snapshot.json (default: "
-      "$XDG_DATA_HOME/brimlog/containers/K7QX2M9T4B.app.brimlog, else under ~/.local/share)";
+      "The state folder that brimlog writes snapshot.json into: brimlog's --shared-dir, or the "
+      "folder of its --db (default: $XDG_STATE_HOME/brimlog, else ~/.local/state/brimlog)";
 
   int port = 8717;
   CLI::App* serveCommand = app.add_subcommand("serve", "Serve the widgets until Ctrl-C");

@@ -194,7 +194,7 @@ TEST_F(DaemonTest, TellsTheDesktopOnceAcrossRestarts) {
   EXPECT_EQ(stop(*daemon).exitStatus, 0);
 
   // Forget the fetch timing, so the restart asks again and gets the same answer.
-  fs::remove(RefreshState::pathFor(dir() / "db" / "usage.db"));
+  fs::remove(RefreshState::pathIn(shared()));
   daemon = start(environment);
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   while (claude.requests().size() < 2 && std::chrono::steady_clock::now() < deadline) {

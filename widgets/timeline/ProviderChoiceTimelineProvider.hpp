@@ -13,16 +13,16 @@ namespace brimlog {
 
 /// Answers the small widget, set up with `ProviderChoiceIntent`: its entries name the chosen
 /// provider. Keeps nothing between requests: each one reads the snapshot file anew from the
-/// shared folder and reads the clock once, at its start. Never writes, never throws for a
+/// state folder and reads the clock once, at its start. Never writes, never throws for a
 /// missing or unusable file, and may be called from several threads at once.
 ///
-///     const ProviderChoiceTimelineProvider provider{sharedDirectory};
+///     const ProviderChoiceTimelineProvider provider{stateFolder};
 ///     Timeline t = provider.timeline(intent.provider);  // reloads at the latest in 15 minutes
 class ProviderChoiceTimelineProvider {
  public:
-  /// `sharedDirectory` is the folder that holds "snapshot.json", as `SnapshotStore` takes it
-  /// (nothing: no shared folder, so no snapshot).
-  explicit ProviderChoiceTimelineProvider(std::optional<std::filesystem::path> sharedDirectory,
+  /// `stateFolder` is the folder that holds "snapshot.json", as `SnapshotStore` takes it
+  /// (nothing: no state folder, so no snapshot).
+  explicit ProviderChoiceTimelineProvider(std::optional<std::filesystem::path> stateFolder,
                                           std::function<Date()> clock = currentDate);
 
   /// The sample for `claude`, whatever the widget is set to show.
@@ -39,7 +39,7 @@ class ProviderChoiceTimelineProvider {
   Timeline timeline(ProviderChoice choice) const;
 
  private:
-  std::optional<std::filesystem::path> sharedDirectory_;
+  std::optional<std::filesystem::path> stateFolder_;
   std::function<Date()> clock_;
 };
 
