@@ -26,7 +26,7 @@
 #include "limits/ClaudeConfigCredentialSource.hpp"
 #include "limits/CurlHTTPClient.hpp"
 #include "limits/RefreshPolicy.hpp"
-#include "platform/NotificationCenter.hpp"
+#include "platform/RefreshRequest.hpp"
 #include "store/UsageStore.hpp"
 
 namespace brimlog {
@@ -90,7 +90,6 @@ struct Daemon::Loop {
   DaemonOptions options;
   std::shared_ptr<UsageStore> store;
   Wakeup wakeup;
-  std::atomic<bool> refreshRequested{false};
   std::vector<std::unique_ptr<LimitsProvider>> providers;
   std::vector<Fetch> fetches;
   RefreshState refresh;
@@ -259,6 +258,13 @@ int Daemon::run() {
         "another brimlog daemon{} is already running on {}; stop it first",
         holder ? fmt::format(" (process {})", *holder) : "", settings_.database.string()));
   }
+  // The widgets' refresh requests: listened for from here on, answered by the first pass.
+  std::optional<RefreshRequest::Listener> listener = RefreshRequest::listen(settings_.stateFolder);
+  if (!listener) {
+    throw CommandError(fmt::format(
+        "another brimlog daemon answers the widgets in {}; stop it or give --shared-dir",
+        settings_.stateFolder.string()));
+  }
   std::optional<LimitsEndpoints> endpoints;
   if (!options_.offline) endpoints = LimitsEndpoints::from(settings_);
 
@@ -292,12 +298,6 @@ int Daemon::run() {
   }
   const std::vector<std::filesystem::path> roots = settings_.tools.possibleLogRoots();
   LogWatcher watcher{roots};
-  const NotificationCenter center{settings_.notificationRoot};
-  const NotificationCenter::Observation observation =
-      center.observe("app.brimlog.refresh", [&loop] {
-        loop.refreshRequested = true;
-        loop.wakeup.wake();
-      });
 
   say("started: database {}, snapshot in {}, {} log folders ({} watched), a pass every {:g} s{}",
       settings_.database.string(), settings_.stateFolder.string(), roots.size(),
@@ -312,22 +312,21 @@ int Daemon::run() {
   loop.publishIfDue(now);
 
   for (;;) {
-    pollfd ready[] = {
-        {signals.get(), POLLIN, 0}, {watcher.fd(), POLLIN, 0}, {loop.wakeup.fd(), POLLIN, 0}};
-    if (::poll(ready, 3, loop.timeout(currentDate())) < 0 && errno != EINTR) {
+    pollfd ready[] = {{signals.get(), POLLIN, 0},
+                      {watcher.fd(), POLLIN, 0},
+                      {loop.wakeup.fd(), POLLIN, 0},
+                      {listener->fd(), POLLIN, 0}};
+    if (::poll(ready, 4, loop.timeout(currentDate())) < 0 && errno != EINTR) {
       throw std::system_error(errno, std::generic_category(), "poll");
     }
     if (ready[0].revents & POLLIN) break;
     if ((ready[1].revents & POLLIN) && watcher.drain()) loop.passWanted = true;
-    bool buttonPressed = false;
-    if (ready[2].revents & POLLIN) {
-      loop.wakeup.clear();
-      buttonPressed = loop.refreshRequested.exchange(false);
-      if (buttonPressed) {
-        // The widgets asked: whatever the pass finds, a new snapshot says the data is current.
-        say("refresh asked for by the widgets");
-        loop.changed = true;
-      }
+    if (ready[2].revents & POLLIN) loop.wakeup.clear();
+    const bool buttonPressed = (ready[3].revents & POLLIN) && listener->take();
+    if (buttonPressed) {
+      // The widgets asked: whatever the pass finds, a new snapshot says the data is current.
+      say("refresh asked for by the widgets");
+      loop.changed = true;
     }
 
     // Every step below takes the same `now`: the pass, the fetches and the snapshot agree.

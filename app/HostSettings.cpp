@@ -8,7 +8,6 @@
 #include <cstring>
 #include <vector>
 
-#include "platform/NotificationCenter.hpp"
 #include "platform/StateFolder.hpp"
 
 namespace brimlog {
@@ -88,7 +87,6 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
     settings.now = currentDate();
   }
 
-  settings.notificationRoot = NotificationCenter::defaultRoot(environment("XDG_RUNTIME_DIR"));
   const std::optional<std::string> noColor = environment("NO_COLOR");
   settings.noColor = noColor && !noColor->empty();
 

@@ -50,9 +50,6 @@ struct HostSettings {
   /// and the refresh requests. --shared-dir, else the folder of a database given with --db
   /// other than the default, else ${XDG_STATE_HOME:-$HOME/.local/state}/brimlog.
   std::filesystem::path stateFolder;
-  /// Where notifications between the user's processes meet (the widgets' refresh button):
-  /// $XDG_RUNTIME_DIR/brimlog/notifications, else a private folder under /tmp.
-  std::filesystem::path notificationRoot;
   /// NO_COLOR is set (to anything but the empty text): draw without colours.
   bool noColor = false;
   /// The brimlog executable, started again for background syncs.

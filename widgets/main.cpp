@@ -14,7 +14,6 @@
 #include "display/SnapshotStore.hpp"
 #include "display/WidgetDisplay.hpp"
 #include "platform/AppVersion.hpp"
-#include "platform/NotificationCenter.hpp"
 #include "platform/StateFolder.hpp"
 #include "server/WidgetPage.hpp"
 #include "server/WidgetServer.hpp"
@@ -40,10 +39,6 @@ std::optional<std::filesystem::path> stateFolder(const std::string& given) {
                               .home = environment("HOME")});
 }
 
-NotificationCenter notifications() {
-  return NotificationCenter{NotificationCenter::defaultRoot(environment("XDG_RUNTIME_DIR"))};
-}
-
 int serve(int port, const std::string& shared) {
   // Ctrl-C and SIGTERM end the server from a thread of their own, so that it stops cleanly.
   sigset_t stopSignals;
@@ -53,7 +48,7 @@ int serve(int port, const std::string& shared) {
   pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
   const std::optional<std::filesystem::path> folder = stateFolder(shared);
-  WidgetServer server{folder, notifications()};
+  WidgetServer server{folder};
   const int bound = server.bind(port);
   fmt::print("Widgets at http://127.0.0.1:{}/ (Ctrl-C stops)\n", bound);
   if (!folder) {
@@ -150,8 +145,9 @@ int main(int argc, char** argv) {
 
   CLI::App* refreshCommand =
       app.add_subcommand("refresh",
-                         "Ask a running Brimlog to fetch fresh data, as the widgets' "
-                         "refresh button does");
+                         "Ask the running Brimlog daemon to fetch fresh data, as the widgets' "
+                         "refresh button does; fails when none is running");
+  refreshCommand->add_option("--shared-dir", shared, sharedHelp)->type_name("DIR");
 
   try {
     app.parse(argc, argv);
@@ -162,8 +158,13 @@ int main(int argc, char** argv) {
     if (serveCommand->parsed()) return serve(port, shared);
     if (renderCommand->parsed()) return render(kind, provider, preview, now, shared);
     if (refreshCommand->parsed()) {
-      RefreshIntent{}.perform(notifications());
-      fmt::print("Asked Brimlog to refresh; the widgets show the new data once it is written.\n");
+      if (!RefreshIntent{}.perform(stateFolder(shared))) {
+        fmt::print(stderr, "brimlog-widgets: {}\n", RefreshIntent::nobodyListening);
+        return 1;
+      }
+      fmt::print(
+          "Asked the Brimlog daemon to refresh; the widgets show the new data once it is "
+          "written.\n");
       return 0;
     }
   } catch (const std::exception& error) {

@@ -1,5 +1,5 @@
-// `brimlog daemon` as a real process on a temporary home: the watch, the refresh button, a clean
-// stop, a restart, and one daemon per database.
+// `brimlog daemon` as a real process on a temporary home: the watch, the refresh button
+// (`brimlog-widgets refresh`), a clean stop, a restart, and one daemon per database.
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -15,7 +15,6 @@
 #include "RefreshState.hpp"
 #include "display/SnapshotStore.hpp"
 #include "platform/ChildProcess.hpp"
-#include "platform/NotificationCenter.hpp"
 #include "support/RunningProgram.hpp"
 #include "support/StubHTTPServer.hpp"
 #include "support/TempDir.hpp"
@@ -51,19 +50,24 @@ class DaemonTest : public testing::TempDirTest {
  protected:
   fs::path home() const { return dir() / "home"; }
   fs::path shared() const { return dir() / "shared"; }
-  fs::path runtime() const { return dir() / "run"; }
 
   // The daemon on the temporary home, offline unless `environment` ("NAME=value ...") says
   // where the services and the session bus are.
   std::unique_ptr<ChildProcess> start(const std::string& environment = "") {
-    fs::create_directories(runtime());
-    fs::permissions(runtime(), fs::perms::owner_all);
-    const std::string command =
-        "exec env XDG_RUNTIME_DIR='" + runtime().string() + "' " + environment + " '" +
-        BRIMLOG_BINARY + "' daemon " + (environment.empty() ? "--offline " : "") +
-        "--interval 3600 --home '" + home().string() + "' --db '" +
-        (dir() / "db" / "usage.db").string() + "' --shared-dir '" + shared().string() + "' 2>&1";
+    const std::string command = "exec env " + environment + " '" + BRIMLOG_BINARY + "' daemon " +
+                                (environment.empty() ? "--offline " : "") +
+                                "--interval 3600 --home '" + home().string() + "' --db '" +
+                                (dir() / "db" / "usage.db").string() + "' --shared-dir '" +
+                                shared().string() + "' 2>&1";
     return std::make_unique<ChildProcess>("/bin/sh", std::vector<std::string>{"-c", command});
+  }
+
+  // What the widgets' refresh button does, from the command line.
+  ChildProcess::Result refresh() const {
+    return ChildProcess::run("/bin/sh",
+                             {"-c", std::string("exec '") + BRIMLOG_WIDGETS_BINARY +
+                                        "' refresh --shared-dir '" + shared().string() + "' 2>&1"},
+                             Seconds{30});
   }
 
   static ChildProcess::Result stop(ChildProcess& daemon) {
@@ -133,8 +137,9 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
 
   // The widgets' refresh button: a pass and a new snapshot at once.
   std::this_thread::sleep_for(std::chrono::milliseconds(1100));  // a later whole second
-  NotificationCenter{NotificationCenter::defaultRoot(runtime().string())}.post(
-      "app.brimlog.refresh");
+  const ChildProcess::Result asked = refresh();
+  EXPECT_EQ(asked.exitStatus, 0) << asked.output;
+  EXPECT_THAT(asked.output, HasSubstr("Asked the Brimlog daemon to refresh"));
   const std::optional<Snapshot> refreshed =
       awaitSnapshot([&](const Snapshot& s) { return s.generatedAt > followed->generatedAt; });
   ASSERT_TRUE(refreshed);
@@ -155,6 +160,13 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
   EXPECT_EQ(stopped.exitStatus, 0);
   EXPECT_THAT(stopped.output, HasSubstr("brimlog daemon: started"));
   EXPECT_THAT(stopped.output, HasSubstr("refresh asked for by the widgets"));
+
+  // With no daemon the button says so in one line, and fails.
+  const ChildProcess::Result unheard = refresh();
+  EXPECT_EQ(unheard.exitStatus, 1);
+  EXPECT_EQ(unheard.output,
+            "brimlog-widgets: no Brimlog daemon is running to refresh; start one with `brimlog "
+            "daemon` or the systemd user unit contrib/brimlog.service\n");
 
   // A restart counts nothing again.
   const int64_t before = tokens(*refreshed, ProviderID::claude);

@@ -34,10 +34,10 @@ TEST(BrimlogWidgetsTest, KindsNamesAndTextsTowardsTheSystem) {
   EXPECT_EQ(picker, "claude=Claude/claude codex=Codex/codex grok=Grok/grok cursor=Cursor/cursor ");
   EXPECT_EQ(ProviderChoice::fromRawValue("Claude"), std::nullopt);
 
-  EXPECT_EQ(fmt::format("{}|{}|{}|{}|{}|{}", BrimlogWidgets::openURL, RefreshIntent::title,
-                        RefreshIntent::notificationName, ProviderChoiceIntent::title,
-                        ProviderChoiceIntent::providerTitle, ProviderChoice::typeDisplayName),
-            "brimlog://open|Refresh Brimlog|app.brimlog.refresh|Provider|Provider|Provider");
+  EXPECT_EQ(fmt::format("{}|{}|{}|{}|{}", BrimlogWidgets::openURL, RefreshIntent::title,
+                        ProviderChoiceIntent::title, ProviderChoiceIntent::providerTitle,
+                        ProviderChoice::typeDisplayName),
+            "brimlog://open|Refresh Brimlog|Provider|Provider|Provider");
 }
 
 }  // namespace
