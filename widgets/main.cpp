@@ -14,8 +14,7 @@
 #include "display/SnapshotStore.hpp"
 #include "display/WidgetDisplay.hpp"
 #include "platform/AppVersion.hpp"
-#include "platform/NotificationCenter.hpp"
-#include "platform/SharedDirectory.hpp"
+#include "platform/StateFolder.hpp"
 #include "server/WidgetPage.hpp"
 #include "server/WidgetServer.hpp"
 #include "timeline/BrimlogWidgets.hpp"
@@ -33,15 +32,11 @@ std::optional<std::string> environment(const char* name) {
   return value ? std::optional<std::string>(value) : std::nullopt;
 }
 
-// The folder the host writes the snapshot into, found from the same variables as the host does.
-std::optional<std::filesystem::path> sharedDirectory(const std::string& given) {
-  if (!given.empty()) return std::filesystem::absolute(given);
-  return SharedDirectory::forGroup(SnapshotStore::appGroup, environment("XDG_DATA_HOME"),
-                                   environment("HOME"));
-}
-
-NotificationCenter notifications() {
-  return NotificationCenter{NotificationCenter::defaultRoot(environment("XDG_RUNTIME_DIR"))};
+// The folder the host writes the snapshot into, found by the same rule as the host does.
+std::optional<std::filesystem::path> stateFolder(const std::string& given) {
+  return StateFolder::locate({.sharedDir = given,
+                              .xdgStateHome = environment("XDG_STATE_HOME"),
+                              .home = environment("HOME")});
 }
 
 int serve(int port, const std::string& shared) {
@@ -52,15 +47,15 @@ int serve(int port, const std::string& shared) {
   sigaddset(&stopSignals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
-  const std::optional<std::filesystem::path> folder = sharedDirectory(shared);
-  WidgetServer server{folder, notifications()};
+  const std::optional<std::filesystem::path> folder = stateFolder(shared);
+  WidgetServer server{folder};
   const int bound = server.bind(port);
   fmt::print("Widgets at http://127.0.0.1:{}/ (Ctrl-C stops)\n", bound);
   if (!folder) {
     fmt::print(stderr,
-               "brimlog-widgets: no shared folder (set HOME or XDG_DATA_HOME, or give "
+               "brimlog-widgets: no state folder (set HOME or XDG_STATE_HOME, or give "
                "--shared-dir): the widgets show their empty state\n");
-  } else if (!std::filesystem::exists(*folder / "snapshot.json")) {
+  } else if (!std::filesystem::exists(SnapshotStore{folder}.file())) {
     fmt::print(stderr, "brimlog-widgets: no snapshot in {} yet; `brimlog` writes one\n",
                folder->string());
   }
@@ -100,7 +95,7 @@ int render(const std::string& kind, const std::string& providerName, bool previe
     now = *parsed;
   }
   const auto clock = [now] { return now; };
-  const std::optional<std::filesystem::path> folder = sharedDirectory(shared);
+  const std::optional<std::filesystem::path> folder = stateFolder(shared);
   // One entry: the gallery's in preview, else the first of the timeline, the one shown now.
   SnapshotEntry entry =
       description->configurable
@@ -124,8 +119,8 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   std::string shared;
   const char* sharedHelp =
-      "The folder holding snapshot.json (default: "
-      "$XDG_DATA_HOME/brimlog/containers/K7QX2M9T4B.app.brimlog, else under ~/.local/share)";
+      "The state folder that brimlog writes snapshot.json into: brimlog's --shared-dir, or the "
+      "folder of its --db (default: $XDG_STATE_HOME/brimlog, else ~/.local/state/brimlog)";
 
   int port = 8717;
   CLI::App* serveCommand = app.add_subcommand("serve", "Serve the widgets until Ctrl-C");
@@ -150,8 +145,9 @@ int main(int argc, char** argv) {
 
   CLI::App* refreshCommand =
       app.add_subcommand("refresh",
-                         "Ask a running Brimlog to fetch fresh data, as the widgets' "
-                         "refresh button does");
+                         "Ask the running Brimlog daemon to fetch fresh data, as the widgets' "
+                         "refresh button does; fails when none is running");
+  refreshCommand->add_option("--shared-dir", shared, sharedHelp)->type_name("DIR");
 
   try {
     app.parse(argc, argv);
@@ -162,8 +158,13 @@ int main(int argc, char** argv) {
     if (serveCommand->parsed()) return serve(port, shared);
     if (renderCommand->parsed()) return render(kind, provider, preview, now, shared);
     if (refreshCommand->parsed()) {
-      RefreshIntent{}.perform(notifications());
-      fmt::print("Asked Brimlog to refresh; the widgets show the new data once it is written.\n");
+      if (!RefreshIntent{}.perform(stateFolder(shared))) {
+        fmt::print(stderr, "brimlog-widgets: {}\n", RefreshIntent::nobodyListening);
+        return 1;
+      }
+      fmt::print(
+          "Asked the Brimlog daemon to refresh; the widgets show the new data once it is "
+          "written.\n");
       return 0;
     }
   } catch (const std::exception& error) {

@@ -13,8 +13,9 @@ constexpr std::string_view kFileName = "snapshot.json";
 
 }  // namespace
 
-SnapshotStore::StoreError SnapshotStore::StoreError::noContainer() {
-  return {Case::noContainer, "No shared folder for the snapshot: the app group has no container"};
+SnapshotStore::StoreError SnapshotStore::StoreError::noFolder() {
+  return {Case::noFolder,
+          "No state folder for the snapshot (neither HOME nor XDG_STATE_HOME is an absolute path)"};
 }
 
 std::filesystem::path SnapshotStore::file() const {
@@ -22,7 +23,7 @@ std::filesystem::path SnapshotStore::file() const {
 }
 
 void SnapshotStore::write(const Snapshot& snapshot) const {
-  if (!directory_) throw StoreError::noContainer();
+  if (!directory_) throw StoreError::noFolder();
   const std::string bytes = json::dump(snapshot.toJson());
 
   std::error_code error;

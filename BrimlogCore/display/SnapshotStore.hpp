@@ -3,35 +3,28 @@
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
-#include <string_view>
 #include <utility>
 
 #include "display/Snapshot.hpp"
 
 namespace brimlog {
 
-/// Where the snapshot lives: "snapshot.json" directly inside the folder that the host and the
-/// widget process share. The host is its only writer and replaces it whole, atomically; the
-/// widget process reads it on every timeline request, without any lock.
+/// Where the snapshot lives: "snapshot.json" directly inside the state folder that the host and
+/// the widget process both find (`StateFolder`). The host is its only writer and replaces it
+/// whole, atomically; the widget process reads it on every timeline request, without any lock.
 ///
-///     // The host and the widget process both resolve the folder from the same variables:
-///     const SnapshotStore store{SharedDirectory::forGroup(SnapshotStore::appGroup,
-///                                                         environment("XDG_DATA_HOME"),
-///                                                         environment("HOME"))};
+///     const SnapshotStore store{StateFolder::locate({.home = "/home/ada"})};
 ///     store.write(Snapshot::make(summary, limits, ProviderID::allCases, now, calendar));
 ///     std::optional<Snapshot> shown = store.read();  // nothing when there is none to show
 class SnapshotStore {
  public:
-  /// The group whose shared folder holds the file, the same for host and widget process.
-  static constexpr std::string_view appGroup = "K7QX2M9T4B.app.brimlog";
-
   /// A failure of the store itself rather than of the file system or the encoding.
   class StoreError : public std::runtime_error {
    public:
-    enum class Case { noContainer };
+    enum class Case { noFolder };
 
-    /// There is no shared folder to write into (see `SharedDirectory`).
-    static StoreError noContainer();
+    /// There is no state folder to write into (see `StateFolder`).
+    static StoreError noFolder();
 
     Case errorCase() const { return case_; }
     bool operator==(const StoreError& other) const { return case_ == other.case_; }
@@ -44,7 +37,7 @@ class SnapshotStore {
   };
 
   /// `directory` is used as given, nothing is created or checked; nothing means there is no
-  /// shared folder, so that writing fails and reading finds nothing.
+  /// state folder, so that writing fails and reading finds nothing.
   explicit SnapshotStore(std::optional<std::filesystem::path> directory)
       : directory_(std::move(directory)) {}
 
@@ -54,7 +47,7 @@ class SnapshotStore {
   std::filesystem::path file() const;
 
   /// Replaces the file with `snapshot` as compact JSON, in this order: without a directory throws
-  /// `StoreError::noContainer()`; encodes the snapshot, throwing `JsonEncodeError` for a number
+  /// `StoreError::noFolder()`; encodes the snapshot, throwing `JsonEncodeError` for a number
   /// that is not finite; creates the directory and its missing parents; replaces the file with
   /// `AtomicFile::replace` (readable by the user alone). File-system failures throw
   /// std::filesystem::filesystem_error naming the operation and the path. Whatever fails up to

@@ -58,13 +58,12 @@ IngestResult CommandContext::ingest() {
 }
 
 void CommandContext::takeClaudeCodeReading() {
-  if (!settings_.sharedDir) return;
-  const fs::path statePath = RefreshState::pathFor(settings_.database);
+  const fs::path statePath = RefreshState::pathIn(settings_.stateFolder);
   RefreshState state = RefreshState::load(statePath);
-  if (!ClaudeCodeReading::takeInto(*store(), state, *settings_.sharedDir)) return;
+  if (!ClaudeCodeReading::takeInto(*store(), state, settings_.stateFolder)) return;
   try {
     state.save(statePath);
-  } catch (const fs::filesystem_error& error) {
+  } catch (const std::exception& error) {
     fmt::print(stderr, "brimlog: {}\n", error.what());
   }
 }
@@ -73,12 +72,13 @@ std::vector<FetchOutcome> CommandContext::fetchLimits(LimitsEndpoints endpoints,
   LimitsFetcher fetcher{store(), settings_.tools,
                         std::make_shared<ClaudeConfigCredentialSource>(settings_.tools.claudeDirs),
                         std::make_shared<CurlHTTPClient>(), std::move(endpoints)};
-  const fs::path statePath = RefreshState::pathFor(settings_.database);
+  const fs::path statePath = RefreshState::pathIn(settings_.stateFolder);
   RefreshState state = RefreshState::load(statePath);
   std::vector<FetchOutcome> outcomes = fetcher.run(settings_.now, state, force);
   try {
+    settings_.prepareStateFolder();
     state.save(statePath);
-  } catch (const fs::filesystem_error& error) {
+  } catch (const std::exception& error) {
     // The limits are stored; only the timing of the next run is lost.
     fmt::print(stderr, "brimlog: {}\n", error.what());
   }

@@ -20,8 +20,9 @@ std::optional<std::string> given(const CLI::Option* option, const std::string& v
 std::string name(std::string_view option) { return std::string(option); }
 
 constexpr const char* kSharedDirHelp =
-    "Where the snapshot for the widgets is written (default: "
-    "$XDG_DATA_HOME/brimlog/containers/K7QX2M9T4B.app.brimlog, else under ~/.local/share)";
+    "The state folder, which holds the widgets' snapshot and the refresh timing (default: the "
+    "folder of a --db other than the default, else $XDG_STATE_HOME/brimlog, else "
+    "~/.local/state/brimlog)";
 
 // The options every command takes, before or after its name.
 struct SharedOptions {

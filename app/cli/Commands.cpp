@@ -156,17 +156,17 @@ int Commands::status(const StatusOptions& options) {
 
 int Commands::line(const LineOptions& options) {
   const HostSettings& settings = context_.settings();
-  const std::optional<Snapshot> snapshot = SnapshotStore{settings.sharedDir}.read();
+  const std::optional<Snapshot> snapshot = SnapshotStore{settings.stateFolder}.read();
   std::optional<ClaudeCodeStatus> input;
   if (options.format == StatusLine::Format::claudeCode && options.input != nullptr &&
       !Terminal::isTerminal(options.input)) {
     input = ClaudeCodeStatus::parse(readInput(options.input), settings.now);
   }
-  if (input && !input->limits.empty() && settings.sharedDir) {
+  if (input && !input->limits.empty()) {
     // For the next pass, which stores it and shows it everywhere else; the line stands either way.
     try {
-      std::filesystem::create_directories(*settings.sharedDir);
-      ClaudeCodeReading{settings.now, input->limits}.handOver(*settings.sharedDir);
+      settings.prepareStateFolder();
+      ClaudeCodeReading{settings.now, input->limits}.handOver(settings.stateFolder);
     } catch (const std::exception& error) {
       fmt::print(stderr, "brimlog: cannot keep Claude Code's limits: {}\n", error.what());
     }

@@ -21,7 +21,7 @@
 #include "ingest/UsageIngestor.hpp"
 #include "limits/ClaudeConfigCredentialSource.hpp"
 #include "limits/CurlHTTPClient.hpp"
-#include "platform/NotificationCenter.hpp"
+#include "platform/RefreshRequest.hpp"
 #include "state/ClaudeCodeReading.hpp"
 #include "state/DaemonLock.hpp"
 #include "store/UsageStore.hpp"
@@ -90,7 +90,6 @@ struct Daemon::Loop {
   DaemonOptions options;
   std::shared_ptr<UsageStore> store;
   Wakeup wakeup;
-  std::atomic<bool> refreshRequested{false};
   std::vector<std::unique_ptr<LimitsProvider>> providers;
   std::vector<Fetch> fetches;
   RefreshState refresh;
@@ -112,7 +111,7 @@ struct Daemon::Loop {
     const IngestResult result = ingestor.run(now);
     lastPass = now;
     passWanted = false;
-    if (settings.sharedDir && ClaudeCodeReading::takeInto(*store, refresh, *settings.sharedDir)) {
+    if (ClaudeCodeReading::takeInto(*store, refresh, settings.stateFolder)) {
       changed = true;
       saveRefresh();
     }
@@ -259,12 +258,20 @@ Daemon::~Daemon() = default;
 
 int Daemon::run() {
   settings_.prepareDatabaseDirectory();
+  settings_.prepareStateFolder();
   const std::optional<DaemonLock> lock = DaemonLock::acquire(settings_.database);
   if (!lock) {
     const std::optional<pid_t> holder = DaemonLock::holder(settings_.database);
     throw CommandError(fmt::format(
         "another brimlog daemon{} is already running on {}; stop it first",
         holder ? fmt::format(" (process {})", *holder) : "", settings_.database.string()));
+  }
+  // The widgets' refresh requests: listened for from here on, answered by the first pass.
+  std::optional<RefreshRequest::Listener> listener = RefreshRequest::listen(settings_.stateFolder);
+  if (!listener) {
+    throw CommandError(fmt::format(
+        "another brimlog daemon answers the widgets in {}; stop it or give --shared-dir",
+        settings_.stateFolder.string()));
   }
   std::optional<LimitsEndpoints> endpoints;
   if (!options_.offline) endpoints = LimitsEndpoints::from(settings_);
@@ -279,7 +286,7 @@ int Daemon::run() {
 
   Loop loop{settings_, options_};
   loop.store = std::make_shared<UsageStore>(settings_.database);
-  loop.refreshPath = RefreshState::pathFor(settings_.database);
+  loop.refreshPath = RefreshState::pathIn(settings_.stateFolder);
   loop.refresh = RefreshState::load(loop.refreshPath);
   if (endpoints) {
     loop.providers =
@@ -292,24 +299,17 @@ int Daemon::run() {
     std::string why;
     loop.notifier = DesktopNotifier::connect(settings_.sessionBusAddress, &why);
     if (loop.notifier) {
-      loop.alerts.emplace(settings_.database.string() + ".alerts.json");
+      loop.alerts.emplace(settings_.stateFolder / "alerts.json");
     } else {
       say("no desktop notifications: {}", why);
     }
   }
   const std::vector<std::filesystem::path> roots = settings_.tools.possibleLogRoots();
   LogWatcher watcher{roots};
-  const NotificationCenter center{settings_.notificationRoot};
-  const NotificationCenter::Observation observation =
-      center.observe("app.brimlog.refresh", [&loop] {
-        loop.refreshRequested = true;
-        loop.wakeup.wake();
-      });
 
   say("started: database {}, snapshot in {}, {} log folders ({} watched), a pass every {:g} s{}",
-      settings_.database.string(),
-      settings_.sharedDir ? settings_.sharedDir->string() : std::string("(no shared folder)"),
-      roots.size(), watcher.watchCount(), options_.interval, options_.offline ? ", offline" : "");
+      settings_.database.string(), settings_.stateFolder.string(), roots.size(),
+      watcher.watchCount(), options_.interval, options_.offline ? ", offline" : "");
 
   // At start: a pass, the fetches the timing allows, the snapshot.
   Date now = currentDate();
@@ -320,22 +320,21 @@ int Daemon::run() {
   loop.publishIfDue(now);
 
   for (;;) {
-    pollfd ready[] = {
-        {signals.get(), POLLIN, 0}, {watcher.fd(), POLLIN, 0}, {loop.wakeup.fd(), POLLIN, 0}};
-    if (::poll(ready, 3, loop.timeout(currentDate())) < 0 && errno != EINTR) {
+    pollfd ready[] = {{signals.get(), POLLIN, 0},
+                      {watcher.fd(), POLLIN, 0},
+                      {loop.wakeup.fd(), POLLIN, 0},
+                      {listener->fd(), POLLIN, 0}};
+    if (::poll(ready, 4, loop.timeout(currentDate())) < 0 && errno != EINTR) {
       throw std::system_error(errno, std::generic_category(), "poll");
     }
     if (ready[0].revents & POLLIN) break;
     if ((ready[1].revents & POLLIN) && watcher.drain()) loop.passWanted = true;
-    bool buttonPressed = false;
-    if (ready[2].revents & POLLIN) {
-      loop.wakeup.clear();
-      buttonPressed = loop.refreshRequested.exchange(false);
-      if (buttonPressed) {
-        // The widgets asked: whatever the pass finds, a new snapshot says the data is current.
-        say("refresh asked for by the widgets");
-        loop.changed = true;
-      }
+    if (ready[2].revents & POLLIN) loop.wakeup.clear();
+    const bool buttonPressed = (ready[3].revents & POLLIN) && listener->take();
+    if (buttonPressed) {
+      // The widgets asked: whatever the pass finds, a new snapshot says the data is current.
+      say("refresh asked for by the widgets");
+      loop.changed = true;
     }
 
     // Every step below takes the same `now`: the pass, the fetches and the snapshot agree.

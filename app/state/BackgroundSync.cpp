@@ -42,11 +42,9 @@ BackgroundSync::BackgroundSync(std::filesystem::path executable, std::vector<std
 
 BackgroundSync BackgroundSync::forSettings(const HostSettings& settings,
                                            const std::optional<std::string>& zone) {
-  std::vector<std::string> arguments = {"--home", settings.home.string(), "--db",
-                                        settings.database.string()};
-  if (settings.sharedDir) {
-    arguments.insert(arguments.end(), {"--shared-dir", settings.sharedDir->string()});
-  }
+  std::vector<std::string> arguments = {"--home",       settings.home.string(),
+                                        "--db",         settings.database.string(),
+                                        "--shared-dir", settings.stateFolder.string()};
   if (zone) arguments.insert(arguments.end(), {"--tz", *zone});
   arguments.push_back("sync");
   return BackgroundSync{settings.executable, std::move(arguments), settings.database};

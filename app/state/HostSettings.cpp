@@ -8,9 +8,7 @@
 #include <cstring>
 #include <vector>
 
-#include "display/SnapshotStore.hpp"
-#include "platform/NotificationCenter.hpp"
-#include "platform/SharedDirectory.hpp"
+#include "platform/StateFolder.hpp"
 
 namespace brimlog {
 namespace fs = std::filesystem;
@@ -48,15 +46,21 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
   settings.tools = ToolFolders::resolve(settings.home, environment("CLAUDE_CONFIG_DIR"),
                                         environment("CODEX_HOME"));
 
-  if (given.database) {
-    settings.database = *given.database;
-  } else {
-    const std::optional<std::string> dataHome = environment("XDG_DATA_HOME");
-    const fs::path base = dataHome && fs::path(*dataHome).is_absolute()
-                              ? fs::path(*dataHome)
-                              : userHome / ".local" / "share";
-    settings.database = base / "brimlog" / "usage.db";
-  }
+  const std::optional<std::string> dataHome = environment("XDG_DATA_HOME");
+  const fs::path userDatabase =
+      (dataHome && fs::path(*dataHome).is_absolute() ? fs::path(*dataHome)
+                                                     : userHome / ".local" / "share") /
+      "brimlog" / "usage.db";
+  settings.database = given.database ? fs::path(*given.database) : userDatabase;
+  // A database of its own keeps its state beside it, away from the user's widgets.
+  const bool ownDatabase = given.database && fs::absolute(settings.database).lexically_normal() !=
+                                                 userDatabase.lexically_normal();
+  // The user's home is absolute, so there always is a state folder.
+  settings.stateFolder = *StateFolder::locate(
+      {.sharedDir = given.sharedDir,
+       .database = ownDatabase ? std::optional(settings.database) : std::nullopt,
+       .xdgStateHome = environment("XDG_STATE_HOME"),
+       .home = userHome.string()});
 
   if (!given.needsCalendar) {
     // Left as UTC, which loads nothing until it is used.
@@ -83,14 +87,6 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
     settings.now = currentDate();
   }
 
-  if (given.sharedDir) {
-    settings.sharedDir = *given.sharedDir;
-  } else {
-    settings.sharedDir = SharedDirectory::forGroup(
-        SnapshotStore::appGroup, environment("XDG_DATA_HOME"), environment("HOME"));
-  }
-
-  settings.notificationRoot = NotificationCenter::defaultRoot(environment("XDG_RUNTIME_DIR"));
   const std::optional<std::string> noColor = environment("NO_COLOR");
   settings.noColor = noColor && !noColor->empty();
 
@@ -105,12 +101,12 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
   return settings;
 }
 
-void HostSettings::prepareDatabaseDirectory() const {
-  const fs::path parent = database.parent_path();
-  if (parent.empty() || database.filename() == ":memory:") return;
-  // Create from the top down so every new level gets mode 0700, not the process's umask.
+namespace {
+
+// Creates from the top down so every new level gets mode 0700, not the process's umask.
+void createPrivateFolders(const fs::path& folder, const char* what) {
   std::vector<fs::path> missing;
-  for (fs::path dir = parent; !dir.empty(); dir = dir.parent_path()) {
+  for (fs::path dir = folder; !dir.empty(); dir = dir.parent_path()) {
     std::error_code error;
     if (fs::exists(dir, error)) break;
     missing.push_back(dir);
@@ -118,10 +114,19 @@ void HostSettings::prepareDatabaseDirectory() const {
   }
   for (auto it = missing.rbegin(); it != missing.rend(); ++it) {
     if (::mkdir(it->c_str(), 0700) != 0 && errno != EEXIST) {
-      throw CommandError("Cannot create the database directory " + it->string() + ": " +
+      throw CommandError(std::string("Cannot create the ") + what + " " + it->string() + ": " +
                          std::strerror(errno));
     }
   }
 }
+
+}  // namespace
+
+void HostSettings::prepareDatabaseDirectory() const {
+  if (database.filename() == ":memory:") return;
+  createPrivateFolders(database.parent_path(), "database directory");
+}
+
+void HostSettings::prepareStateFolder() const { createPrivateFolders(stateFolder, "state folder"); }
 
 }  // namespace brimlog

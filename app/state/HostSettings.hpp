@@ -46,12 +46,10 @@ struct HostSettings {
   std::filesystem::path database;
   Calendar calendar = Calendar::utc();
   Date now;
-  /// Where the snapshot for the widgets goes: --shared-dir, else the shared container under
-  /// ${XDG_DATA_HOME:-$HOME/.local/share}/brimlog/containers; absent when neither is known.
-  std::optional<std::filesystem::path> sharedDir;
-  /// Where notifications between the user's processes meet (the widgets' refresh button):
-  /// $XDG_RUNTIME_DIR/brimlog/notifications, else a private folder under /tmp.
-  std::filesystem::path notificationRoot;
+  /// The state folder (`StateFolder`): the widgets' snapshot, `RefreshState`, the alert state
+  /// and the refresh requests. --shared-dir, else the folder of a database given with --db
+  /// other than the default, else ${XDG_STATE_HOME:-$HOME/.local/state}/brimlog.
+  std::filesystem::path stateFolder;
   /// NO_COLOR is set (to anything but the empty text): draw without colours.
   bool noColor = false;
   /// The brimlog executable, started again for background syncs.
@@ -71,9 +69,11 @@ struct HostSettings {
   static HostSettings resolve(const CommandLine& given,
                               const EnvironmentLookup& environment = processEnvironment);
 
-  /// Creates the database's missing parent directories, readable by the user alone (0700).
-  /// Throws CommandError with the directory and the system's reason.
+  /// Create the database's missing parent directories, and the state folder with its missing
+  /// parents, readable by the user alone (0700). Throw CommandError with the directory and the
+  /// system's reason.
   void prepareDatabaseDirectory() const;
+  void prepareStateFolder() const;
 };
 
 }  // namespace brimlog

@@ -54,11 +54,7 @@ bool RefreshState::Entry::isDue(Date now, Trigger trigger) const {
   return true;
 }
 
-fs::path RefreshState::pathFor(const fs::path& database) {
-  fs::path path = database;
-  path += ".refresh.json";
-  return path;
-}
+fs::path RefreshState::pathIn(const fs::path& stateFolder) { return stateFolder / "refresh.json"; }
 
 RefreshState RefreshState::load(const fs::path& path) {
   try {

@@ -11,8 +11,8 @@
 namespace brimlog {
 
 /// What the refresh timing needs to know about earlier runs, per provider: the last successful
-/// fetch, the last attempt and the delay last used. Kept in a small JSON file beside the
-/// database, so that separate runs of the command honour the same timing:
+/// fetch, the last attempt and the delay last used. Kept in a small JSON file in the state
+/// folder, so that separate runs of the command honour the same timing:
 ///
 ///     {"claude":{"lastFetch":"2026-11-20T09:30:00Z","lastAttempt":"…","delay":300}, …}
 ///
@@ -56,8 +56,8 @@ struct RefreshState {
   Json toJson() const;
   static RefreshState fromJson(const Json& json);
 
-  /// The state file beside a database: `<database>.refresh.json`.
-  static std::filesystem::path pathFor(const std::filesystem::path& database);
+  /// The file in the state folder: `refresh.json`.
+  static std::filesystem::path pathIn(const std::filesystem::path& stateFolder);
 
   static RefreshState load(const std::filesystem::path& path);
   /// Replaces the file with `AtomicFile::replace`, so that a sync and the daemon saving at once

@@ -19,13 +19,9 @@ Snapshot SnapshotPublisher::publish(UsageStore& store, const HostSettings& setti
   }
   const UsageSummary summary = store.summary(30, now, settings.calendar, PriceTable::bundled());
   Snapshot snapshot = Snapshot::make(summary, limits, ProviderID::allCases, now, settings.calendar);
-  const SnapshotStore shared{settings.sharedDir};
+  const SnapshotStore shared{settings.stateFolder};
   try {
     shared.write(snapshot);
-  } catch (const SnapshotStore::StoreError&) {
-    throw CommandError(
-        "Cannot write the snapshot for the widgets: no shared folder (set HOME or "
-        "XDG_DATA_HOME, or give --shared-dir)");
   } catch (const std::exception& error) {
     throw CommandError("Cannot write the snapshot " + shared.file().string() + ": " + error.what());
   }

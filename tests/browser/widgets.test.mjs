@@ -1,8 +1,8 @@
 // Loads the widget pages of a real brimlog-widgets in the system's chromium and checks what a
 // user sees: pages that load cleanly, the sample texts, running countdowns, the stale badge
-// appearing without a reload, and the refresh button reaching an observer of the notification.
+// appearing without a reload, and the refresh button reaching a real `brimlog daemon`.
 //
-//   node widgets.test.mjs --widgets PATH --probe PATH --screenshots DIR
+//   node widgets.test.mjs --widgets PATH --brimlog PATH --screenshots DIR
 //
 // Prints each check; stops with status 1 at the first failure and 77 (skipped) when chromium or
 // this folder's packages are missing. Every process it starts is ended, whatever happens.
@@ -17,12 +17,11 @@ const CHROMIUM = '/usr/bin/chromium';
 const FLAGS = ['--headless', '--no-sandbox', '--disable-gpu', '--no-first-run',
   '--disable-background-networking'];
 const KINDS = ['app.brimlog.small', 'app.brimlog.medium', 'app.brimlog.large'];
-const NOTIFICATION = 'app.brimlog.refresh';
 
 let scratch = null;
 const options = {};
 for (let i = 2; i + 1 < process.argv.length; i += 2) options[process.argv[i].slice(2)] = process.argv[i + 1];
-for (const name of ['widgets', 'probe', 'screenshots']) {
+for (const name of ['widgets', 'brimlog', 'screenshots']) {
   if (!options[name]) fail(`--${name} is required`);
 }
 const modules = new URL('./node_modules/playwright-core/', import.meta.url);
@@ -35,10 +34,9 @@ const { chromium } = await import('playwright-core');
 const children = [];
 let browser;
 scratch = fs.mkdtempSync(path.join(os.tmpdir(), 'brimlog-browser-'));
-const runtimeDir = path.join(scratch, 'runtime');
 const sharedDir = path.join(scratch, 'shared');
-fs.mkdirSync(runtimeDir, { mode: 0o700 });
 fs.mkdirSync(sharedDir);
+fs.mkdirSync(path.join(scratch, 'home'));
 process.on('exit', () => children.forEach((child) => child.exitCode === null && child.kill('SIGKILL')));
 for (const signal of ['SIGINT', 'SIGTERM']) process.on(signal, () => fail(`stopped by ${signal}`));
 
@@ -54,16 +52,16 @@ function check(condition, what, detail = '') {
 const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
 const iso = (seconds) => new Date(seconds * 1000).toISOString().replace(/\.\d+Z$/, 'Z');
 
-// Starts a program of ours with the test's runtime folder; resolves with it and its output lines.
+// Starts a program of ours; resolves with it and the lines of its output and of its errors.
 function start(file, args) {
-  const child = spawn(file, args, { env: { ...process.env, XDG_RUNTIME_DIR: runtimeDir } });
+  const child = spawn(file, args);
   children.push(child);
   const lines = [];
-  let errors = '';
-  child.stderr.on('data', (data) => { errors += data; });
+  const errors = [];
   readline.createInterface({ input: child.stdout }).on('line', (line) => lines.push(line));
-  child.on('exit', (code, signal) => { child.ended = `ended (${code ?? signal}): ${errors.trim()}`; });
-  return { child, lines };
+  readline.createInterface({ input: child.stderr }).on('line', (line) => errors.push(line));
+  child.on('exit', (code, signal) => { child.ended = `ended (${code ?? signal}): ${errors.join('\n')}`; });
+  return { child, lines, errors };
 }
 async function until(what, test, seconds = 15) {
   for (let waited = 0; waited < seconds * 1000; waited += 50) {
@@ -146,8 +144,6 @@ async function main() {
   const address = /^Widgets at (http:\/\/127\.0\.0\.1:\d+\/) \(Ctrl-C stops\)$/.exec(first);
   check(address, 'the server announces a loopback address', first);
   const base = address[1];
-  const probe = start(options.probe, [NOTIFICATION]);
-  await until('the probe to observe', () => probe.lines[0] === 'ready' || (probe.child.ended && fail(`probe ${probe.child.ended}`)));
   browser = await chromium.launch({ executablePath: CHROMIUM, args: FLAGS });
 
   // No snapshot yet: the sample data in previews, the empty state otherwise.
@@ -181,16 +177,31 @@ async function main() {
     before, { timeout: 5000 }).then(() => true, () => false);
   check(changed, 'a countdown runs in the page', `still "${before}"`);
 
-  // The refresh button posts the notification once; a POST from another site is refused.
-  const posted = medium.waitForResponse((response) => response.url().endsWith('/intents/refresh'));
-  await medium.locator('section.entry:not([hidden]) button.refresh[aria-label="Refresh"]').first().click();
-  const answer = await posted;
+  // The refresh button: with no daemon the server says so; with one it asks it, once, and the
+  // daemon answers. A POST from another site is refused.
+  const press = async () => {
+    const posted = medium.waitForResponse((response) => response.url().endsWith('/intents/refresh'));
+    await medium.locator('section.entry:not([hidden]) button.refresh[aria-label="Refresh"]').first().click();
+    return posted;
+  };
+  const unheard = await press();
+  check(unheard.status() === 503, 'the refresh button with no daemon is answered 503', `status ${unheard.status()}`);
+  const told = await (await fetch(new URL('intents/refresh', base), { method: 'POST' })).text();
+  check(told.includes('no Brimlog daemon is running'), 'the answer says that no daemon is running', told);
+  const daemon = start(options.brimlog, ['daemon', '--offline', '--interval', '3600',
+    '--home', path.join(scratch, 'home'), '--db', path.join(scratch, 'usage.db'), '--shared-dir', sharedDir]);
+  await until('the daemon to start', () => daemon.errors.some((line) => line.includes(': started')) ||
+    (daemon.child.ended && fail(`brimlog daemon ${daemon.child.ended}`)));
+  const answer = await press();
   check(answer.status() === 204, 'the refresh button is answered 204', `status ${answer.status()}`);
-  await until('the probe to receive the notification', () => probe.lines.length > 1);
+  const answered = () => daemon.errors.filter((line) => line.includes('refresh asked for by the widgets'));
+  await until('the daemon to answer the refresh', () => answered().length > 0);
   check(await postRefresh(base, 'http://evil.example') === 403, 'a POST from another site is refused with 403');
   await sleep(1000);
-  check(probe.lines.slice(1).join() === NOTIFICATION, 'the observer got exactly one notification',
-    JSON.stringify(probe.lines.slice(1)));
+  check(answered().length === 1, 'the daemon answered exactly one refresh', daemon.errors.join('\n'));
+  daemon.child.kill('SIGTERM');
+  await until('the daemon to stop', () => daemon.child.exitCode === 0 ||
+    (daemon.child.ended && fail(`brimlog daemon ${daemon.child.ended}`)));
   await medium.close();
 
   // A snapshot 1799 s old turns stale while the page is open: its next entry takes over.

@@ -45,7 +45,7 @@ class TimelineProviderTest : public testing::TempDirTest {
 TEST_F(TimelineProviderTest, EntriesAtNowAndAtTheStaleMomentReloadingAtTheShownResets) {
   const SnapshotTimelineProvider all{dir() / "group", clock};
   const ProviderChoiceTimelineProvider one{dir() / "group", clock};
-  // No file, or no shared folder at all: one empty entry, reloaded in 15 minutes.
+  // No file, or no state folder at all: one empty entry, reloaded in 15 minutes.
   EXPECT_EQ(text(all.timeline()), "13:00:00 none claude, reload 13:15:00");
   EXPECT_EQ(text(SnapshotTimelineProvider(std::nullopt, clock).timeline()), text(all.timeline()));
   EXPECT_EQ(text(one.timeline(ProviderChoice::codex)), "13:00:00 none codex, reload 13:15:00");

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "display/SnapshotStore.hpp"
+#include "platform/RefreshRequest.hpp"
 #include "server/WidgetServer.hpp"
 #include "support/TempDir.hpp"
 
@@ -20,7 +21,6 @@ class WidgetServerTest : public testing::TempDirTest {
   void SetUp() override {
     TempDirTest::SetUp();
     server_ = std::make_unique<WidgetServer>(dir() / "shared",
-                                             NotificationCenter{dir() / "notifications"},
                                              [] { return *parseISO8601("2026-10-29T12:10:00Z"); });
     port_ = server_->bind(0);
     thread_ = std::thread{[this] { server_->listen(); }};
@@ -74,11 +74,18 @@ TEST_F(WidgetServerTest, AnswersEveryWidgetAndRefusesWhatItCannotShow) {
       http.Post("/intents/refresh", {{"Origin", "http://evil.example"}}, "", "text/plain");
   ASSERT_TRUE(foreign);
   EXPECT_EQ(foreign->status, 403);
-  const auto own =
-      http.Post("/intents/refresh", {{"Origin", "http://127.0.0.1:" + std::to_string(port_)}}, "",
-                "text/plain");
-  ASSERT_TRUE(own);
-  EXPECT_EQ(own->status, 204);
+  // The button reaches a daemon's listener, and says so when there is none.
+  const httplib::Headers own = {{"Origin", "http://127.0.0.1:" + std::to_string(port_)}};
+  const auto nobody = http.Post("/intents/refresh", own, "", "text/plain");
+  ASSERT_TRUE(nobody);
+  EXPECT_EQ(nobody->status, 503);
+  EXPECT_THAT(nobody->body, HasSubstr("no Brimlog daemon is running"));
+  std::optional<RefreshRequest::Listener> daemon = RefreshRequest::listen(dir() / "shared");
+  ASSERT_TRUE(daemon);
+  const auto asked = http.Post("/intents/refresh", own, "", "text/plain");
+  ASSERT_TRUE(asked);
+  EXPECT_EQ(asked->status, 204);
+  EXPECT_TRUE(daemon->take());
 }
 
 }  // namespace

@@ -35,8 +35,7 @@ void answer(httplib::Response& response, int status, const std::string& body,
 }  // namespace
 
 struct WidgetServer::State {
-  std::optional<std::filesystem::path> sharedDirectory;
-  NotificationCenter notifications;
+  std::optional<std::filesystem::path> stateFolder;
   std::function<Date()> clock;
   httplib::Server server;
   int port = 0;
@@ -47,11 +46,11 @@ struct WidgetServer::State {
     const auto fixedClock = [now] { return now; };
     Timeline timeline;
     if (description.configurable) {
-      const ProviderChoiceTimelineProvider provider{sharedDirectory, fixedClock};
+      const ProviderChoiceTimelineProvider provider{stateFolder, fixedClock};
       timeline = preview ? Timeline{{provider.snapshotEntry(choice, true)}, now}
                          : provider.timeline(choice);
     } else {
-      const SnapshotTimelineProvider provider{sharedDirectory, fixedClock};
+      const SnapshotTimelineProvider provider{stateFolder, fixedClock};
       timeline = preview ? Timeline{{provider.snapshotEntry(true)}, now} : provider.timeline();
     }
     if (preview) {
@@ -114,8 +113,11 @@ struct WidgetServer::State {
       answer(response, 403, "Refused: the refresh button belongs to this server's own pages.\n");
       return;
     }
-    RefreshIntent{}.perform(notifications);
-    answer(response, 204, "");
+    if (RefreshIntent{}.perform(stateFolder)) {
+      answer(response, 204, "");
+    } else {
+      answer(response, 503, fmt::format("Not refreshed: {}.\n", RefreshIntent::nobodyListening));
+    }
   }
 
   static std::string kindList() {
@@ -128,10 +130,9 @@ struct WidgetServer::State {
   }
 };
 
-WidgetServer::WidgetServer(std::optional<std::filesystem::path> sharedDirectory,
-                           NotificationCenter notifications, std::function<Date()> clock)
-    : state_(new State{
-          std::move(sharedDirectory), std::move(notifications), std::move(clock), {}, 0}) {
+WidgetServer::WidgetServer(std::optional<std::filesystem::path> stateFolder,
+                           std::function<Date()> clock)
+    : state_(new State{std::move(stateFolder), std::move(clock), {}, 0}) {
   State& state = *state_;
   state.server.Get("/", [&state](const httplib::Request& request, httplib::Response& response) {
     state.gallery(request, response);

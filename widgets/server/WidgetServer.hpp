@@ -8,7 +8,6 @@
 #include <string>
 
 #include "platform/Date.hpp"
-#include "platform/NotificationCenter.hpp"
 
 namespace brimlog {
 
@@ -24,19 +23,21 @@ class WidgetServerError : public std::runtime_error {
 ///   GET  /                               the gallery: every widget, the small one per provider
 ///   GET  /widgets/KIND?provider=P        one widget's timeline as a page (`WidgetPage`)
 ///        …&preview=1                     the gallery entry: the user's data, else the sample
-///   POST /intents/refresh                runs the refresh intent; 204
+///   POST /intents/refresh                runs the refresh intent; 204, or 503 when no daemon
+///                                        listens
 ///
 /// It listens on 127.0.0.1 only, answers an unknown provider with 400 and an unknown path with
 /// 404, refuses a POST from another site with 403, and lets its pages load nothing from
 /// elsewhere.
 ///
-///     WidgetServer server{sharedDirectory, NotificationCenter{root}};
+///     WidgetServer server{stateFolder};
 ///     int port = server.bind(0);  // any free port
 ///     server.listen();            // until stop()
 class WidgetServer {
  public:
-  WidgetServer(std::optional<std::filesystem::path> sharedDirectory,
-               NotificationCenter notifications, std::function<Date()> clock = currentDate);
+  /// `stateFolder` holds the snapshot and is where the refresh button asks (`StateFolder`).
+  explicit WidgetServer(std::optional<std::filesystem::path> stateFolder,
+                        std::function<Date()> clock = currentDate);
   ~WidgetServer();
   WidgetServer(const WidgetServer&) = delete;
   WidgetServer& operator=(const WidgetServer&) = delete;

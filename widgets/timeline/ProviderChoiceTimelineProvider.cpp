@@ -7,9 +7,8 @@
 namespace brimlog {
 
 ProviderChoiceTimelineProvider::ProviderChoiceTimelineProvider(
-    std::optional<std::filesystem::path> sharedDirectory, std::function<Date()> clock)
-    : sharedDirectory_(std::move(sharedDirectory)),
-      clock_(clock ? std::move(clock) : currentDate) {}
+    std::optional<std::filesystem::path> stateFolder, std::function<Date()> clock)
+    : stateFolder_(std::move(stateFolder)), clock_(clock ? std::move(clock) : currentDate) {}
 
 SnapshotEntry ProviderChoiceTimelineProvider::placeholder() const {
   return SnapshotEntry::placeholder();
@@ -18,7 +17,7 @@ SnapshotEntry ProviderChoiceTimelineProvider::placeholder() const {
 SnapshotEntry ProviderChoiceTimelineProvider::snapshotEntry(ProviderChoice choice,
                                                             bool isPreview) const {
   const Date now = clock_();
-  const SnapshotStore store{sharedDirectory_};
+  const SnapshotStore store{stateFolder_};
   if (isPreview) return SnapshotEntry::preview(choice.providerID(), store, now);
   return {now, store.read(), choice.providerID(), false};
 }
@@ -26,7 +25,7 @@ SnapshotEntry ProviderChoiceTimelineProvider::snapshotEntry(ProviderChoice choic
 Timeline ProviderChoiceTimelineProvider::timeline(ProviderChoice choice) const {
   const Date now = clock_();
   // The widget shows the chosen provider alone, so only its resets bring the reload forward.
-  return Timeline::make(SnapshotStore{sharedDirectory_}.read(), choice.providerID(), now,
+  return Timeline::make(SnapshotStore{stateFolder_}.read(), choice.providerID(), now,
                         choice.providerID());
 }
 

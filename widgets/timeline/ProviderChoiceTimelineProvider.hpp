@@ -12,18 +12,17 @@
 namespace brimlog {
 
 /// Answers the small widget, set up with the provider it shows: its entries name that provider.
-/// Keeps nothing between requests: each one reads the snapshot file anew from the shared folder and
-/// reads the clock once, at its start. Never writes, never throws for a missing or unusable file,
-/// and may be called from several threads at once.
+/// Keeps nothing between requests: each one reads the snapshot file anew from the state folder
+/// and reads the clock once, at its start. Never writes, never throws for a missing or unusable
+/// file, and may be called from several threads at once.
 ///
-///     const ProviderChoiceTimelineProvider provider{sharedDirectory};
-///     Timeline t = provider.timeline(ProviderChoice::codex);  // reloads at the latest in 15
-///     minutes
+///     const ProviderChoiceTimelineProvider provider{stateFolder};
+///     Timeline t = provider.timeline(ProviderChoice::codex);  // reloads within 15 minutes
 class ProviderChoiceTimelineProvider {
  public:
-  /// `sharedDirectory` is the folder that holds "snapshot.json", as `SnapshotStore` takes it
-  /// (nothing: no shared folder, so no snapshot).
-  explicit ProviderChoiceTimelineProvider(std::optional<std::filesystem::path> sharedDirectory,
+  /// `stateFolder` is the folder that holds "snapshot.json", as `SnapshotStore` takes it
+  /// (nothing: no state folder, so no snapshot).
+  explicit ProviderChoiceTimelineProvider(std::optional<std::filesystem::path> stateFolder,
                                           std::function<Date()> clock = currentDate);
 
   /// The sample for `claude`, whatever the widget is set to show.
@@ -40,7 +39,7 @@ class ProviderChoiceTimelineProvider {
   Timeline timeline(ProviderChoice choice) const;
 
  private:
-  std::optional<std::filesystem::path> sharedDirectory_;
+  std::optional<std::filesystem::path> stateFolder_;
   std::function<Date()> clock_;
 };
 

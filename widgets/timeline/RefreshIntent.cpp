@@ -1,9 +1,11 @@
 #include "timeline/RefreshIntent.hpp"
 
+#include "platform/RefreshRequest.hpp"
+
 namespace brimlog {
 
-void RefreshIntent::perform(const NotificationCenter& center) const {
-  center.post(notificationName);
+bool RefreshIntent::perform(const std::optional<std::filesystem::path>& stateFolder) const {
+  return stateFolder && RefreshRequest::post(*stateFolder);
 }
 
 }  // namespace brimlog

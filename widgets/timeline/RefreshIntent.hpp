@@ -1,21 +1,25 @@
 #pragma once
 
+#include <filesystem>
+#include <optional>
 #include <string_view>
-
-#include "platform/NotificationCenter.hpp"
 
 namespace brimlog {
 
-/// The refresh button: asks the host to fetch fresh data by posting `notificationName`, with
-/// nothing attached. It reads and writes no snapshot and reloads no timeline; the widgets show
-/// newer data once the host has written a new snapshot and their timeline is next reloaded. When
-/// the host is not running nothing happens.
+/// The refresh button: asks the Brimlog daemon that uses `stateFolder` to fetch fresh data, with
+/// a refresh request (`RefreshRequest`). It reads and writes no snapshot and reloads no timeline;
+/// the widgets show newer data once the daemon has written a new snapshot and their timeline is
+/// next reloaded.
 struct RefreshIntent {
   static constexpr std::string_view title = "Refresh Brimlog";
-  /// The notification the host observes.
-  static constexpr std::string_view notificationName = "app.brimlog.refresh";
+  /// What the user is told when no daemon listens, for the command line and the server alike.
+  static constexpr std::string_view nobodyListening =
+      "no Brimlog daemon is running to refresh; start one with `brimlog daemon` or the systemd "
+      "user unit contrib/brimlog.service";
 
-  void perform(const NotificationCenter& center) const;
+  /// True when a daemon was asked; false, asking nothing, when none listens or there is no
+  /// state folder. Throws std::filesystem::filesystem_error when the request cannot be written.
+  bool perform(const std::optional<std::filesystem::path>& stateFolder) const;
 };
 
 }  // namespace brimlog

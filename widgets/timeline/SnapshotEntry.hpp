@@ -16,7 +16,7 @@ namespace brimlog {
 ///     SnapshotEntry::preview(ProviderID::grok, store, now);  // the user's data, else the sample
 struct SnapshotEntry {
   Date date;
-  /// The snapshot read from the shared folder; nothing when there was none to read.
+  /// The snapshot read from the state folder; nothing when there was none to read.
   std::optional<Snapshot> snapshot;
   /// The provider the small widget shows; `claude` for the widgets that show them all.
   ProviderID provider = ProviderID::claude;

@@ -12,16 +12,16 @@ namespace brimlog {
 
 /// Answers the medium and large widgets, which show every provider; their entries name
 /// `claude`. Keeps nothing between requests: each one reads the snapshot file anew from the
-/// shared folder and reads the clock once, at its start. Never writes, never throws for a
+/// state folder and reads the clock once, at its start. Never writes, never throws for a
 /// missing or unusable file, and may be called from several threads at once.
 ///
-///     const SnapshotTimelineProvider provider{sharedDirectory};
+///     const SnapshotTimelineProvider provider{stateFolder};
 ///     Timeline t = provider.timeline();  // now, maybe the moment it turns stale; reload <= 15 min
 class SnapshotTimelineProvider {
  public:
-  /// `sharedDirectory` is the folder that holds "snapshot.json", as `SnapshotStore` takes it
-  /// (nothing: no shared folder, so no snapshot).
-  explicit SnapshotTimelineProvider(std::optional<std::filesystem::path> sharedDirectory,
+  /// `stateFolder` is the folder that holds "snapshot.json", as `SnapshotStore` takes it
+  /// (nothing: no state folder, so no snapshot).
+  explicit SnapshotTimelineProvider(std::optional<std::filesystem::path> stateFolder,
                                     std::function<Date()> clock = currentDate);
 
   /// The sample, while nothing has been computed yet.
@@ -37,7 +37,7 @@ class SnapshotTimelineProvider {
   Timeline timeline() const;
 
  private:
-  std::optional<std::filesystem::path> sharedDirectory_;
+  std::optional<std::filesystem::path> stateFolder_;
   std::function<Date()> clock_;
 };
 

@@ -273,6 +273,7 @@ TEST_F(BrimlogCommandTest, ReadsTheToolsWhereTheirVariablesPutThem) {
     fs::remove_all(dir() / "codex");
     fs::remove_all(home());
     fs::remove_all(db().parent_path());
+    fs::remove_all(shared());  // the refresh timing
     fs::create_directories(home());
     for (const auto& [path, contents] : c.files) write(path, contents);
     testing::StubHTTPServer claude{"/api/oauth/usage"};
@@ -314,7 +315,15 @@ TEST_F(BrimlogCommandTest, SyncPublishesTheSnapshotAndSaysWhenItCannot) {
   ASSERT_EQ(status.status, 0) << status.output;
   EXPECT_EQ(Snapshot::fromJson(Json::parse(status.output)), *published);
 
-  // A shared folder that cannot be made: the pass still counts, the failure is told plainly.
+  // A database of its own, without --shared-dir, keeps its snapshot beside it, not the user's.
+  CommandRun beside =
+      brimlog({"sync", "--offline", "--home", home().string(), "--db", db().string()},
+              {"HOME=" + (dir() / "user").string(), "XDG_STATE_HOME="});
+  ASSERT_EQ(beside.status, 0) << beside.output;
+  EXPECT_TRUE(SnapshotStore{db().parent_path()}.read());
+  EXPECT_FALSE(fs::exists(dir() / "user"));
+
+  // A state folder that cannot be made: the pass still counts, the failure is told plainly.
   write("not-a-folder", "");
   std::vector<std::string> arguments = withHome({"sync", "--offline"});
   arguments.back() = (dir() / "not-a-folder" / "shared").string();

@@ -1,5 +1,5 @@
-// `brimlog daemon` as a real process on a temporary home: the watch, the refresh button, a clean
-// stop, a restart, and one daemon per database.
+// `brimlog daemon` as a real process on a temporary home: the watch, the refresh button
+// (`brimlog-widgets refresh`), a clean stop, a restart, and one daemon per database.
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -13,7 +13,6 @@
 
 #include "daemon/Daemon.hpp"
 #include "display/SnapshotStore.hpp"
-#include "platform/NotificationCenter.hpp"
 #include "state/RefreshState.hpp"
 #include "support/RunningProgram.hpp"
 #include "support/StubHTTPServer.hpp"
@@ -50,20 +49,26 @@ class DaemonTest : public testing::TempDirTest {
  protected:
   fs::path home() const { return dir() / "home"; }
   fs::path shared() const { return dir() / "shared"; }
-  fs::path runtime() const { return dir() / "run"; }
 
   // The daemon on the temporary home, offline unless `environment` ("NAME=value ...") says
   // where the services and the session bus are.
   std::unique_ptr<testing::RunningProgram> start(const std::string& environment = "") {
-    fs::create_directories(runtime());
-    fs::permissions(runtime(), fs::perms::owner_all);
-    const std::string command =
-        "exec env XDG_RUNTIME_DIR='" + runtime().string() + "' " + environment + " '" +
-        BRIMLOG_BINARY + "' daemon " + (environment.empty() ? "--offline " : "") +
-        "--interval 3600 --home '" + home().string() + "' --db '" +
-        (dir() / "db" / "usage.db").string() + "' --shared-dir '" + shared().string() + "' 2>&1";
+    const std::string command = "exec env " + environment + " '" + BRIMLOG_BINARY + "' daemon " +
+                                (environment.empty() ? "--offline " : "") +
+                                "--interval 3600 --home '" + home().string() + "' --db '" +
+                                (dir() / "db" / "usage.db").string() + "' --shared-dir '" +
+                                shared().string() + "' 2>&1";
     return std::make_unique<testing::RunningProgram>(
         std::vector<std::string>{"/bin/sh", "-c", command});
+  }
+
+  // What the widgets' refresh button does, from the command line.
+  testing::RunningProgram::Result refresh() const {
+    return testing::RunningProgram::run(
+        {"/bin/sh", "-c",
+         std::string("exec '") + BRIMLOG_WIDGETS_BINARY + "' refresh --shared-dir '" +
+             shared().string() + "' 2>&1"},
+        std::chrono::seconds(30));
   }
 
   static testing::RunningProgram::Result stop(testing::RunningProgram& daemon) {
@@ -133,8 +138,9 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
 
   // The widgets' refresh button: a pass and a new snapshot at once.
   std::this_thread::sleep_for(std::chrono::milliseconds(1100));  // a later whole second
-  NotificationCenter{NotificationCenter::defaultRoot(runtime().string())}.post(
-      "app.brimlog.refresh");
+  const testing::RunningProgram::Result asked = refresh();
+  EXPECT_EQ(asked.exitStatus, 0) << asked.output;
+  EXPECT_THAT(asked.output, HasSubstr("Asked the Brimlog daemon to refresh"));
   const std::optional<Snapshot> refreshed =
       awaitSnapshot([&](const Snapshot& s) { return s.generatedAt > followed->generatedAt; });
   ASSERT_TRUE(refreshed);
@@ -153,6 +159,13 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
   EXPECT_EQ(stopped.exitStatus, 0) << stopped.output;
   EXPECT_THAT(stopped.output, HasSubstr("brimlog daemon: started"));
   EXPECT_THAT(stopped.output, HasSubstr("refresh asked for by the widgets"));
+
+  // With no daemon the button says so in one line, and fails.
+  const testing::RunningProgram::Result unheard = refresh();
+  EXPECT_EQ(unheard.exitStatus, 1);
+  EXPECT_EQ(unheard.output,
+            "brimlog-widgets: no Brimlog daemon is running to refresh; start one with `brimlog "
+            "daemon` or the systemd user unit contrib/brimlog.service\n");
 
   // A restart counts nothing again.
   const int64_t before = tokens(*refreshed, ProviderID::claude);
@@ -192,7 +205,7 @@ TEST_F(DaemonTest, TellsTheDesktopOnceAcrossRestarts) {
   EXPECT_EQ(stop(*daemon).exitStatus, 0);
 
   // Forget the fetch timing, so the restart asks again and gets the same answer.
-  fs::remove(RefreshState::pathFor(dir() / "db" / "usage.db"));
+  fs::remove(RefreshState::pathIn(shared()));
   daemon = start(environment);
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   while (claude.requests().size() < 2 && std::chrono::steady_clock::now() < deadline) {

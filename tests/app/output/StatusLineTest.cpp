@@ -32,7 +32,7 @@ struct Row {
   std::optional<ProviderID> provider = std::nullopt;
 };
 
-// Every format over the same snapshots, each written to a shared folder and read back as the
+// Every format over the same snapshots, each written to a state folder and read back as the
 // command reads it; one expected file per format, a row per snapshot.
 class StatusLineTest : public testing::TempDirTest {};
 

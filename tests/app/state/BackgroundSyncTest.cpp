@@ -43,7 +43,7 @@ class BackgroundSyncTest : public testing::TempDirTest {
     TempDirTest::SetUp();
     settings_.home = dir();
     settings_.database = dir() / "data" / "usage.db";
-    settings_.sharedDir = dir() / "shared";
+    settings_.stateFolder = dir() / "shared";
     settings_.now = kNow;
     // Records its process id, session, standard output and arguments, then waits.
     settings_.executable = write("brimlog", fmt::format(R"(#!/bin/sh
@@ -57,7 +57,7 @@ while [ ! -e '{0}/release' ] && [ $i -lt 1200 ]; do sleep 0.05; i=$((i+1)); done
 
   // What `brimlog line` prints for a snapshot `age` seconds old.
   std::string line(double age) {
-    SnapshotStore{settings_.sharedDir}.write(Snapshot{kNow - Seconds{age}, {}, 1, 2, {}});
+    SnapshotStore{settings_.stateFolder}.write(Snapshot{kNow - Seconds{age}, {}, 1, 2, {}});
     char* text = nullptr;
     size_t size = 0;
     std::FILE* out = ::open_memstream(&text, &size);
@@ -97,7 +97,7 @@ TEST_F(BackgroundSyncTest, AnOldSnapshotStartsOneDetachedSyncThatTheLineDoesNotW
   EXPECT_EQ(output, "/dev/null");
   const std::string db = settings_.database.string();
   EXPECT_EQ(arguments, fmt::format(" --home {} --db {} --shared-dir {} sync --lock-fd 3",
-                                   dir().string(), db, settings_.sharedDir->string()));
+                                   dir().string(), db, settings_.stateFolder.string()));
 
   // The stand-in holds the sync lock through the descriptor it was handed, so a second old
   // line starts nothing.
@@ -128,12 +128,12 @@ TEST_F(BackgroundSyncTest, TheRealSyncTakesOverTheLockAndWritesAFreshSnapshot) {
   fs::create_directories(db.parent_path());
   const BackgroundSync sync{BRIMLOG_BINARY,
                             {"--home", (dir() / "home").string(), "--db", db.string(),
-                             "--shared-dir", settings_.sharedDir->string(), "sync", "--offline"},
+                             "--shared-dir", settings_.stateFolder.string(), "sync", "--offline"},
                             db};
   const BackgroundSync::Result started = sync.start();
   ASSERT_EQ(started.outcome, BackgroundSync::Outcome::started);
   EXPECT_EQ(exitStatus(started.pid), 0);
-  const std::optional<Snapshot> fresh = SnapshotStore{settings_.sharedDir}.read();
+  const std::optional<Snapshot> fresh = SnapshotStore{settings_.stateFolder}.read();
   ASSERT_TRUE(fresh);
   EXPECT_EQ(fresh->providers.size(), 1u);
 

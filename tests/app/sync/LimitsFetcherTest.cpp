@@ -70,10 +70,10 @@ TEST_F(LimitsFetcherRunTest, FetchesOnlyPresentToolsWhenDueAndBacksOffWhileUnrea
   EXPECT_EQ(server.requests().size(), 2u);
 
   // The state survives a save and a load; a damaged file is an empty state.
-  const fs::path path = RefreshState::pathFor(dir() / "usage.db");
+  const fs::path path = RefreshState::pathIn(dir());
   state.save(path);
   EXPECT_EQ(RefreshState::load(path), state);
-  write("usage.db.refresh.json", "{not json");
+  write("refresh.json", "{not json");
   EXPECT_EQ(RefreshState::load(path), RefreshState{});
 }
 
