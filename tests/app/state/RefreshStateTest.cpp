@@ -37,7 +37,7 @@ class RefreshStateTest : public testing::TempDirTest {
 
 TEST_F(RefreshStateTest, TwoWritersAtOnceNeverLeaveATornOrMissingFile) {
   constexpr int kSaves = 1000;
-  const fs::path path = RefreshState::pathFor(folder() / "usage.db");
+  const fs::path path = RefreshState::pathIn(folder());
   const Date start = *parseISO8601("2026-11-20T12:00:00Z");
   std::array<RefreshState, 2> states;
   states[0][ProviderID::claude].record(ProviderStatus::ok, start);
