@@ -56,24 +56,17 @@ TEST(WidgetViewsTest, AProviderWithoutWindowsSaysWhyAndWhatItCost) {
 }
 
 TEST(WidgetViewsTest, CountdownsRunOnlyInLiveEntriesAndWithinADay) {
-  struct Row {
-    const char* name;
-    double resetIn;
-    bool live;
-    bool timer;
-    const char* text;
-  };
-  const Row rows[] = {
+  // Why, the reset's distance, whether the entry is live, whether a timer shows, and its text.
+  const std::tuple<const char*, double, bool, bool, const char*> rows[] = {
       {"3 hours, live", 3 * 3600, true, true, "3:00:00"},
       {"3 hours, sample", 3 * 3600, false, false, "3h 0m"},
       {"2 days, live", 2 * 86400, true, false, "2d 0h"},
       {"passed", -60, true, false, "now"},
   };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    const View countdown = ResetCountdown{kNow + Seconds{row.resetIn}, kNow, row.live}.body();
-    EXPECT_EQ(countdown.kind == View::Kind::timer, row.timer);
-    EXPECT_THAT(countdown.texts(), Contains(row.text));
+  for (const auto& [why, resetIn, live, timer, text] : rows) {
+    const View countdown = ResetCountdown{kNow + Seconds{resetIn}, kNow, live}.body();
+    EXPECT_EQ(countdown.kind == View::Kind::timer, timer) << why;
+    EXPECT_THAT(countdown.texts(), Contains(text)) << why;
   }
   // A sample entry of a whole widget never holds a timer.
   Snapshot snapshot = Snapshot::placeholder();
