@@ -35,21 +35,18 @@ TEST(WidgetDisplayTest, StaleAfterHalfAnHourSayingHowLongAgoInTheLargestWholeUni
 
 TEST(WidgetDisplayTest, EntriesAndReloadsFollowTheSnapshotAndTheResets) {
   // Generated at kNow, with Claude resets 780 s and 3 days later and a Codex one after 142 h.
-  const std::optional<Snapshot> p = Snapshot::placeholder();
-  EXPECT_EQ(WidgetDisplay::entryDates(std::nullopt, kNow), std::vector{kNow});
+  const Snapshot p = Snapshot::placeholder();
   EXPECT_EQ(WidgetDisplay::entryDates(p, in(1800)), (std::vector{in(1800), in(1801)}));
   EXPECT_EQ(WidgetDisplay::entryDates(p, in(1801)), std::vector{in(1801)});
-
+  // Without a snapshot: the first reload, and one entry now (TimelineProviderTest).
   const std::optional<ProviderID> all, codex = ProviderID::codex;
-  const std::tuple<const char*, std::optional<Snapshot>, Date, std::optional<ProviderID>, Date>
-      rows[] = {{"no snapshot", std::nullopt, kNow, all, in(900)},
-                {"a reset in 780 s", p, kNow, all, in(780)},
-                {"a reset in exactly 900 s", p, in(-120), all, in(780)},
-                {"a reset right now", p, in(780), all, in(1680)},
-                {"Codex alone", p, kNow, codex, in(900)},
-                {"all resets passed", p, in(600'000), all, in(600'900)}};
-  for (const auto& [why, s, now, only, reload] : rows) {
-    EXPECT_EQ(WidgetDisplay::nextReload(s, now, only), reload) << why;
+  const std::tuple<const char*, Date, std::optional<ProviderID>, Date> rows[] = {
+      {"a reset in exactly 900 s", in(-120), all, in(780)},
+      {"a reset right now", in(780), all, in(1680)},
+      {"Codex alone", kNow, codex, in(900)},
+      {"all resets passed", in(600'000), all, in(600'900)}};
+  for (const auto& [why, now, only, reload] : rows) {
+    EXPECT_EQ(WidgetDisplay::nextReload(p, now, only), reload) << why;
   }
 }
 

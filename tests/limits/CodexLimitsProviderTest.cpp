@@ -28,15 +28,13 @@ std::string base64URL(std::string_view bytes) {
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
   std::string out;
   // Six bits at a time, most significant first; the last group is filled up with zero bits.
-  for (size_t bit = 0; bit < 8 * bytes.size(); bit += 6) {
-    unsigned sextet = 0;
-    for (size_t b = bit; b < bit + 6; ++b) {
-      const bool set =
-          b / 8 < bytes.size() && ((static_cast<unsigned char>(bytes[b / 8]) >> (7 - b % 8)) & 1);
-      sextet = (sextet << 1) | set;
-    }
-    out += kAlphabet[sextet];
+  unsigned buffer = 0;
+  int bits = 0;
+  for (const unsigned char byte : bytes) {
+    buffer = (buffer << 8) | byte;
+    for (bits += 8; bits >= 6; bits -= 6) out += kAlphabet[(buffer >> (bits - 6)) & 63];
   }
+  if (bits > 0) out += kAlphabet[(buffer << (6 - bits)) & 63];
   return out;
 }
 
@@ -80,10 +78,10 @@ TEST(CodexUsageDecodingTest, TheExpiryIsReadFromTheTokenPayload) {
             dateFromUnixSeconds(1700000000));
   EXPECT_EQ(CodexLimitsProvider::tokenExpiry(jwt(R"({"exp":1750000000.75,"iat":1})")),
             dateFromUnixSeconds(1750000000.75));
-  // One part, an empty payload, not base64, not JSON, not an object, no number.
+  // One part, an empty payload, not base64, not JSON, not an object, no expiry, no number.
   for (const std::string& token :
        {base64URL(R"({"exp":1})"), std::string(), std::string("a..c"), std::string("a.!!!!.c"),
-        "a." + base64URL("not json") + ".c", jwt("[1750000000]"), jwt("{}"),
+        "a." + base64URL("not json") + ".c", jwt("[1750000000]"), jwt("{}"), jwt(R"({"sub":"u"})"),
         jwt(R"({"exp":"1750000000"})"), jwt(R"({"exp":null})"), jwt(R"({"exp":true})")}) {
     EXPECT_EQ(CodexLimitsProvider::tokenExpiry(token), std::nullopt) << token;
   }
@@ -137,16 +135,11 @@ TEST_F(CodexLimitsProviderTest, EveryAuthFileHasItsOutcome) {
       {"not JSON", "tokens: " + kToken, unavailable},
       {"an array", "[]", unavailable},
       {"no tokens", R"({"OPENAI_API_KEY":"sk-1"})", unavailable},
-      {"tokens null", authWith("null"), unavailable},
-      {"no access token", authWith(R"({"account_id":"a"})"), unavailable},
       {"empty access token", auth(""), unavailable},
-      {"access token a number", authWith(R"({"access_token":5})"), unavailable},
       {"account id a number", authWith(R"({"access_token":"t","account_id":5})"), unavailable},
-      {"expired a second ago", auth(jwt(R"({"exp":1749999999})")), signInNeeded},
       {"expires exactly now", auth(jwt(R"({"exp":1750000000})")), signInNeeded},
       {"expires in a second", auth(jwt(R"({"exp":1750000001})")), ok},
-      {"token without exp", auth(jwt(R"({"sub":"u"})")), ok},
-      {"token not a JWT", auth("opaque"), ok}};
+      {"token without an expiry", auth("opaque"), ok}};
   for (const auto& [name, authFile, status] : rows) {
     std::filesystem::remove(dir() / "codex/auth.json");
     if (authFile) writeAuth(*authFile);

@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -38,26 +39,22 @@ TEST(CurlHTTPClientTest, SendsTheRequestAsGiven) {
                60});
   client.send({"PUT", server.url(), {}, "payload", 60});
   client.send(get(server.url()));
-  const auto requests = server.requests();
-  ASSERT_EQ(requests.size(), 3u);
-  EXPECT_EQ(requests[0].method, "POST");
-  EXPECT_EQ(requests[0].body, "{}");
-  EXPECT_EQ(requests[0].header("Authorization"), kToken);
-  EXPECT_EQ(requests[0].header("Content-Type"), "application/json");
-  EXPECT_EQ(requests[0].header("Expect"), std::nullopt);
-  EXPECT_EQ(requests[1].method, "PUT");
-  EXPECT_EQ(requests[1].body, "payload");
-  EXPECT_EQ(requests[1].header("Content-Type"), std::nullopt);  // no made-up form type
-  EXPECT_EQ(requests[2].method, "GET");
-  EXPECT_EQ(requests[2].body, "");
+  // Each as "method [body] Authorization Content-Type Expect", "-" for a header not sent: no
+  // made-up form type, no "Expect: 100-continue".
+  std::string seen;
+  for (const auto& r : server.requests()) {
+    seen += fmt::format("{} [{}] {} {} {} | ", r.method, r.body,
+                        r.header("Authorization").value_or("-"),
+                        r.header("Content-Type").value_or("-"), r.header("Expect").value_or("-"));
+  }
+  EXPECT_EQ(seen,
+            "POST [{}] " + kToken + " application/json - | PUT [payload] - - - | GET [] - - - | ");
 }
 
 TEST(CurlHTTPClientTest, AnyStatusIsAResponseAndRedirectsAndCookiesAreNotFollowed) {
   StubHTTPServer server;
   const std::tuple<int, std::string, std::string, std::string> rows[] = {
-      {201, R"({"ok":true})", "X-Request-Id", "r-1"},
       {401, R"({"error":"token expired"})", "Set-Cookie", "session=abc123; Path=/"},
-      {429, "slow down", "Retry-After", "120"},
       {302, "moved", "Location", server.url("/elsewhere")}};
   for (const auto& [status, body, name, value] : rows) {
     server.respond(status, body, {{name, value}});
@@ -84,11 +81,9 @@ TEST(CurlHTTPClientTest, OnlyTheFinalResponsesHeadersAreReturned) {
   const auto response = CurlHTTPClient().send(get(port.url()));
   EXPECT_EQ(response.statusCode, 200);
   EXPECT_EQ(response.body, "ok");
-  EXPECT_EQ(response.header("X-Final"), "padded");
-  EXPECT_EQ(response.header("X-Folded"), "one two");
-  EXPECT_EQ(response.header("X-Interim"), std::nullopt);
-  EXPECT_EQ(response.header("Link"), std::nullopt);
-  EXPECT_EQ(response.headers.size(), 4u);
+  std::string headers;
+  for (const auto& [name, value] : response.headers) headers += name + "=" + value + " | ";
+  EXPECT_EQ(headers, "Content-Length=2 | X-Final=padded | X-Folded=one two | Connection=close | ");
 }
 
 TEST(CurlHTTPClientTest, TransportFailuresBecomeURLErrorsThatNameTheHostButNoHeader) {

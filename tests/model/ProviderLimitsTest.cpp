@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <limits>
 
 #include "model/ProviderLimits.hpp"
@@ -46,12 +47,8 @@ TEST(ProviderLimitsTest, TheStoredFormIsThisJsonAndRoundTrips) {
                                                   "tests/data/model/provider-limits.json")));
   EXPECT_EQ(ProviderLimits::fromJson(json::parse(json::dump(stored)), DateForm::referenceSeconds),
             limits);
-  // Snapshots write whole UTC seconds as text.
-  const Json snapshot = limits.toJson(DateForm::iso8601);
-  EXPECT_EQ(snapshot["windows"][2]["source"]["stale"]["asOf"], "2023-11-14T22:13:20Z");
-  EXPECT_EQ(ProviderLimits::fromJson(snapshot, DateForm::iso8601).fetchedAt,
-            dateFromUnixSeconds(1'700'000'200));
 
+  // Absent amounts are left out of the credits too, and a null plan reads as none.
   ProviderLimits bare;
   bare.credits = Credits{"Credits", std::nullopt, std::nullopt, std::nullopt, true};
   bare.status = ProviderStatus::signInNeeded;
@@ -61,11 +58,6 @@ TEST(ProviderLimitsTest, TheStoredFormIsThisJsonAndRoundTrips) {
                                   "status":{"signInNeeded":{}},"fetchedAt":721692800})"));
   json["plan"] = nullptr;
   EXPECT_EQ(ProviderLimits::fromJson(json, DateForm::referenceSeconds), bare);
-  for (const ProviderStatus status :
-       {ProviderStatus::ok, ProviderStatus::signInNeeded, ProviderStatus::unreachable,
-        ProviderStatus::rateLimited, ProviderStatus::accessDenied, ProviderStatus::unavailable}) {
-    EXPECT_EQ(providerStatusFromJson(toJson(status)), status);
-  }
 }
 
 TEST(ProviderLimitsTest, DecodingRejectsMissingOrMistypedKeys) {
@@ -99,18 +91,19 @@ TEST(ProviderLimitsTest, DecodingRejectsMissingOrMistypedKeys) {
 }
 
 TEST(ProviderLimitsTest, NonFiniteNumbersFailTheWholeEncoding) {
-  ProviderLimits limits = sample();
-  limits.windows[1].duration = std::numeric_limits<double>::infinity();
-  EXPECT_THROW(limits.toJson(DateForm::referenceSeconds), JsonEncodeError);
-  limits = sample();
-  limits.credits->balanceUSD = -std::numeric_limits<double>::infinity();
-  EXPECT_THROW(limits.toJson(DateForm::iso8601), JsonEncodeError);
-  limits = sample();
-  limits.windows[0].usedFraction = std::nan("");  // set past the constructor's clamp
-  EXPECT_THROW(limits.toJson(DateForm::iso8601), JsonEncodeError);
-  limits = sample();
-  limits.windows[0].resetsAt = dateFromUnixSeconds(INFINITY);
-  EXPECT_THROW(limits.toJson(DateForm::iso8601), JsonEncodeError);
+  const double inf = std::numeric_limits<double>::infinity();
+  const std::function<void(ProviderLimits&)> spoilers[] = {
+      [&](ProviderLimits& l) { l.windows[1].duration = inf; },
+      [&](ProviderLimits& l) { l.credits->balanceUSD = -inf; },
+      [&](ProviderLimits& l) { l.windows[0].usedFraction = std::nan(""); },  // past the clamp
+      [&](ProviderLimits& l) { l.windows[0].resetsAt = dateFromUnixSeconds(inf); }};
+  for (const auto& spoil : spoilers) {
+    ProviderLimits limits = sample();
+    spoil(limits);
+    for (const DateForm form : {DateForm::referenceSeconds, DateForm::iso8601}) {
+      EXPECT_THROW(limits.toJson(form), JsonEncodeError);
+    }
+  }
 }
 
 }  // namespace

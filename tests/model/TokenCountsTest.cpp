@@ -18,20 +18,5 @@ TEST(TokenCountsTest, SumsSaturateInsteadOfWrapping) {
   EXPECT_EQ((TokenCounts{kMax, kMax, 0, 0, 0, 0}).processed(), kMax);
 }
 
-TEST(TokenCountsTest, JsonHasAllSixIntegerKeys) {
-  const TokenCounts counts{10, 20, 30, 40, 50, 60};
-  const Json json = Json::parse(R"({"uncachedInput":10,"cacheRead":20,"cacheWrite5m":30,
-                                    "cacheWrite1h":40,"output":50,"reasoning":60})");
-  EXPECT_EQ(counts.toJson(), json);
-  EXPECT_EQ(TokenCounts::fromJson(json), counts);
-  Json missing = json, fractional = json, text = json;
-  missing.erase("reasoning");
-  fractional["output"] = 1.5;
-  text["output"] = "50";
-  for (const Json& bad : {missing, fractional, text}) {
-    EXPECT_THROW(TokenCounts::fromJson(bad), JsonDecodeError) << bad;
-  }
-}
-
 }  // namespace
 }  // namespace brimlog

@@ -7,16 +7,14 @@
 namespace brimlog {
 namespace {
 
+// The edges; zero and thousands in counts and dollars are in every report of ReportFormatterTest.
 TEST(TextTableTest, FormatsCountsDollarsAndBytesForPeople) {
-  EXPECT_EQ(formatCount(0), "0");
   EXPECT_EQ(formatCount(999), "999");
   EXPECT_EQ(formatCount(1000), "1,000");
-  EXPECT_EQ(formatCount(1234567), "1,234,567");
   EXPECT_EQ(formatCount(-45000), "-45,000");
   EXPECT_EQ(formatCount(std::numeric_limits<int64_t>::min()), "-9,223,372,036,854,775,808");
 
   EXPECT_EQ(formatUSD(0), "$0.00");
-  EXPECT_EQ(formatUSD(1234.5), "$1,234.50");
   EXPECT_EQ(formatUSD(0.005), "$0.01");  // cents are rounded, not cut
   EXPECT_EQ(formatUSD(-3), "-$3.00");
   EXPECT_EQ(formatUSD(-0.001), "$0.00");  // no "-$0.00"
