@@ -19,9 +19,7 @@
 #include "server/WidgetServer.hpp"
 #include "timeline/BrimlogWidgets.hpp"
 #include "timeline/ProviderChoice.hpp"
-#include "timeline/ProviderChoiceTimelineProvider.hpp"
 #include "timeline/RefreshIntent.hpp"
-#include "timeline/SnapshotTimelineProvider.hpp"
 
 namespace {
 
@@ -94,14 +92,8 @@ int render(const std::string& kind, const std::string& providerName, bool previe
     }
     now = *parsed;
   }
-  const auto clock = [now] { return now; };
-  const std::optional<std::filesystem::path> folder = stateFolder(shared);
-  // One entry: the gallery's in preview, else the first of the timeline, the one shown now.
-  SnapshotEntry entry =
-      description->configurable
-          ? ProviderChoiceTimelineProvider{folder, clock}.snapshotEntry(*choice, preview)
-          : SnapshotTimelineProvider{folder, clock}.snapshotEntry(preview);
-  const Timeline timeline{{entry}, now + Seconds{WidgetDisplay::reloadInterval}};
+  const Timeline timeline =
+      BrimlogWidgets::timeline(*description, stateFolder(shared), *choice, preview, now);
   fmt::print("{}", WidgetPage::page(
                        description->displayName,
                        WidgetPage::widget(*description, timeline, choice->providerID(), now)));

@@ -10,9 +10,7 @@
 #include "server/WidgetPage.hpp"
 #include "timeline/BrimlogWidgets.hpp"
 #include "timeline/ProviderChoice.hpp"
-#include "timeline/ProviderChoiceTimelineProvider.hpp"
 #include "timeline/RefreshIntent.hpp"
-#include "timeline/SnapshotTimelineProvider.hpp"
 
 namespace brimlog {
 
@@ -43,20 +41,8 @@ struct WidgetServer::State {
   // One widget of `description` for `choice`: its timeline, or its gallery entry in preview.
   std::string widget(const WidgetDescription& description, ProviderChoice choice, bool preview,
                      Date now) const {
-    const auto fixedClock = [now] { return now; };
-    Timeline timeline;
-    if (description.configurable) {
-      const ProviderChoiceTimelineProvider provider{stateFolder, fixedClock};
-      timeline = preview ? Timeline{{provider.snapshotEntry(choice, true)}, now}
-                         : provider.timeline(choice);
-    } else {
-      const SnapshotTimelineProvider provider{stateFolder, fixedClock};
-      timeline = preview ? Timeline{{provider.snapshotEntry(true)}, now} : provider.timeline();
-    }
-    if (preview) {
-      // A preview is one entry; the page looks again as a timeline would, 15 minutes on.
-      timeline.reloadAt = now + Seconds{WidgetDisplay::reloadInterval};
-    }
+    const Timeline timeline =
+        BrimlogWidgets::timeline(description, stateFolder, choice, preview, now);
     return WidgetPage::widget(description, timeline, choice.providerID(), now);
   }
 

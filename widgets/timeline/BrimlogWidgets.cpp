@@ -1,5 +1,9 @@
 #include "timeline/BrimlogWidgets.hpp"
 
+#include "display/WidgetDisplay.hpp"
+#include "timeline/ProviderChoiceTimelineProvider.hpp"
+#include "timeline/SnapshotTimelineProvider.hpp"
+
 namespace brimlog {
 namespace {
 
@@ -15,6 +19,21 @@ std::optional<WidgetDescription> BrimlogWidgets::widget(std::string_view kind) {
     if (widget.kind == kind) return widget;
   }
   return std::nullopt;
+}
+
+Timeline BrimlogWidgets::timeline(const WidgetDescription& widget,
+                                  const std::optional<std::filesystem::path>& stateFolder,
+                                  ProviderChoice choice, bool preview, Date now) {
+  const auto clock = [now] { return now; };
+  if (preview) {
+    const SnapshotEntry entry =
+        widget.configurable
+            ? ProviderChoiceTimelineProvider{stateFolder, clock}.snapshotEntry(choice, true)
+            : SnapshotTimelineProvider{stateFolder, clock}.snapshotEntry(true);
+    return Timeline{{entry}, now + Seconds{WidgetDisplay::reloadInterval}};
+  }
+  return widget.configurable ? ProviderChoiceTimelineProvider{stateFolder, clock}.timeline(choice)
+                             : SnapshotTimelineProvider{stateFolder, clock}.timeline();
 }
 
 }  // namespace brimlog

@@ -1,10 +1,14 @@
 #pragma once
 
 #include <array>
+#include <filesystem>
 #include <optional>
 #include <span>
 #include <string_view>
 
+#include "platform/Date.hpp"
+#include "timeline/ProviderChoice.hpp"
+#include "timeline/Timeline.hpp"
 #include "timeline/WidgetDescription.hpp"
 
 namespace brimlog {
@@ -32,6 +36,14 @@ struct BrimlogWidgets {
 
   /// The widget of `kind` (compared exactly), or nothing.
   static std::optional<WidgetDescription> widget(std::string_view kind);
+
+  /// What `widget` shows at `now` from the snapshot in `stateFolder`: the small widget's
+  /// timeline for `choice` (ProviderChoiceTimelineProvider), the others' for every provider
+  /// (SnapshotTimelineProvider). In `preview` the gallery's one entry, looked at again as a
+  /// timeline would be, a reload interval on.
+  static Timeline timeline(const WidgetDescription& widget,
+                           const std::optional<std::filesystem::path>& stateFolder,
+                           ProviderChoice choice, bool preview, Date now);
 };
 
 }  // namespace brimlog
