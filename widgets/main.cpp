@@ -12,7 +12,6 @@
 #include <thread>
 
 #include "display/SnapshotStore.hpp"
-#include "display/WidgetDisplay.hpp"
 #include "platform/AppVersion.hpp"
 #include "platform/StateFolder.hpp"
 #include "server/WidgetPage.hpp"

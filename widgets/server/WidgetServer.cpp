@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "display/WidgetDisplay.hpp"
 #include "server/WidgetPage.hpp"
 #include "timeline/BrimlogWidgets.hpp"
 #include "timeline/ProviderChoice.hpp"
