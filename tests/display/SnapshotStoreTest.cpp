@@ -8,16 +8,7 @@
 namespace brimlog {
 namespace {
 
-class SnapshotStoreTest : public testing::TempDirTest {
- protected:
-  std::string names(const std::filesystem::path& folder) {
-    std::string found;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-      found += entry.path().filename().string() + " ";
-    }
-    return found;
-  }
-};
+class SnapshotStoreTest : public testing::TempDirTest {};
 
 TEST_F(SnapshotStoreTest, WritesCompactJsonIntoNewFoldersAndReadsNothingUnusable) {
   const SnapshotStore store{dir() / "data" / "group"};
@@ -41,7 +32,7 @@ TEST_F(SnapshotStoreTest, ANumberThatCannotBeEncodedLeavesTheOldFileWhole) {
   broken.providers[1].cost30dUSD = std::numeric_limits<double>::infinity();
   EXPECT_THROW(store.write(broken), JsonEncodeError);
   EXPECT_EQ(testing::readFile(store.file()), old);
-  EXPECT_EQ(names(dir()), "snapshot.json ");
+  EXPECT_EQ(testing::fileNames(dir()), "snapshot.json ");
 }
 
 }  // namespace

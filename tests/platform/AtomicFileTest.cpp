@@ -1,11 +1,8 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <optional>
-#include <set>
-#include <string>
 
 #include "platform/AtomicFile.hpp"
 #include "support/TempDir.hpp"
@@ -14,20 +11,10 @@ namespace brimlog {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::fileNames;
 
 class AtomicFileTest : public testing::TempDirTest {
  protected:
-  // The names in `folder`, hidden ones included, sorted.
-  static std::string names(const fs::path& folder) {
-    std::set<std::string> found;
-    for (const auto& entry : fs::directory_iterator(folder)) {
-      found.insert(entry.path().filename().string());
-    }
-    std::string joined;
-    for (const std::string& name : found) joined += name + " ";
-    return joined;
-  }
-
   // What `replace` throws, or nothing.
   static std::optional<fs::filesystem_error> failure(const fs::path& path) {
     try {
@@ -47,7 +34,7 @@ TEST_F(AtomicFileTest, ReplacesWholeForTheUserAlone) {
   struct stat status {};
   ASSERT_EQ(::stat(path.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0600);
-  EXPECT_EQ(names(dir()), "state.json ");
+  EXPECT_EQ(fileNames(dir()), "state.json ");
 }
 
 TEST_F(AtomicFileTest, AFailureNamesThePathAndLeavesTheOldFileAndNoTemporaryFile) {
@@ -59,7 +46,8 @@ TEST_F(AtomicFileTest, AFailureNamesThePathAndLeavesTheOldFileAndNoTemporaryFile
   // A folder standing where the file should be is not replaced.
   write("blocked/state.json/kept", "x");
   ASSERT_TRUE(failure(dir() / "blocked" / "state.json"));
-  EXPECT_EQ(names(dir() / "blocked") + names(dir() / "blocked" / "state.json"), "state.json kept ");
+  EXPECT_EQ(fileNames(dir() / "blocked") + fileNames(dir() / "blocked" / "state.json"),
+            "state.json kept ");
 
   if (::geteuid() != 0) {  // root writes into any folder
     write("locked/state.json", "old");
@@ -69,7 +57,7 @@ TEST_F(AtomicFileTest, AFailureNamesThePathAndLeavesTheOldFileAndNoTemporaryFile
     ASSERT_TRUE(locked);
     EXPECT_EQ(locked->code(), std::errc::permission_denied);
     EXPECT_EQ(testing::readFile(dir() / "locked" / "state.json"), "old");
-    EXPECT_EQ(names(dir() / "locked"), "state.json ");
+    EXPECT_EQ(fileNames(dir() / "locked"), "state.json ");
   }
 }
 

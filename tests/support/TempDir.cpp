@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <set>
 #include <sstream>
 
 namespace brimlog::testing {
@@ -73,6 +74,16 @@ std::vector<std::vector<std::string>> dataRows(const std::filesystem::path& rela
 std::string readFile(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};
+}
+
+std::string fileNames(const std::filesystem::path& folder) {
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    names.insert(entry.path().filename().string());
+  }
+  std::string joined;
+  for (const std::string& name : names) joined += name + " ";
+  return joined;
 }
 
 }  // namespace brimlog::testing

@@ -44,6 +44,9 @@ std::vector<std::vector<std::string>> dataRows(const std::filesystem::path& rela
 /// Reads a whole file.
 std::string readFile(const std::filesystem::path& path);
 
+/// The names in a folder, hidden ones included, sorted, each followed by a space.
+std::string fileNames(const std::filesystem::path& folder);
+
 }  // namespace brimlog::testing
 
 /// Skips the current test when the real-log fixtures are absent.
