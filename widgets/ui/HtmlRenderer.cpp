@@ -117,7 +117,7 @@ class Writer {
   void view(const View& node, Axis parent) {
     const View::Modifiers& m = node.modifiers;
     if (m.frame) {
-      // A frame is a box of its own around the view, as on the platform: it takes the given
+      // A frame is a box of its own around the view: it takes the given
       // size, or grows, and places the view inside by its alignment.
       const Frame& f = *m.frame;
       std::string style = placement(growth(node, parent), parent, m.layoutPriority);

@@ -13,7 +13,7 @@ namespace brimlog::ui {
 /// SVG whose shapes the page's script lays out at the size the canvas gets. Nothing refers outside
 /// the output.
 ///
-/// Views grow as they do on the platform: a spacer, a full-width frame or a canvas lets its
+/// Views grow as in a declarative layout toolkit: a spacer, a full-width frame or a canvas lets its
 /// stack take all the room offered along that axis, and views that can grow share the room
 /// equally.
 ///

@@ -198,7 +198,7 @@ View Spacer(double minLength = 0);
 View Divider();
 /// An SVG image drawn as a template: every mark in the foreground colour.
 View Image(std::string svg);
-/// A symbol of the platform by name ("arrow.clockwise"), drawn as an image.
+/// One of the renderer's built-in symbols by name ("arrow.clockwise"), drawn as an image.
 View Symbol(std::string_view name);
 View Canvas(std::vector<Shape> shapes);
 View Button(std::string action, View label);

@@ -8,7 +8,7 @@ namespace brimlog {
 using namespace ui;
 
 namespace {
-// The platform's orange, which reads as a warning on light and dark backgrounds alike.
+// A warm orange, which reads as a warning on light and dark backgrounds alike.
 constexpr Color kOrange = Color::srgb(1.0, 149 / 255.0, 0.0);
 }  // namespace
 
