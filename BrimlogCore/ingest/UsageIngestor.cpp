@@ -16,9 +16,9 @@
 #include <utility>
 
 #include "ingest/BoundedQueue.hpp"
-#include "ingest/ClaudeLogReader.hpp"
-#include "ingest/CodexLogReader.hpp"
-#include "ingest/GrokLogReader.hpp"
+#include "ingest/claude/ClaudeLogReader.hpp"
+#include "ingest/codex/CodexLogReader.hpp"
+#include "ingest/grok/GrokLogReader.hpp"
 
 namespace brimlog {
 namespace {

@@ -1,8 +1,8 @@
-#include "ingest/CodexLogReader.hpp"
+#include "ingest/codex/CodexLogReader.hpp"
 
 #include <variant>
 
-#include "ingest/CodexLogParser.hpp"
+#include "ingest/codex/CodexLogParser.hpp"
 #include "ingest/JSONLTail.hpp"
 #include "ingest/LogResume.hpp"
 

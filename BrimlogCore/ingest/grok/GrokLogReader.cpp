@@ -1,8 +1,8 @@
-#include "ingest/GrokLogReader.hpp"
+#include "ingest/grok/GrokLogReader.hpp"
 
 #include <limits>
 
-#include "ingest/GrokUsageParser.hpp"
+#include "ingest/grok/GrokUsageParser.hpp"
 #include "platform/WholeFile.hpp"
 
 namespace brimlog {

@@ -1,6 +1,6 @@
-#include "ingest/ClaudeLogReader.hpp"
+#include "ingest/claude/ClaudeLogReader.hpp"
 
-#include "ingest/ClaudeLogParser.hpp"
+#include "ingest/claude/ClaudeLogParser.hpp"
 #include "ingest/JSONLTail.hpp"
 #include "ingest/LogResume.hpp"
 
