@@ -236,7 +236,7 @@ int Commands::limits(const LimitsOptions& options) {
   for (const auto& [provider, limits] : all) {
     const Snapshot::Provider entry{
         provider, limits.plan, limits.windows, limits.credits, limits.status, 0, 0, false};
-    std::string heading = std::string(provider.toolName());
+    std::string heading = std::string(provider.displayName());
     if (limits.plan) heading += " · " + *limits.plan;
     heading += " · " + statusText(limits.status);
     fmt::print(out_, "{}{}  (asked {})\n{}", &provider == &all.front().first ? "" : "\n", heading,

@@ -171,7 +171,7 @@ struct Daemon::Loop {
       store->setLimits(limits, id);
       refresh[id].record(limits.status, limits.fetchedAt);
       if (limits.status != ProviderStatus::ok) {
-        say("{} limits: {} (next try in {:.0f} s)", id.toolName(), caseName(limits.status),
+        say("{} limits: {} (next try in {:.0f} s)", id.displayName(), caseName(limits.status),
             *refresh[id].delay);
       }
       tellDesktop(id, limits);
