@@ -120,7 +120,8 @@ std::shared_ptr<UsageStore> Commands::store(Access access) {
 
 std::vector<FetchOutcome> Commands::fetchLimits(LimitsEndpoints endpoints, bool force) {
   LimitsFetcher fetcher{store(), settings_.tools,
-                        std::make_shared<ClaudeConfigCredentialSource>(settings_.tools.claudeDirs),
+                        std::make_shared<ClaudeConfigCredentialSource>(
+                            settings_.tools.places(ProviderID::claude).homes),
                         std::make_shared<CurlHTTPClient>(), std::move(endpoints)};
   const std::filesystem::path statePath = RefreshState::pathFor(settings_.database);
   RefreshState state = RefreshState::load(statePath);

@@ -274,11 +274,11 @@ int Daemon::run() {
   loop.refreshPath = RefreshState::pathFor(settings_.database);
   loop.refresh = RefreshState::load(loop.refreshPath);
   if (endpoints) {
-    loop.providers =
-        LimitsFetcher{loop.store, settings_.tools,
-                      std::make_shared<ClaudeConfigCredentialSource>(settings_.tools.claudeDirs),
-                      std::make_shared<CurlHTTPClient>(), *endpoints}
-            .providers();
+    loop.providers = LimitsFetcher{loop.store, settings_.tools,
+                                   std::make_shared<ClaudeConfigCredentialSource>(
+                                       settings_.tools.places(ProviderID::claude).homes),
+                                   std::make_shared<CurlHTTPClient>(), *endpoints}
+                         .providers();
   }
   if (options_.notify && !options_.offline) {
     std::string why;

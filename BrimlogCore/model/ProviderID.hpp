@@ -104,6 +104,12 @@ class ProviderID {
 };
 
 namespace detail {
+template <size_t N, size_t... I>
+constexpr std::array<ProviderID, N> casesAt(const std::array<size_t, N>& rows,
+                                            std::index_sequence<I...>) {
+  return {static_cast<ProviderID::Value>(rows[I])...};
+}
+
 // The cases whose rows `keep` accepts, in order; N is their count.
 template <size_t N>
 constexpr std::array<ProviderID, N> casesWhere(bool (*keep)(const ProviderTraits&)) {
@@ -112,9 +118,7 @@ constexpr std::array<ProviderID, N> casesWhere(bool (*keep)(const ProviderTraits
   for (size_t row = 0; row < kProviderTraits.size(); ++row) {
     if (keep(kProviderTraits[row])) rows[next++] = row;
   }
-  return [&]<size_t... I>(std::index_sequence<I...>) {
-    return std::array<ProviderID, N>{static_cast<ProviderID::Value>(rows[I])...};
-  }(std::make_index_sequence<N>{});
+  return casesAt(rows, std::make_index_sequence<N>{});
 }
 }  // namespace detail
 
