@@ -19,7 +19,7 @@
 #include <utility>
 #include <vector>
 
-#include "ingest/ProviderLocations.hpp"
+#include "ingest/ToolLocations.hpp"
 #include "platform/Json.hpp"
 
 namespace brimlog {
@@ -537,7 +537,9 @@ HomeGenerator::Stats HomeGenerator::write(const fs::path& home, const Options& o
   if (options.claudeFiles == 0 || options.projects == 0 || options.days <= 0) {
     throw std::invalid_argument("A home needs at least one Claude transcript, project and day");
   }
-  const ProviderLocations where{home};
+  // Each tool's first log folder at its default place.
+  const ToolLocations where = ToolLocations::resolve(home, {});
+  auto logRoot = [&where](ProviderID tool) { return where.places(tool).logFolders.front().root; };
   const int64_t windowStart = (options.endDay - options.days + 1) * kDayMillis;
   const int64_t windowEnd = (options.endDay + 1) * kDayMillis - 1;
   // A start in the window (or soon after `after`), early enough for `bytes` to end in it.
@@ -568,18 +570,18 @@ HomeGenerator::Stats HomeGenerator::write(const fs::path& home, const Options& o
     std::string name = "rollout-" + when.substr(0, 19) + "-" + id + ".jsonl";
     std::replace(name.begin(), name.end(), ':', '-');
     const fs::path dir =
-        where.codexSessions().front() / when.substr(0, 4) / when.substr(5, 2) / when.substr(8, 2);
+        logRoot(ProviderID::codex) / when.substr(0, 4) / when.substr(5, 2) / when.substr(8, 2);
     fs::create_directories(dir);
     const std::string& cwd = projects[random_.below(projects.size())];
     CodexWriter{random_, stats, start, windowEnd, id, cwd}.write(dir / name, bytes);
     ++stats.codexFiles;
   }
-  fs::create_directories(where.grokSessions());
+  fs::create_directories(logRoot(ProviderID::grok));
   for (size_t i = 0; i < options.grokFiles; ++i) {
     const auto bytes = static_cast<uint64_t>(std::max(
         3'000.0,
         total * 0.0005 / static_cast<double>(options.grokFiles) * std::exp(0.5 * normal(random_))));
-    const fs::path path = where.grokSessions() / (uuid4(random_) + ".json");
+    const fs::path path = logRoot(ProviderID::grok) / (uuid4(random_) + ".json");
     const int64_t start = startFor(bytes * 40);
     writeGrok(random_, stats, path, bytes, start, windowEnd,
               projects[random_.below(projects.size())]);
@@ -609,7 +611,7 @@ HomeGenerator::Stats HomeGenerator::write(const fs::path& home, const Options& o
       session = sessions[random_.below(sessions.size())];
       session.agentId = "a" + letters(random_, "0123456789abcdef", 6);
       session.startMillis = startFor(bytes, session.startMillis);
-      path = where.claudeProjects() / folderOf(session.cwd) / session.id / "subagents" /
+      path = logRoot(ProviderID::claude) / folderOf(session.cwd) / session.id / "subagents" /
              ("agent-" + session.agentId + ".jsonl");
       ++stats.subagentFiles;
     } else {
@@ -617,7 +619,7 @@ HomeGenerator::Stats HomeGenerator::write(const fs::path& home, const Options& o
           static_cast<size_t>(static_cast<double>(projects.size()) * std::pow(random_.unit(), 2.5));
       session = {uuid4(random_), projects[project], "", startFor(bytes)};
       sessions.push_back(session);
-      path = where.claudeProjects() / folderOf(session.cwd) / (session.id + ".jsonl");
+      path = logRoot(ProviderID::claude) / folderOf(session.cwd) / (session.id + ".jsonl");
     }
     fs::create_directories(path.parent_path());
     ClaudeWriter{random_, stats, session, windowEnd}.write(path, bytes);

@@ -16,7 +16,7 @@ struct ToolTotals {
 
 /// Writes a synthetic home of coding-tool logs for benchmarks and their checks: Claude Code
 /// transcripts (subagents beside their session), Codex session logs and Grok Build session
-/// documents, each where the tool keeps it (`ProviderLocations`). Every line is a small template
+/// documents, each where the tool keeps it (`ToolLocations`). Every line is a small template
 /// shaped like the tool's own, filled with seeded ids, times, token counts and escaped text.
 /// Claude replies stream over several lines sharing a message id (the last has the final output
 /// count), some are written again verbatim, some assistant lines carry no usage; Codex logs its

@@ -27,7 +27,7 @@
 
 #include "HomeGenerator.hpp"
 #include "SummaryReporter.hpp"
-#include "ingest/ClaudeLogParser.hpp"
+#include "ingest/claude/ClaudeLogParser.hpp"
 #include "ingest/JSONLTail.hpp"
 #include "platform/FileDescriptor.hpp"
 

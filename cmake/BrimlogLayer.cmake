@@ -3,7 +3,8 @@
 #
 # Every library sees its own headers and those of the libraries it links, and no others: its
 # include root holds a link to its own folder alone, so `#include "store/UsageStore.hpp"` from a
-# folder that does not link the store does not compile. Sources are found per folder, so adding a
+# folder that does not link the store does not compile. Sources are found in the folder and its
+# sub-folders (ingest/ keeps each tool in one), so adding a
 # type means adding its files.
 function(brimlog_layer name)
   cmake_parse_arguments(LAYER "" "PREFIX" "DEPS;PRIVATE_DEPS" ${ARGN})
@@ -11,7 +12,7 @@ function(brimlog_layer name)
     set(LAYER_PREFIX brimlog)
   endif()
   set(target ${LAYER_PREFIX}_${name})
-  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${name}/*.cpp)
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${name}/*.cpp)
   set(root ${CMAKE_CURRENT_BINARY_DIR}/layers/${name})
   file(MAKE_DIRECTORY ${root})
   file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR}/${name} ${root}/${name} SYMBOLIC)

@@ -12,7 +12,7 @@
 
 #include "Finding.hpp"
 #include "GuardedBuffer.hpp"
-#include "ingest/ClaudeLogParser.hpp"
+#include "ingest/claude/ClaudeLogParser.hpp"
 
 using namespace brimlog;
 

@@ -16,7 +16,7 @@
 
 #include "Finding.hpp"
 #include "GuardedBuffer.hpp"
-#include "ingest/CodexLogParser.hpp"
+#include "ingest/codex/CodexLogParser.hpp"
 
 using namespace brimlog;
 

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "Finding.hpp"
-#include "ingest/GrokUsageParser.hpp"
+#include "ingest/grok/GrokUsageParser.hpp"
 
 using namespace brimlog;
 

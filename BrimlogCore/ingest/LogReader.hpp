@@ -56,7 +56,8 @@ struct ReadOutput {
 using ReadSink = std::function<bool(ReadOutput)>;
 
 /// How one tool's log files are read: when a file found by the walk needs reading, and how its
-/// lines become events. Each reader owns the context keys it keeps in a file's cursor.
+/// lines become events. Each reader owns the context keys it keeps in a file's cursor, and puts
+/// the job's tool under `FileCursor::providerKey` in every cursor it hands over.
 ///
 /// Readers hold only settings; `read` runs on worker threads, several at once.
 class LogReader {
@@ -72,9 +73,6 @@ class LogReader {
   /// Reads the job's file from its cursor and hands every output to `sink`; the last one has
   /// `fileDone` set. Throws std::filesystem::filesystem_error when the file cannot be read.
   virtual void read(const ReadJob& job, Date now, const ReadSink& sink) const = 0;
-
-  /// Context key naming the file's tool, by which the store finds a provider's cursors.
-  static constexpr const char* providerKey = "provider";
 };
 
 }  // namespace brimlog

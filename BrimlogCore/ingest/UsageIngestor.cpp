@@ -16,9 +16,7 @@
 #include <utility>
 
 #include "ingest/BoundedQueue.hpp"
-#include "ingest/ClaudeLogReader.hpp"
-#include "ingest/CodexLogReader.hpp"
-#include "ingest/GrokLogReader.hpp"
+#include "ingest/ToolSource.hpp"
 
 namespace brimlog {
 namespace {
@@ -272,10 +270,7 @@ IngestResult UsageIngestor::run(Date now) {
   IngestResult result;
 
   PerProvider<std::unique_ptr<LogReader>> readers;
-  readers[ProviderID::claude] =
-      std::make_unique<ClaudeLogReader>(options_.chunkBytes, options_.pendingGrace);
-  readers[ProviderID::codex] = std::make_unique<CodexLogReader>(options_.chunkBytes);
-  readers[ProviderID::grok] = std::make_unique<GrokLogReader>();
+  for (const ToolSource& tool : ToolSource::all()) readers[tool.provider] = tool.reader(options_);
 
   // One query for every cursor, made while the folders are walked, and the walk's stat of each
   // file: an unchanged home costs no reads, and its two halves overlap.

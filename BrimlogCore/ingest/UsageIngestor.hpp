@@ -71,8 +71,8 @@ struct IngestResult {
 /// One pass over the tools' log folders: counts every reply not yet counted, reading each file
 /// only from where the previous pass stopped.
 ///
-/// The pass plans and commits; the tools' readers (`ClaudeLogReader`, `CodexLogReader`,
-/// `GrokLogReader`) decide which files changed and turn them into events on worker threads.
+/// The pass plans and commits; the tools' readers (one for each row of `ToolSource::all`) decide
+/// which files changed and turn them into events on worker threads.
 /// The calling thread gathers their events with the cursors of the files they came from into
 /// batches, and a writer thread commits each batch in one transaction while the reading goes on. A
 /// pass that stops part way (a crash, a failed commit) leaves every file either counted up to its

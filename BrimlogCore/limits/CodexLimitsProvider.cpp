@@ -82,11 +82,11 @@ ProviderLimits answer(ProviderStatus status, Date now) {
 CodexLimitsProvider::CodexLimitsProvider(StoredLimits storedLimits,
                                          std::shared_ptr<const CredentialSource> credentials,
                                          std::shared_ptr<const HTTPClient> http,
-                                         std::filesystem::path codexHome, std::string endpoint)
+                                         std::filesystem::path authFile, std::string endpoint)
     : storedLimits_(std::move(storedLimits)),
       credentials_(std::move(credentials)),
       http_(std::move(http)),
-      codexHome_(std::move(codexHome)),
+      authFile_(std::move(authFile)),
       endpoint_(std::move(endpoint)) {}
 
 std::optional<ProviderLimits> CodexLimitsProvider::decodeUsage(std::string_view body, Date now) {
@@ -155,7 +155,7 @@ ProviderLimits CodexLimitsProvider::fetchLive(Date now) const {
 
   std::string contents;
   try {
-    contents = credentials_->file(codexHome_ / "auth.json");
+    contents = credentials_->file(authFile_);
   } catch (...) {
     return answer(ProviderStatus::unavailable, now);
   }

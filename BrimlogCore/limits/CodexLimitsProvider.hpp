@@ -15,7 +15,8 @@ namespace brimlog {
 
 /// Codex's limits: the record the caller keeps for `codex` (this provider's own earlier answers as
 /// the host stored them, or limits read from Codex's session logs), renewed from ChatGPT's usage
-/// endpoint with the tokens Codex keeps in `<codexHome>/auth.json`.
+/// endpoint with the tokens Codex keeps in its sign-in file `auth.json` (whose path the host
+/// hands down: where Codex keeps it is decided with its other places).
 ///
 /// `fetch(now)`:
 /// - a stored record at most 600 seconds old (or dated after `now`) is answered as it is, with
@@ -35,7 +36,7 @@ namespace brimlog {
 /// is the caller's decision.
 ///
 ///     CodexLimitsProvider codex{[store] { return store->limits(ProviderID::codex); },
-///                               credentials, std::make_shared<CurlHTTPClient>(), codexHome};
+///                               credentials, std::make_shared<CurlHTTPClient>(), authFile};
 ///     ProviderLimits limits = codex.fetch(currentDate());
 ///     store->setLimits(limits, ProviderID::codex);
 class CodexLimitsProvider : public LimitsProvider {
@@ -51,7 +52,7 @@ class CodexLimitsProvider : public LimitsProvider {
   /// `endpoint` is the full URL of the usage endpoint; tests point it at a local server.
   CodexLimitsProvider(StoredLimits storedLimits,
                       std::shared_ptr<const CredentialSource> credentials,
-                      std::shared_ptr<const HTTPClient> http, std::filesystem::path codexHome,
+                      std::shared_ptr<const HTTPClient> http, std::filesystem::path authFile,
                       std::string endpoint = std::string(defaultEndpoint));
 
   /// The record a 2xx answer's body gives: status `ok`, the plan ("plan_type" with its first
@@ -78,7 +79,7 @@ class CodexLimitsProvider : public LimitsProvider {
   StoredLimits storedLimits_;
   std::shared_ptr<const CredentialSource> credentials_;
   std::shared_ptr<const HTTPClient> http_;
-  std::filesystem::path codexHome_;
+  std::filesystem::path authFile_;
   std::string endpoint_;
 };
 

@@ -13,10 +13,13 @@ namespace brimlog {
 /// How far reading of one log file got, which file it was, and the parser state carried from one
 /// read of it to the next.
 ///
-/// `context` is opaque to the reader. Entries in use: "provider" (the raw value of the file's
+/// `context` is opaque to the reader. Entries in use: `providerKey` (the raw value of the file's
 /// tool, by which the store finds a provider's cursors) and the parsers' own state, such as the
 /// Codex parser's "session" and "model".
 struct FileCursor {
+  /// The context key that names the file's tool.
+  static constexpr const char* providerKey = "provider";
+
   std::string path;
   /// The file's inode when the cursor was made; 0 when the file system reported none.
   uint64_t inode = 0;

@@ -8,22 +8,6 @@
 namespace brimlog {
 namespace {
 
-struct Names {
-  std::string_view rawValue;
-  std::string_view displayName;
-  std::string_view toolName;
-};
-
-constexpr std::array<Names, 4> kNames = {{
-    {"claude", "Claude", "Claude Code"},
-    {"codex", "Codex", "Codex"},
-    {"grok", "Grok", "Grok Build"},
-    {"cursor", "Cursor", "Cursor"},
-}};
-
-// The logos' file base names: Codex's mark is kept under its maker's name.
-constexpr std::array<std::string_view, 4> kLogoNames = {"claude", "openai", "grok", "cursor"};
-
 std::string loadLogo(std::string_view baseName) {
   const auto file = Resources::find(fmt::format("Logos/{}.svg", baseName));
   if (!file) return {};
@@ -42,32 +26,30 @@ std::string loadLogo(std::string_view baseName) {
 
 std::optional<ProviderID> ProviderID::fromRawValue(std::string_view rawValue) {
   for (const ProviderID id : allCases) {
-    if (kNames[id.index()].rawValue == rawValue) return id;
+    if (id.rawValue() == rawValue) return id;
   }
   return std::nullopt;
 }
 
-std::string_view ProviderID::rawValue() const { return kNames[value_].rawValue; }
-std::string_view ProviderID::displayName() const { return kNames[value_].displayName; }
-std::string_view ProviderID::toolName() const { return kNames[value_].toolName; }
+std::optional<ProviderID> ProviderID::readableNamed(std::string_view rawValue) {
+  const std::optional<ProviderID> id = fromRawValue(rawValue);
+  if (id && id->isReadable()) return id;
+  return std::nullopt;
+}
 
-Color ProviderID::accent() const {
-  switch (value_) {
-    case claude:
-      return Color::srgb(217 / 255.0, 119 / 255.0, 87 / 255.0);
-    case codex:
-      return Color::primaryText();
-    case grok:
-    case cursor:
-      return Color::secondaryText();
+std::string ProviderID::readableChoices() {
+  std::string text;
+  for (size_t i = 0; i < readableCases.size(); ++i) {
+    if (i > 0) text += i + 1 == readableCases.size() ? " or " : ", ";
+    text += readableCases[i].rawValue();
   }
-  return Color::secondaryText();
+  return text;
 }
 
 const std::string& ProviderID::logo() const {
-  static const std::array<std::string, 4> logos = [] {
-    std::array<std::string, 4> loaded;
-    for (size_t i = 0; i < loaded.size(); ++i) loaded[i] = loadLogo(kLogoNames[i]);
+  static const std::array<std::string, allCases.size()> logos = [] {
+    std::array<std::string, allCases.size()> loaded;
+    for (const ProviderID id : allCases) loaded[id.index()] = loadLogo(id.traits().logoName);
     return loaded;
   }();
   return logos[value_];

@@ -234,7 +234,7 @@ void UsageStore::resetCursors(ProviderID provider) {
         } catch (const JsonDecodeError&) {
           continue;  // not ours to judge: keep it
         }
-        const auto owner = cursor->context.find("provider");
+        const auto owner = cursor->context.find(FileCursor::providerKey);
         if (owner == cursor->context.end() || owner->second != provider.rawValue()) continue;
         db.run("DELETE FROM cursors WHERE path = ?1", {path});
       }

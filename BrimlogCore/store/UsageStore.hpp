@@ -82,7 +82,7 @@ class UsageStore {
   /// Stores a cursor under its path, replacing an earlier one.
   void save(const FileCursor& cursor);
 
-  /// Deletes the cursors whose context says they belong to `provider` ("provider" = raw value);
+  /// Deletes the cursors whose context says they belong to `provider` (`FileCursor::providerKey`);
   /// cursors without that entry, of other providers, or that do not decode are kept.
   void resetCursors(ProviderID provider);
 

@@ -70,7 +70,8 @@ void CommandContext::takeClaudeCodeReading() {
 
 std::vector<FetchOutcome> CommandContext::fetchLimits(LimitsEndpoints endpoints, bool force) {
   LimitsFetcher fetcher{store(), settings_.tools,
-                        std::make_shared<ClaudeConfigCredentialSource>(settings_.tools.claudeDirs),
+                        std::make_shared<ClaudeConfigCredentialSource>(
+                            settings_.tools.places(ProviderID::claude).homes),
                         std::make_shared<CurlHTTPClient>(), std::move(endpoints)};
   const fs::path statePath = RefreshState::pathIn(settings_.stateFolder);
   RefreshState state = RefreshState::load(statePath);

@@ -174,7 +174,7 @@ struct Daemon::Loop {
       store->setLimits(limits, id);
       refresh[id].record(limits.status, limits.fetchedAt);
       if (limits.status != ProviderStatus::ok) {
-        say("{} limits: {} (next try in {:.0f} s)", id.toolName(), caseName(limits.status),
+        say("{} limits: {} (next try in {:.0f} s)", id.displayName(), caseName(limits.status),
             *refresh[id].delay);
       }
       tellDesktop(id, limits);
@@ -289,11 +289,11 @@ int Daemon::run() {
   loop.refreshPath = RefreshState::pathIn(settings_.stateFolder);
   loop.refresh = RefreshState::load(loop.refreshPath);
   if (endpoints) {
-    loop.providers =
-        LimitsFetcher{loop.store, settings_.tools,
-                      std::make_shared<ClaudeConfigCredentialSource>(settings_.tools.claudeDirs),
-                      std::make_shared<CurlHTTPClient>(), *endpoints}
-            .providers();
+    loop.providers = LimitsFetcher{loop.store, settings_.tools,
+                                   std::make_shared<ClaudeConfigCredentialSource>(
+                                       settings_.tools.places(ProviderID::claude).homes),
+                                   std::make_shared<CurlHTTPClient>(), *endpoints}
+                         .providers();
   }
   if (options_.notify && !options_.offline) {
     std::string why;

@@ -42,7 +42,7 @@ std::string_view stageName(int stage) {
 
 LimitAlert makeAlert(ProviderID provider, const LimitWindow& window, LimitAlert::Kind kind,
                      double used, Date now) {
-  LimitAlert alert{provider, window.id, kind, std::string(provider.toolName()) + ": ", ""};
+  LimitAlert alert{provider, window.id, kind, std::string(provider.displayName()) + ": ", ""};
   if (kind == LimitAlert::Kind::reset) {
     alert.summary += window.label + " has reset";
   } else {

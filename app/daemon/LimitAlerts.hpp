@@ -15,7 +15,7 @@ namespace brimlog {
 
 /// One thing to tell the user about a limit window, with the texts of its desktop notification:
 ///
-///     summary "Claude Code: Session at 82.0%", body "18.0% left, resets in 2h 14m"
+///     summary "Claude: Session at 82.0%",      body "18.0% left, resets in 2h 14m"
 ///     summary "Codex: Weekly has reset",       body "100.0% left"
 struct LimitAlert {
   enum class Kind {

@@ -24,7 +24,7 @@ std::string LimitsReport::render(const std::vector<std::pair<ProviderID, Provide
   for (const auto& [provider, stored] : limits) {
     const Snapshot::Provider entry{
         provider, stored.plan, stored.windows, stored.credits, stored.status, 0, 0, false};
-    std::string heading = std::string(provider.toolName());
+    std::string heading = std::string(provider.displayName());
     if (stored.plan) heading += " · " + *stored.plan;
     heading += fmt::format(" · {}", WidgetDisplay::statusText(stored.status));
     text += fmt::format("{}{}  (asked {})\n{}", text.empty() ? "" : "\n", heading,

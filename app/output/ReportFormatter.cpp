@@ -160,7 +160,7 @@ std::string ReportFormatter::tools(const UsageSummary& summary) {
                    {"Cost share", TextTable::right}}};
   int64_t tokens = 0;
   for (const UsageSummary::Tool& tool : summary.tools) {
-    table.addRow({std::string(tool.provider.toolName()), formatCount(tool.sessions),
+    table.addRow({std::string(tool.provider.displayName()), formatCount(tool.sessions),
                   formatCount(tool.tokens), percent(tool.tokenShare),
                   cost(tool.costUSD, tool.approximate), percent(tool.costShare)});
     tokens += tool.tokens;

@@ -27,7 +27,7 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
   if (auto home = environment("HOME"); home && fs::path(*home).is_absolute()) {
     userHome = *home;
   } else {
-    userHome = ProviderLocations::live().home();
+    userHome = ToolLocations::userHome();
   }
   if (given.home) {
     const std::string& home = *given.home;
@@ -43,8 +43,14 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
   } else {
     settings.home = userHome;
   }
-  settings.tools = ToolFolders::resolve(settings.home, environment("CLAUDE_CONFIG_DIR"),
-                                        environment("CODEX_HOME"));
+  ToolVariables toolVariables;
+  for (const std::string_view name : ToolLocations::variables()) {
+    const std::string key(name);
+    if (auto value = environment(key.c_str()); value && !value->empty()) {
+      toolVariables.emplace(key, std::move(*value));
+    }
+  }
+  settings.tools = ToolLocations::resolve(settings.home, toolVariables);
 
   const std::optional<std::string> dataHome = environment("XDG_DATA_HOME");
   const fs::path userDatabase =

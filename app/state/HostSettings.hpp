@@ -6,9 +6,9 @@
 #include <stdexcept>
 #include <string>
 
+#include "ingest/ToolLocations.hpp"
 #include "platform/Calendar.hpp"
 #include "platform/Date.hpp"
-#include "state/ToolFolders.hpp"
 
 namespace brimlog {
 
@@ -42,7 +42,9 @@ struct CommandLine {
 /// environment; everything it needs is handed down from here.
 struct HostSettings {
   std::filesystem::path home;
-  ToolFolders tools;
+  /// The tools' places under `home`, moved by the variables the tools name (CLAUDE_CONFIG_DIR,
+  /// CODEX_HOME, ...).
+  ToolLocations tools;
   std::filesystem::path database;
   Calendar calendar = Calendar::utc();
   Date now;

@@ -3,11 +3,10 @@
 #include <future>
 #include <string_view>
 
+#include "ingest/codex/CodexSource.hpp"
 #include "limits/ClaudeLimitsProvider.hpp"
 #include "limits/CodexLimitsProvider.hpp"
 #include "limits/CurlHTTPClient.hpp"
-#include "limits/CursorProvider.hpp"
-#include "limits/GrokLimitsProvider.hpp"
 #include "state/HostSettings.hpp"
 #include "store/UsageStore.hpp"
 
@@ -36,7 +35,7 @@ LimitsEndpoints LimitsEndpoints::from(const HostSettings& settings) {
   return endpoints;
 }
 
-LimitsFetcher::LimitsFetcher(std::shared_ptr<UsageStore> store, ToolFolders tools,
+LimitsFetcher::LimitsFetcher(std::shared_ptr<UsageStore> store, ToolLocations tools,
                              std::shared_ptr<const CredentialSource> credentials,
                              std::shared_ptr<const HTTPClient> http, LimitsEndpoints endpoints)
     : store_(std::move(store)),
@@ -47,8 +46,8 @@ LimitsFetcher::LimitsFetcher(std::shared_ptr<UsageStore> store, ToolFolders tool
 
 std::vector<std::unique_ptr<LimitsProvider>> LimitsFetcher::providers() const {
   std::vector<std::unique_ptr<LimitsProvider>> providers;
-  for (ProviderID provider : ProviderID::allCases) {
-    if (!tools_.isPresent(provider)) continue;
+  for (ProviderID provider : ProviderID::readableCases) {
+    if (!provider.hasLimits() || !tools_.isPresent(provider)) continue;
     switch (provider) {
       case ProviderID::claude:
         providers.push_back(
@@ -62,15 +61,10 @@ std::vector<std::unique_ptr<LimitsProvider>> LimitsFetcher::providers() const {
               if (!store) return std::nullopt;
               return store->limits(ProviderID::codex);
             },
-            credentials_, http_, tools_.codexHome, endpoints_.codex));
+            credentials_, http_, CodexSource::authFile(tools_.places(ProviderID::codex)),
+            endpoints_.codex));
         break;
-      case ProviderID::grok:
-        providers.push_back(
-            std::make_unique<GrokLimitsProvider>(credentials_, http_, tools_.home / ".grok"));
-        break;
-      case ProviderID::cursor:
-        providers.push_back(std::make_unique<CursorProvider>(credentials_, http_,
-                                                             tools_.locations().cursorStateDB()));
+      default:
         break;
     }
   }

@@ -47,11 +47,11 @@ struct FetchOutcome {
 /// Secrets are read where the tools keep them and go nowhere but into the requests.
 class LimitsFetcher {
  public:
-  LimitsFetcher(std::shared_ptr<UsageStore> store, ToolFolders tools,
+  LimitsFetcher(std::shared_ptr<UsageStore> store, ToolLocations tools,
                 std::shared_ptr<const CredentialSource> credentials,
                 std::shared_ptr<const HTTPClient> http, LimitsEndpoints endpoints);
 
-  /// The providers of the tools present, in the usual order.
+  /// The providers of the tools present that have limits, in the usual order.
   std::vector<std::unique_ptr<LimitsProvider>> providers() const;
 
   /// Fetches the providers that are due (all of them when `force`), stores their answers and
@@ -60,7 +60,7 @@ class LimitsFetcher {
 
  private:
   std::shared_ptr<UsageStore> store_;
-  ToolFolders tools_;
+  ToolLocations tools_;
   std::shared_ptr<const CredentialSource> credentials_;
   std::shared_ptr<const HTTPClient> http_;
   LimitsEndpoints endpoints_;

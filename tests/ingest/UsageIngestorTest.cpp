@@ -7,9 +7,10 @@
 #include <filesystem>
 #include <fstream>
 
+#include "sync/StoreIngestSink.hpp"
 #include "ingest/DataRow.hpp"
+#include "ingest/ToolLocations.hpp"
 #include "ingest/UsageIngestor.hpp"
-#include "state/ToolFolders.hpp"
 #include "store/UsageStore.hpp"
 #include "support/RawDatabase.hpp"
 #include "support/TempDir.hpp"
@@ -73,7 +74,7 @@ class UsageIngestorTest : public testing::TempDirTest {
     // A commit that meets another writer fails soon, not after the usual wait.
     UsageStore store{dbPath(), {.busyTimeout = 0.2}};
     StoreIngestSink sink{store, Calendar::utc()};
-    const ToolFolders tools = ToolFolders::resolve(home(), std::nullopt, std::nullopt);
+    const ToolLocations tools = ToolLocations::resolve(home(), {});
     UsageIngestor ingestor{sink, tools.logFolders(), std::move(options)};
     return ingestor.run(now);
   }
@@ -304,7 +305,7 @@ TEST_F(UsageIngestorTest, APassThatFailsPartWayLosesAndRepeatsNothing) {
              blocker = std::make_unique<RawDatabase>(dbPath());
              EXPECT_EQ(blocker->exec("BEGIN IMMEDIATE"), SQLITE_OK);
            }};
-    const ToolFolders tools = ToolFolders::resolve(home(), std::nullopt, std::nullopt);
+    const ToolLocations tools = ToolLocations::resolve(home(), {});
     UsageIngestor ingestor{sink, tools.logFolders(), options};
     EXPECT_THROW(ingestor.run(now_), UsageStoreError);
   }

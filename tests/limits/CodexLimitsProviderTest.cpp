@@ -105,7 +105,7 @@ class CodexLimitsProviderTest : public testing::TempDirTest {
         },
         credentials,
         withClient ? std::make_shared<CurlHTTPClient>() : std::shared_ptr<CurlHTTPClient>(),
-        dir() / "codex", url.empty() ? server.url() : url};
+        dir() / "codex/auth.json", url.empty() ? server.url() : url};
   }
 
   // A record kept `age` seconds before now, with a plan, a window and credits.

@@ -18,5 +18,24 @@ TEST(ProviderIDTest, RawValuesMatchExactly) {
   EXPECT_THROW(ProviderID::fromJson(1), JsonDecodeError);
 }
 
+// A tool Brimlog cannot read here is kept for stored data but never offered to the user.
+TEST(ProviderIDTest, UsersMayNameOnlyTheToolsBrimlogReads) {
+  for (const ProviderID id : ProviderID::allCases) {
+    EXPECT_EQ(ProviderID::readableNamed(id.rawValue()).has_value(), id.isReadable())
+        << id.rawValue();
+  }
+  EXPECT_FALSE(ProviderID::readableNamed("cursor"));
+  EXPECT_EQ(ProviderID::readableChoices(), "claude, codex or grok");
+}
+
+TEST(ProviderIDTest, EveryToolHasASingleColourLogo) {
+  for (const ProviderID id : ProviderID::allCases) {
+    const std::string& logo = id.logo();
+    EXPECT_NE(logo.find("viewBox=\"0 0 24 24\""), std::string::npos) << id.rawValue();
+    EXPECT_NE(logo.find("currentColor"), std::string::npos) << id.rawValue();
+    EXPECT_EQ(logo.find('#'), std::string::npos) << id.rawValue() << " has a colour of its own";
+  }
+}
+
 }  // namespace
 }  // namespace brimlog

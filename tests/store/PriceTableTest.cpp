@@ -2,7 +2,7 @@
 
 #include <set>
 
-#include "ingest/ClaudeLogParser.hpp"
+#include "ingest/claude/ClaudeLogParser.hpp"
 #include "ingest/JSONLTail.hpp"
 #include "store/PriceTable.hpp"
 #include "support/TempDir.hpp"

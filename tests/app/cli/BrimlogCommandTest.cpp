@@ -508,7 +508,7 @@ TEST_F(BrimlogCommandTest, SyncFetchesLimitsAsTheTimingAllowsAndNeverShowsAToken
 
   CommandRun table = brimlog(withHome({"limits"}));
   everything += table.output;
-  EXPECT_THAT(table.output, HasSubstr("Claude Code"));
+  EXPECT_THAT(table.output, HasSubstr("Claude · "));
   EXPECT_THAT(table.output, HasSubstr("58% left"));  // 42% used
 
   // A plain-http endpoint elsewhere is refused before any secret is read.

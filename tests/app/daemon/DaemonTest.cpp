@@ -201,7 +201,7 @@ TEST_F(DaemonTest, TellsTheDesktopOnceAcrossRestarts) {
   std::unique_ptr<testing::RunningProgram> daemon = start(environment);
   const std::optional<std::string> told = desktop.line();
   ASSERT_TRUE(told) << "no notification";
-  EXPECT_THAT(*told, ::testing::StartsWith("Claude Code: Session at 85"));
+  EXPECT_THAT(*told, ::testing::StartsWith("Claude: Session at 85"));
   EXPECT_EQ(stop(*daemon).exitStatus, 0);
 
   // Forget the fetch timing, so the restart asks again and gets the same answer.

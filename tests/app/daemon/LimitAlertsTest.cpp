@@ -98,7 +98,7 @@ TEST_F(LimitAlertsTest, TextsAndStateFile) {
   EXPECT_EQ(
       alerts.update(ProviderID::claude, session(0.82, 5 * kHour), now),
       (std::vector<LimitAlert>{{ProviderID::claude, "session", Kind::reached80,
-                                "Claude Code: Session at 82.0%", "18.0% left, resets in 2h 14m"}}));
+                                "Claude: Session at 82.0%", "18.0% left, resets in 2h 14m"}}));
   alerts.update(ProviderID::codex, session(0.96, 5 * kHour), now);
   const std::vector<LimitAlert> reset =
       alerts.update(ProviderID::codex, session(0.96, 5 * kHour), kStart + Seconds{5 * kHour});

@@ -44,22 +44,21 @@ TEST_F(LimitsFetcherRunTest, FetchesOnlyPresentToolsWhenDueAndBacksOffWhileUnrea
       std::make_shared<ClaudeConfigCredentialSource>(std::vector<fs::path>{dir() / "home/.claude"});
   testing::StubHTTPServer server{"/api/oauth/usage"};
   server.respond(500, "");
-  LimitsFetcher fetcher{store, ToolFolders::resolve(dir() / "home", std::nullopt, std::nullopt),
-                        credentials, std::make_shared<CurlHTTPClient>(),
+  LimitsFetcher fetcher{store, ToolLocations::resolve(dir() / "home", {}), credentials,
+                        std::make_shared<CurlHTTPClient>(),
                         LimitsEndpoints{server.url(), "http://127.0.0.1:1/unused"}};
 
   RefreshState state;
   const Date now = *parseISO8601("2026-11-20T12:00:00Z");
   std::vector<FetchOutcome> first = fetcher.run(now, state, false);
-  ASSERT_EQ(first.size(), 2u);  // Claude and Grok; no Codex or Cursor data here
+  // Claude alone: no Codex data here, and Grok, present, has no limits to ask for.
+  ASSERT_EQ(first.size(), 1u);
   EXPECT_EQ(first[0].provider, ProviderID::claude);
   EXPECT_EQ(first[0].limits->status, ProviderStatus::unreachable);
-  EXPECT_EQ(first[1].limits->status, ProviderStatus::unavailable);
   EXPECT_EQ(state[ProviderID::claude].lastAttempt, now);
   EXPECT_FALSE(state[ProviderID::claude].lastFetch);
   EXPECT_EQ(state[ProviderID::claude].delay, 600);  // backing off
-  EXPECT_EQ(state[ProviderID::grok].delay, 300);
-  EXPECT_EQ(store->limits(ProviderID::grok)->status, ProviderStatus::unavailable);
+  EXPECT_FALSE(store->limits(ProviderID::grok));
 
   // Too soon for another attempt; forced, it goes out and the back-off grows.
   std::vector<FetchOutcome> soon = fetcher.run(now + Seconds{100}, state, false);

@@ -1,8 +1,8 @@
-#include "ingest/GrokLogReader.hpp"
+#include "ingest/grok/GrokLogReader.hpp"
 
 #include <limits>
 
-#include "ingest/GrokUsageParser.hpp"
+#include "ingest/grok/GrokUsageParser.hpp"
 #include "platform/WholeFile.hpp"
 
 namespace brimlog {
@@ -48,7 +48,7 @@ void GrokLogReader::read(const ReadJob& job, Date, const ReadSink& sink) const {
   output.cursor = FileCursor{job.path,
                              inode,
                              size,
-                             {{providerKey, "grok"},
+                             {{FileCursor::providerKey, std::string(job.provider.rawValue())},
                               {kLastTurnKey, std::to_string(parsed.lastTurn)},
                               {kSizeKey, std::to_string(document.status.st_size)},
                               {kMtimeKey, std::to_string(mtimeNanoseconds(document.status))}}};

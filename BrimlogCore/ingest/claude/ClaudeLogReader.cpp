@@ -1,8 +1,8 @@
-#include "ingest/ClaudeLogReader.hpp"
+#include "ingest/claude/ClaudeLogReader.hpp"
 
-#include "ingest/ClaudeLogParser.hpp"
 #include "ingest/JSONLTail.hpp"
 #include "ingest/LogResume.hpp"
+#include "ingest/claude/ClaudeLogParser.hpp"
 
 namespace brimlog {
 namespace {
@@ -97,7 +97,7 @@ void ClaudeLogReader::read(const ReadJob& job, Date now, const ReadSink& sink) c
       output.events.push_back(std::move(*pending));
       pending.reset();
     }
-    read.cursor.context[providerKey] = "claude";
+    read.cursor.context[FileCursor::providerKey] = job.provider.rawValue();
     if (pending) {
       read.cursor.context[kPendingKey] = encodePending(*pending);
     } else {

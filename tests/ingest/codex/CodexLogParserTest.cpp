@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "ingest/CodexLogParser.hpp"
+#include "ingest/codex/CodexLogParser.hpp"
 #include "ingest/DataRow.hpp"
 #include "ingest/JSONLTail.hpp"
 

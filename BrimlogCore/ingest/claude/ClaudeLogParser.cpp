@@ -1,4 +1,4 @@
-#include "ingest/ClaudeLogParser.hpp"
+#include "ingest/claude/ClaudeLogParser.hpp"
 
 #include "ingest/LogJson.hpp"
 #include "platform/Date.hpp"

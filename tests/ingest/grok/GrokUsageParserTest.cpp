@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "ingest/DataRow.hpp"
-#include "ingest/GrokUsageParser.hpp"
+#include "ingest/grok/GrokUsageParser.hpp"
 
 namespace brimlog {
 namespace {

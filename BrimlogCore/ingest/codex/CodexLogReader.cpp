@@ -1,10 +1,10 @@
-#include "ingest/CodexLogReader.hpp"
+#include "ingest/codex/CodexLogReader.hpp"
 
 #include <variant>
 
-#include "ingest/CodexLogParser.hpp"
 #include "ingest/JSONLTail.hpp"
 #include "ingest/LogResume.hpp"
+#include "ingest/codex/CodexLogParser.hpp"
 
 namespace brimlog {
 namespace {
@@ -101,7 +101,7 @@ void CodexLogReader::read(const ReadJob& job, Date, const ReadSink& sink) const 
   }
   output.events = hasUsageRecords ? std::move(recordEvents) : std::move(countEvents);
   cursor->context = parser.takeContext();
-  cursor->context[providerKey] = "codex";
+  cursor->context[FileCursor::providerKey] = job.provider.rawValue();
   cursor->context[kTotalKey] = std::to_string(running.total());
   if (hasUsageRecords) cursor->context[kUsageRecordsKey] = "1";
   // The parser carried the context it started from; the resume checks describe this read.

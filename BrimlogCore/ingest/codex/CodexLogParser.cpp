@@ -1,4 +1,4 @@
-#include "ingest/CodexLogParser.hpp"
+#include "ingest/codex/CodexLogParser.hpp"
 
 #include <algorithm>
 #include <limits>

@@ -1,4 +1,4 @@
-#include "ingest/GrokUsageParser.hpp"
+#include "ingest/grok/GrokUsageParser.hpp"
 
 #include <algorithm>
 #include <limits>

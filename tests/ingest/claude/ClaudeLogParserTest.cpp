@@ -3,7 +3,7 @@
 #include <atomic>
 #include <thread>
 
-#include "ingest/ClaudeLogParser.hpp"
+#include "ingest/claude/ClaudeLogParser.hpp"
 #include "ingest/DataRow.hpp"
 #include "ingest/JSONLTail.hpp"
 

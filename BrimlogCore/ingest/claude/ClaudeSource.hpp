@@ -1,0 +1,23 @@
+#pragma once
+
+#include "ingest/ToolSource.hpp"
+
+namespace brimlog {
+
+/// Claude Code's places and reader. Its configuration folders are each entry of
+/// CLAUDE_CONFIG_DIR (a comma-separated list, as people with several accounts set it) when set,
+/// otherwise both `<home>/.claude` and `<home>/.config/claude` (newer versions write there). Its
+/// transcripts are under `projects/` in each, and it is installed when one of those exists.
+struct ClaudeSource {
+  static constexpr std::string_view configVariable = "CLAUDE_CONFIG_DIR";
+
+  static ToolPlaces places(const std::filesystem::path& home, const ToolVariables& variables);
+  static std::unique_ptr<LogReader> reader(const IngestOptions& options);
+
+  static const ToolSource source;
+};
+
+inline constexpr ToolSource ClaudeSource::source{
+    ProviderID::claude, {&configVariable, 1}, &places, &reader};
+
+}  // namespace brimlog

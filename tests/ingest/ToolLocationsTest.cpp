@@ -1,0 +1,99 @@
+#include <gtest/gtest.h>
+
+#include "ingest/ToolLocations.hpp"
+#include "ingest/codex/CodexSource.hpp"
+#include "support/TempDir.hpp"
+
+namespace brimlog {
+namespace {
+
+namespace fs = std::filesystem;
+
+class ToolLocationsTest : public testing::TempDirTest {
+ protected:
+  fs::path home() const { return dir() / "home"; }
+
+  std::vector<fs::path> roots(const ToolLocations& tools, ProviderID provider) const {
+    std::vector<fs::path> found;
+    for (const LogFolder& folder : tools.logFolders()) {
+      if (folder.provider == provider) found.push_back(folder.root);
+    }
+    return found;
+  }
+};
+
+TEST_F(ToolLocationsTest, ClaudeFoldersComeFromTheVariableOrBothDefaults) {
+  struct Row {
+    const char* name;
+    std::optional<std::string> variable;
+    std::vector<fs::path> expected;
+  };
+  const std::vector<Row> rows = {
+      {"unset", std::nullopt, {home() / ".claude", home() / ".config/claude"}},
+      {"one", "/work/a", {"/work/a"}},
+      {"a list, spaces and empty entries dropped", " /work/a , ,/work/b,", {"/work/a", "/work/b"}},
+      {"only commas", ",,", {home() / ".claude", home() / ".config/claude"}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    ToolVariables variables;
+    if (row.variable) variables.emplace("CLAUDE_CONFIG_DIR", *row.variable);
+    EXPECT_EQ(ToolLocations::resolve(home(), variables).places(ProviderID::claude).homes,
+              row.expected);
+  }
+}
+
+TEST_F(ToolLocationsTest, AFolderReachedByTwoNamesIsReadOnce) {
+  fs::create_directories(home() / ".config/claude/projects");
+  fs::create_symlink(home() / ".config/claude", home() / ".claude");
+  const ToolLocations tools = ToolLocations::resolve(home(), {});
+  EXPECT_EQ(roots(tools, ProviderID::claude), std::vector<fs::path>{home() / ".claude/projects"});
+  EXPECT_TRUE(tools.isPresent(ProviderID::claude));
+
+  // A folder without projects is not read, and does not make Claude present.
+  const ToolLocations elsewhere =
+      ToolLocations::resolve(home(), {{"CLAUDE_CONFIG_DIR", (dir() / "x").string()}});
+  EXPECT_TRUE(roots(elsewhere, ProviderID::claude).empty());
+  EXPECT_FALSE(elsewhere.isPresent(ProviderID::claude));
+  // Every possible folder is watched all the same.
+  EXPECT_EQ(elsewhere.possibleLogRoots().front(), dir() / "x/projects");
+}
+
+TEST_F(ToolLocationsTest, PresenceFollowsWhatExistsWhereTheVariablesSay) {
+  auto presence = [](const ToolLocations& tools) {
+    std::vector<bool> present;
+    for (ProviderID provider : ProviderID::allCases) present.push_back(tools.isPresent(provider));
+    return present;
+  };
+  const ToolLocations tools = ToolLocations::resolve(home(), {});
+  EXPECT_EQ(presence(tools), (std::vector<bool>{false, false, false, false}));
+
+  // Archived sessions alone do not make Codex present; its sign-in file does, and so do its
+  // current sessions.
+  fs::create_directories(home() / ".codex/archived_sessions");
+  EXPECT_FALSE(tools.isPresent(ProviderID::codex));
+  write("home/.codex/auth.json", "{}");
+  EXPECT_TRUE(tools.isPresent(ProviderID::codex));
+  fs::remove(home() / ".codex/auth.json");
+  fs::create_directories(home() / ".codex/sessions");
+  fs::create_directories(home() / ".grok/sessions");
+  write("home/.claude/projects", "");  // a file counts as well as a folder
+  EXPECT_EQ(presence(tools), (std::vector<bool>{true, true, true, false}));
+
+  // CODEX_HOME moves every Codex place: the default one no longer counts.
+  const ToolLocations moved =
+      ToolLocations::resolve(home(), {{"CODEX_HOME", (dir() / "codex").string()}});
+  EXPECT_FALSE(moved.isPresent(ProviderID::codex));
+  write("codex/auth.json", "{}");
+  EXPECT_TRUE(moved.isPresent(ProviderID::codex));
+  EXPECT_EQ(CodexSource::authFile(moved.places(ProviderID::codex)), dir() / "codex/auth.json");
+  fs::create_directories(dir() / "codex/sessions");
+  EXPECT_EQ(roots(moved, ProviderID::codex), std::vector<fs::path>{dir() / "codex/sessions"});
+
+  // Paths that cannot be examined (a name too long for the file system) count as absent.
+  EXPECT_EQ(presence(ToolLocations::resolve(dir() / std::string(5000, 'x'), {})),
+            (std::vector<bool>{false, false, false, false}));
+}
+
+}  // namespace
+}  // namespace brimlog
