@@ -90,12 +90,15 @@ CLI::App* addLineCommand(CLI::App& app, SharedOptions& shared, LineArguments& li
                    "plain, claude-code (reads Claude Code's status input), tmux, waybar (JSON) "
                    "or polybar (default: plain)")
       ->check(CLI::IsMember({"plain", "claude-code", "tmux", "waybar", "polybar"}));
+  std::vector<std::string> tools;
+  for (ProviderID tool : ProviderID::readableCases) tools.emplace_back(tool.rawValue());
   line.providerOption =
       command
           ->add_option("--provider", line.provider,
-                       "Show this tool's tightest limit: claude, codex, grok or cursor (default: "
-                       "the tightest of all; Claude's for claude-code)")
-          ->check(CLI::IsMember({"claude", "codex", "grok", "cursor"}));
+                       "Show this tool's tightest limit: " + ProviderID::readableChoices() +
+                           " (default: the tightest of all; Claude's for "
+                           "claude-code)")
+          ->check(CLI::IsMember(tools));
   shared.addSharedDir(*command);
   return command;
 }
@@ -157,7 +160,7 @@ std::optional<std::pair<CommandLine, LineOptions>> quickLine(int argc, char** ar
     if (!format) return std::nullopt;
     line.format = *format;
   }
-  if (values[6] && !(line.provider = ProviderID::fromRawValue(*values[6]))) return std::nullopt;
+  if (values[6] && !(line.provider = ProviderID::readableNamed(*values[6]))) return std::nullopt;
   line.zone = values[2];
   if (!named) return std::nullopt;
   return std::pair{CommandLine{values[0], values[1], values[2], values[3], values[4], false}, line};
@@ -263,7 +266,7 @@ int main(int argc, char** argv) {
     LineOptions line;
     line.format = *StatusLine::formatNamed(lineArguments.format);
     if (lineArguments.providerOption->count() > 0) {
-      line.provider = ProviderID::fromRawValue(lineArguments.provider);
+      line.provider = ProviderID::readableNamed(lineArguments.provider);
     }
     line.zone = given(shared.zoneOption, shared.zone);
     return runLine(shared.given(false), line);
