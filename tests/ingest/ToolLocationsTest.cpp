@@ -78,7 +78,7 @@ TEST_F(ToolLocationsTest, PresenceFollowsWhatExistsWhereTheVariablesSay) {
   EXPECT_FALSE(moved.isPresent(ProviderID::codex));
   write("codex/auth.json", "{}");
   EXPECT_TRUE(moved.isPresent(ProviderID::codex));
-  EXPECT_EQ(CodexSource::authFile(moved.places(ProviderID::codex)), dir() / "codex/auth.json");
+  EXPECT_EQ(codexAuthFile(moved.places(ProviderID::codex)), dir() / "codex/auth.json");
 
   // Paths that cannot be examined (a name too long for the file system) count as absent.
   EXPECT_EQ(presence(ToolLocations::resolve(dir() / std::string(5000, 'x'), {})),
