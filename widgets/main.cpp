@@ -79,8 +79,8 @@ int render(const std::string& kind, const std::string& providerName, bool previe
   }
   const std::optional<ProviderChoice> choice = ProviderChoice::fromRawValue(providerName);
   if (!choice) {
-    throw std::runtime_error(
-        fmt::format("unknown provider \"{}\": choose claude, codex, grok or cursor", providerName));
+    throw std::runtime_error(fmt::format("unknown provider \"{}\": choose {}", providerName,
+                                         ProviderID::readableChoices()));
   }
   Date now = currentDate();
   if (!nowText.empty()) {
@@ -126,9 +126,9 @@ int main(int argc, char** argv) {
   renderCommand
       ->add_option("--kind", kind, "app.brimlog.small, app.brimlog.medium or app.brimlog.large")
       ->required();
-  renderCommand->add_option("--provider", provider,
-                            "What the small widget shows: claude, codex, grok or cursor "
-                            "(default claude)");
+  renderCommand->add_option(
+      "--provider", provider,
+      "What the small widget shows: " + ProviderID::readableChoices() + " (default claude)");
   renderCommand->add_flag("--preview", preview,
                           "The gallery's entry: your data, or the sample when there is none");
   renderCommand->add_option("--now", now, "An ISO 8601 instant taken as now")->type_name("TIME");

@@ -33,8 +33,9 @@ struct ToolPlaces {
 };
 
 /// How Brimlog finds and reads one tool's logs: the ingest half of a tool, beside the facts every
-/// layer knows (`ProviderTraits`). Each tool's folder under ingest/ holds its source with its
-/// reader and parser, and `all` lists them: a tool Brimlog reads is a folder and a line there.
+/// layer knows (`ProviderTraits`). Each tool's folder under ingest/ defines its source (such as
+/// `claudeSource`) with its reader and parser, and `all` lists them: a tool Brimlog reads is a
+/// folder and a line there.
 ///
 ///     for (const ToolSource& tool : ToolSource::all()) {
 ///       ToolPlaces places = tool.places(home, variables);

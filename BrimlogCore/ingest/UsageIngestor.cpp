@@ -249,7 +249,7 @@ int64_t IngestResult::totalNewEvents() const {
 
 Json IngestResult::toJson() const {
   Json events = Json::object();
-  for (ProviderID provider : ProviderID::allCases) {
+  for (ProviderID provider : ProviderID::readableCases) {
     events[std::string(provider.rawValue())] = newEvents[provider];
   }
   Json skippedJson = Json::array();

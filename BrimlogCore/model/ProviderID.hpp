@@ -15,7 +15,7 @@
 namespace brimlog {
 
 /// What every layer knows of one AI coding tool. Where its logs are and how they are read is the
-/// tool's own folder under ingest/ (its row in `ToolSource::all`).
+/// tool's own folder under ingest/ (its line in `ToolSource::all`).
 struct ProviderTraits {
   /// The identifier in every file and table: "claude", ...
   std::string_view rawValue;

@@ -175,12 +175,14 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
                    "plain, claude-code (reads Claude Code's status input), tmux, waybar (JSON) "
                    "or polybar (default: plain)")
       ->check(CLI::IsMember({"plain", "claude-code", "tmux", "waybar", "polybar"}));
+  std::vector<std::string> tools;
+  for (ProviderID tool : ProviderID::readableCases) tools.emplace_back(tool.rawValue());
   CLI::Option* providerOption =
       lineCommand
           ->add_option(name(option::provider), lineProvider,
-                       "Show this tool's tightest limit: claude, codex, grok or cursor (default: "
-                       "the tightest of all; Claude's for claude-code)")
-          ->check(CLI::IsMember({"claude", "codex", "grok", "cursor"}));
+                       "Show this tool's tightest limit: " + ProviderID::readableChoices() +
+                           " (default: the tightest of all; Claude's for claude-code)")
+          ->check(CLI::IsMember(tools));
   shared.addSharedDir(*lineCommand);
 
   for (CLI::App* each :
@@ -200,7 +202,8 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
   if (lineCommand->parsed()) {
     command.kind = ParsedCommand::Kind::line;
     command.line.format = *StatusLine::formatNamed(lineFormat);
-    if (providerOption->count() > 0) command.line.provider = ProviderID::fromRawValue(lineProvider);
+    if (providerOption->count() > 0)
+      command.line.provider = ProviderID::readableNamed(lineProvider);
     command.line.zone = given(shared.zoneOption, shared.zone);
     // The status line works without days, and so without the tz database's load.
     command.shared = shared.given(false);

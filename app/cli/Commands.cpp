@@ -105,7 +105,8 @@ int Commands::report(const ReportOptions& options) {
 int Commands::limits(const LimitsOptions& options) {
   std::shared_ptr<UsageStore> opened = context_.store(CommandContext::Access::read);
   std::vector<std::pair<ProviderID, ProviderLimits>> all;
-  for (ProviderID provider : ProviderID::allCases) {
+  for (ProviderID provider : ProviderID::readableCases) {
+    if (!provider.hasLimits()) continue;
     try {
       if (auto stored = opened->limits(provider)) all.emplace_back(provider, std::move(*stored));
     } catch (const JsonDecodeError& error) {

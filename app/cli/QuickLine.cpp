@@ -60,7 +60,7 @@ std::optional<ParsedCommand> QuickLine::parse(int argc, char** argv) {
     if (!format) return std::nullopt;
     command.line.format = *format;
   }
-  if (given.provider && !(command.line.provider = ProviderID::fromRawValue(*given.provider))) {
+  if (given.provider && !(command.line.provider = ProviderID::readableNamed(*given.provider))) {
     return std::nullopt;
   }
   command.line.zone = given.zone;

@@ -61,7 +61,7 @@ std::vector<std::unique_ptr<LimitsProvider>> LimitsFetcher::providers() const {
               if (!store) return std::nullopt;
               return store->limits(ProviderID::codex);
             },
-            credentials_, http_, CodexSource::authFile(tools_.places(ProviderID::codex)),
+            credentials_, http_, codexAuthFile(tools_.places(ProviderID::codex)),
             endpoints_.codex));
         break;
       default:

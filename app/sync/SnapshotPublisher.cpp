@@ -10,7 +10,7 @@ namespace brimlog {
 
 Snapshot SnapshotPublisher::publish(UsageStore& store, const HostSettings& settings, Date now) {
   std::map<ProviderID, ProviderLimits> limits;
-  for (ProviderID provider : ProviderID::allCases) {
+  for (ProviderID provider : ProviderID::readableCases) {
     try {
       if (auto stored = store.limits(provider)) limits.emplace(provider, std::move(*stored));
     } catch (const JsonDecodeError&) {
@@ -18,7 +18,8 @@ Snapshot SnapshotPublisher::publish(UsageStore& store, const HostSettings& setti
     }
   }
   const UsageSummary summary = store.summary(30, now, settings.calendar, PriceTable::bundled());
-  Snapshot snapshot = Snapshot::make(summary, limits, ProviderID::allCases, now, settings.calendar);
+  Snapshot snapshot =
+      Snapshot::make(summary, limits, ProviderID::readableCases, now, settings.calendar);
   const SnapshotStore shared{settings.stateFolder};
   try {
     shared.write(snapshot);

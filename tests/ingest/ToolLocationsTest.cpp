@@ -23,23 +23,19 @@ class ToolLocationsTest : public testing::TempDirTest {
 };
 
 TEST_F(ToolLocationsTest, ClaudeFoldersComeFromTheVariableOrBothDefaults) {
-  struct Row {
-    const char* name;
-    std::optional<std::string> variable;
-    std::vector<fs::path> expected;
+  const std::vector<fs::path> defaults = {home() / ".claude", home() / ".config/claude"};
+  const std::pair<const char*, std::vector<fs::path>> rows[] = {
+      {"/work/a", {"/work/a"}},
+      {" /work/a , ,/work/b,", {"/work/a", "/work/b"}},  // spaces and empty entries dropped
+      {",,", defaults},
   };
-  const std::vector<Row> rows = {
-      {"unset", std::nullopt, {home() / ".claude", home() / ".config/claude"}},
-      {"one", "/work/a", {"/work/a"}},
-      {"a list, spaces and empty entries dropped", " /work/a , ,/work/b,", {"/work/a", "/work/b"}},
-      {"only commas", ",,", {home() / ".claude", home() / ".config/claude"}},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    ToolVariables variables;
-    if (row.variable) variables.emplace("CLAUDE_CONFIG_DIR", *row.variable);
-    EXPECT_EQ(ToolLocations::resolve(home(), variables).places(ProviderID::claude).homes,
-              row.expected);
+  EXPECT_EQ(ToolLocations::resolve(home(), {}).places(ProviderID::claude).homes, defaults);
+  for (const auto& [variable, expected] : rows) {
+    EXPECT_EQ(ToolLocations::resolve(home(), {{"CLAUDE_CONFIG_DIR", variable}})
+                  .places(ProviderID::claude)
+                  .homes,
+              expected)
+        << variable;
   }
 }
 
@@ -50,12 +46,11 @@ TEST_F(ToolLocationsTest, AFolderReachedByTwoNamesIsReadOnce) {
   EXPECT_EQ(roots(tools, ProviderID::claude), std::vector<fs::path>{home() / ".claude/projects"});
   EXPECT_TRUE(tools.isPresent(ProviderID::claude));
 
-  // A folder without projects is not read, and does not make Claude present.
+  // A folder without projects is not read and makes nothing present, but is watched for.
   const ToolLocations elsewhere =
       ToolLocations::resolve(home(), {{"CLAUDE_CONFIG_DIR", (dir() / "x").string()}});
   EXPECT_TRUE(roots(elsewhere, ProviderID::claude).empty());
   EXPECT_FALSE(elsewhere.isPresent(ProviderID::claude));
-  // Every possible folder is watched all the same.
   EXPECT_EQ(elsewhere.possibleLogRoots().front(), dir() / "x/projects");
 }
 
@@ -66,10 +61,7 @@ TEST_F(ToolLocationsTest, PresenceFollowsWhatExistsWhereTheVariablesSay) {
     return present;
   };
   const ToolLocations tools = ToolLocations::resolve(home(), {});
-  EXPECT_EQ(presence(tools), (std::vector<bool>{false, false, false, false}));
-
-  // Archived sessions alone do not make Codex present; its sign-in file does, and so do its
-  // current sessions.
+  // Archived sessions alone do not make Codex present; its sign-in file does.
   fs::create_directories(home() / ".codex/archived_sessions");
   EXPECT_FALSE(tools.isPresent(ProviderID::codex));
   write("home/.codex/auth.json", "{}");
@@ -86,13 +78,11 @@ TEST_F(ToolLocationsTest, PresenceFollowsWhatExistsWhereTheVariablesSay) {
   EXPECT_FALSE(moved.isPresent(ProviderID::codex));
   write("codex/auth.json", "{}");
   EXPECT_TRUE(moved.isPresent(ProviderID::codex));
-  EXPECT_EQ(CodexSource::authFile(moved.places(ProviderID::codex)), dir() / "codex/auth.json");
-  fs::create_directories(dir() / "codex/sessions");
-  EXPECT_EQ(roots(moved, ProviderID::codex), std::vector<fs::path>{dir() / "codex/sessions"});
+  EXPECT_EQ(codexAuthFile(moved.places(ProviderID::codex)), dir() / "codex/auth.json");
 
   // Paths that cannot be examined (a name too long for the file system) count as absent.
   EXPECT_EQ(presence(ToolLocations::resolve(dir() / std::string(5000, 'x'), {})),
-            (std::vector<bool>{false, false, false, false}));
+            (std::vector<bool>(ProviderID::allCases.size(), false)));
 }
 
 }  // namespace

@@ -75,9 +75,9 @@ struct WidgetServer::State {
       const std::string raw = request.get_param_value("provider");
       const std::optional<ProviderChoice> chosen = ProviderChoice::fromRawValue(raw);
       if (!chosen) {
-        answer(
-            response, 400,
-            fmt::format("Unknown provider \"{}\": choose claude, codex, grok or cursor.\n", raw));
+        answer(response, 400,
+               fmt::format("Unknown provider \"{}\": choose {}.\n", raw,
+                           ProviderID::readableChoices()));
         return;
       }
       choice = *chosen;

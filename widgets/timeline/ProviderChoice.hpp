@@ -1,7 +1,5 @@
 #pragma once
 
-#include <array>
-#include <cstdint>
 #include <optional>
 #include <string_view>
 
@@ -9,51 +7,39 @@
 
 namespace brimlog {
 
-/// The provider that a small widget is set to show, as offered by its picker: claude, codex,
-/// grok, cursor, in that order. Each case stands for the `ProviderID` of the same name; the raw
-/// value is what a stored widget configuration holds.
+/// The provider that a small widget is set to show, as offered by its picker: the tools Brimlog
+/// reads on this system (`ProviderID::readableCases`), in their order. Each choice stands for the
+/// `ProviderID` of the same name; the raw value is what a stored widget configuration holds.
 ///
 ///     std::optional<ProviderChoice> choice = ProviderChoice::fromRawValue("grok");
 ///     choice->displayName();  // "Grok"
 ///     choice->providerID();   // ProviderID::grok
 class ProviderChoice {
  public:
-  enum Value : uint8_t { claude, codex, grok, cursor };
+  using enum ProviderID::Value;  // ProviderChoice::claude, ...
 
-  constexpr ProviderChoice(Value value) : value_(value) {}  // NOLINT: implicit, like the enum
+  constexpr ProviderChoice(ProviderID id) : id_(id) {}         // NOLINT: implicit, as an enum
+  constexpr ProviderChoice(ProviderID::Value id) : id_(id) {}  // NOLINT: ProviderChoice::claude
 
-  /// The cases in the picker's order.
-  static const std::array<ProviderChoice, 4> allCases;
+  /// The choices in the picker's order.
+  static constexpr const auto& allCases = ProviderID::readableCases;
 
-  /// The case whose raw value is exactly `rawValue` (case-sensitive), or nothing.
-  static std::optional<ProviderChoice> fromRawValue(std::string_view rawValue);
-
-  /// "claude", "codex", "grok", "cursor".
-  std::string_view rawValue() const { return providerID().rawValue(); }
-  /// What the picker shows: "Claude", "Codex", "Grok", "Cursor".
-  std::string_view displayName() const { return providerID().displayName(); }
-
-  constexpr ProviderID providerID() const {
-    switch (value_) {
-      case claude:
-        return ProviderID::claude;
-      case codex:
-        return ProviderID::codex;
-      case grok:
-        return ProviderID::grok;
-      case cursor:
-        break;
-    }
-    return ProviderID::cursor;
+  /// The choice whose raw value is exactly `rawValue` (case-sensitive), or nothing: a tool
+  /// Brimlog does not read here is no choice.
+  static std::optional<ProviderChoice> fromRawValue(std::string_view rawValue) {
+    if (const std::optional<ProviderID> id = ProviderID::readableNamed(rawValue)) return *id;
+    return std::nullopt;
   }
 
-  constexpr operator Value() const { return value_; }  // NOLINT: lets a switch name the cases
+  std::string_view rawValue() const { return id_.rawValue(); }
+  /// What the picker shows: the tool's name.
+  std::string_view displayName() const { return id_.displayName(); }
+  constexpr ProviderID providerID() const { return id_; }
+
+  constexpr bool operator==(const ProviderChoice& other) const { return id_ == other.id_; }
 
  private:
-  Value value_;
+  ProviderID id_;
 };
-
-inline constexpr std::array<ProviderChoice, 4> ProviderChoice::allCases = {
-    ProviderChoice::claude, ProviderChoice::codex, ProviderChoice::grok, ProviderChoice::cursor};
 
 }  // namespace brimlog

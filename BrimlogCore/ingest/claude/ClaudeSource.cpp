@@ -7,17 +7,17 @@ namespace brimlog {
 namespace fs = std::filesystem;
 namespace {
 
+constexpr std::string_view kVariables[] = {"CLAUDE_CONFIG_DIR"};
+
 std::string_view trimmed(std::string_view text) {
   const auto first = text.find_first_not_of(" \t");
   if (first == std::string_view::npos) return {};
   return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-}  // namespace
-
-ToolPlaces ClaudeSource::places(const fs::path& home, const ToolVariables& variables) {
+ToolPlaces places(const fs::path& home, const ToolVariables& variables) {
   ToolPlaces places;
-  if (const auto set = variables.find(configVariable); set != variables.end()) {
+  if (const auto set = variables.find(kVariables[0]); set != variables.end()) {
     std::string_view rest = set->second;
     while (!rest.empty()) {
       const auto comma = rest.find(',');
@@ -35,8 +35,12 @@ ToolPlaces ClaudeSource::places(const fs::path& home, const ToolVariables& varia
   return places;
 }
 
-std::unique_ptr<LogReader> ClaudeSource::reader(const IngestOptions& options) {
+std::unique_ptr<LogReader> reader(const IngestOptions& options) {
   return std::make_unique<ClaudeLogReader>(options.chunkBytes, options.pendingGrace);
 }
+
+}  // namespace
+
+constinit const ToolSource claudeSource{ProviderID::claude, kVariables, &places, &reader};
 
 }  // namespace brimlog

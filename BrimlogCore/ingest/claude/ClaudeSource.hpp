@@ -8,16 +8,6 @@ namespace brimlog {
 /// CLAUDE_CONFIG_DIR (a comma-separated list, as people with several accounts set it) when set,
 /// otherwise both `<home>/.claude` and `<home>/.config/claude` (newer versions write there). Its
 /// transcripts are under `projects/` in each, and it is installed when one of those exists.
-struct ClaudeSource {
-  static constexpr std::string_view configVariable = "CLAUDE_CONFIG_DIR";
-
-  static ToolPlaces places(const std::filesystem::path& home, const ToolVariables& variables);
-  static std::unique_ptr<LogReader> reader(const IngestOptions& options);
-
-  static const ToolSource source;
-};
-
-inline constexpr ToolSource ClaudeSource::source{
-    ProviderID::claude, {&configVariable, 1}, &places, &reader};
+extern const ToolSource claudeSource;
 
 }  // namespace brimlog

@@ -5,24 +5,29 @@
 
 namespace brimlog {
 namespace fs = std::filesystem;
+namespace {
 
-ToolPlaces CodexSource::places(const fs::path& home, const ToolVariables& variables) {
-  const auto set = variables.find(homeVariable);
+constexpr std::string_view kVariables[] = {"CODEX_HOME"};
+
+ToolPlaces places(const fs::path& home, const ToolVariables& variables) {
+  const auto set = variables.find(kVariables[0]);
   const fs::path codexHome = set != variables.end() ? fs::path(set->second) : home / ".codex";
   ToolPlaces places;
   places.homes = {codexHome};
   places.logFolders = {{codexHome / "sessions", ProviderID::codex, ".jsonl"},
                        {codexHome / "archived_sessions", ProviderID::codex, ".jsonl"}};
-  places.marks = {codexHome / "sessions", authFile(places)};
+  places.marks = {codexHome / "sessions", codexAuthFile(places)};
   return places;
 }
 
-fs::path CodexSource::authFile(const ToolPlaces& codex) {
-  return codex.homes.front() / "auth.json";
-}
-
-std::unique_ptr<LogReader> CodexSource::reader(const IngestOptions& options) {
+std::unique_ptr<LogReader> reader(const IngestOptions& options) {
   return std::make_unique<CodexLogReader>(options.chunkBytes);
 }
+
+}  // namespace
+
+constinit const ToolSource codexSource{ProviderID::codex, kVariables, &places, &reader};
+
+fs::path codexAuthFile(const ToolPlaces& codex) { return codex.homes.front() / "auth.json"; }
 
 }  // namespace brimlog

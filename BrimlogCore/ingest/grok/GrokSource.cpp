@@ -4,15 +4,19 @@
 
 namespace brimlog {
 namespace fs = std::filesystem;
+namespace {
 
-ToolPlaces GrokSource::places(const fs::path& home, const ToolVariables&) {
-  const fs::path grokHome = home / ".grok";
-  return {
-      {grokHome}, {{grokHome / "sessions", ProviderID::grok, ".json"}}, {grokHome / "sessions"}};
+ToolPlaces places(const fs::path& home, const ToolVariables&) {
+  const fs::path sessions = home / ".grok" / "sessions";
+  return {{home / ".grok"}, {{sessions, ProviderID::grok, ".json"}}, {sessions}};
 }
 
-std::unique_ptr<LogReader> GrokSource::reader(const IngestOptions&) {
+std::unique_ptr<LogReader> reader(const IngestOptions&) {
   return std::make_unique<GrokLogReader>();
 }
+
+}  // namespace
+
+constinit const ToolSource grokSource{ProviderID::grok, {}, &places, &reader};
 
 }  // namespace brimlog

@@ -6,13 +6,6 @@ namespace brimlog {
 
 /// Grok Build's places and reader: its session documents are in `<home>/.grok/sessions`, and it
 /// is installed when that folder exists.
-struct GrokSource {
-  static ToolPlaces places(const std::filesystem::path& home, const ToolVariables& variables);
-  static std::unique_ptr<LogReader> reader(const IngestOptions& options);
-
-  static const ToolSource source;
-};
-
-inline constexpr ToolSource GrokSource::source{ProviderID::grok, {}, &places, &reader};
+extern const ToolSource grokSource;
 
 }  // namespace brimlog
