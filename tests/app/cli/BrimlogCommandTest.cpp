@@ -123,20 +123,19 @@ TEST_F(BrimlogCommandTest, SyncsThenReportsInTheGivenZone) {
   EXPECT_THAT(report.output, HasSubstr("Claude"));
 }
 
-TEST_F(BrimlogCommandTest, ReportJsonDecodesToTheStoredSummary) {
+TEST_F(BrimlogCommandTest, ReportJsonIsTheStoredSummary) {
   writeSampleHome();
   CommandRun report = brimlog(withHome({"report", "models", "--days", "7", "--json"}));
   ASSERT_EQ(report.status, 0) << report.output;
-  const UsageSummary printed =
-      UsageSummary::fromJson(Json::parse(report.output), DateForm::iso8601);
+  const Json printed = Json::parse(report.output);
 
   UsageStore store{db()};
   const UsageSummary stored =
       store.summary(7, *parseISO8601("2026-11-20T12:00:00Z"), *Calendar::named("Europe/Berlin"),
                     PriceTable::bundled());
-  EXPECT_EQ(printed, stored);
-  EXPECT_EQ(printed.days, 7);
-  EXPECT_EQ(printed.tools.size(), 2u);
+  EXPECT_EQ(printed, json::parse(json::dump(stored.toJson(DateForm::iso8601))));
+  EXPECT_EQ(printed["days"], 7);
+  EXPECT_EQ(printed["tools"].size(), 2u);
 }
 
 TEST_F(BrimlogCommandTest, TellsWhatIsWrongInOneLineWithTheDocumentedStatus) {
