@@ -53,6 +53,13 @@ std::string quoted(const std::string& text) {
   return out;
 }
 
+// The shell words that run brimlog with `arguments`.
+std::string commandLine(const std::vector<std::string>& arguments) {
+  std::string command = quoted(BRIMLOG_BINARY);
+  for (const std::string& argument : arguments) command.append(" ").append(quoted(argument));
+  return command;
+}
+
 class BrimlogCommandTest : public testing::TempDirTest {
  protected:
   fs::path home() const { return dir() / "home"; }
@@ -67,9 +74,7 @@ class BrimlogCommandTest : public testing::TempDirTest {
     std::string command = "exec env";
     for (const std::string& assignment : environment)
       command.append(" ").append(quoted(assignment));
-    command.append(" ").append(quoted(BRIMLOG_BINARY));
-    for (const std::string& argument : arguments) command.append(" ").append(quoted(argument));
-    command.append(" 2>&1");
+    command.append(" ").append(commandLine(arguments)).append(" 2>&1");
     if (input) command.append(" <").append(quoted(input->string()));
     testing::RunningProgram::Result result =
         testing::RunningProgram::run({"/bin/sh", "-c", command});
@@ -121,13 +126,11 @@ TEST_F(BrimlogCommandTest, SyncsThenReportsInTheGivenZone) {
   EXPECT_THAT(report.output, Not(HasSubstr("2026-11-19")));
   EXPECT_THAT(report.output, HasSubstr("~$2.50"));  // Grok's reported cost
   EXPECT_THAT(report.output, HasSubstr("Claude"));
-}
 
-TEST_F(BrimlogCommandTest, ReportJsonIsTheStoredSummary) {
-  writeSampleHome();
-  CommandRun report = brimlog(withHome({"report", "models", "--days", "7", "--json"}));
-  ASSERT_EQ(report.status, 0) << report.output;
-  const Json printed = Json::parse(report.output);
+  // --json prints the stored summary.
+  CommandRun models = brimlog(withHome({"report", "models", "--days", "7", "--json"}));
+  ASSERT_EQ(models.status, 0) << models.output;
+  const Json printed = Json::parse(models.output);
 
   UsageStore store{db()};
   const UsageSummary stored =
@@ -196,9 +199,9 @@ TEST_F(BrimlogCommandTest, TellsWhatIsWrongInOneLineWithTheDocumentedStatus) {
   EXPECT_THAT(help.output, HasSubstr("--home"));  // shared options are listed too
 }
 
-// Claude Code's folders come from CLAUDE_CONFIG_DIR (a comma-separated list) or else both
-// ~/.claude and ~/.config/claude; Codex's from CODEX_HOME or else ~/.codex. Logs and sign-ins
-// are both read from there.
+// Claude Code's folders come from CLAUDE_CONFIG_DIR and Codex's from CODEX_HOME, for the logs and
+// the sign-ins alike (how the variables are read, and the folders without them, is
+// ToolFoldersTest's).
 TEST_F(BrimlogCommandTest, ReadsTheToolsWhereTheirVariablesPutThem) {
   auto reply = [](const char* id) {
     return fmt::format(
@@ -228,32 +231,15 @@ TEST_F(BrimlogCommandTest, ReadsTheToolsWhereTheirVariablesPutThem) {
   };
   const std::string a = (dir() / "a").string(), b = (dir() / "b").string();
   const std::vector<Case> cases = {
-      {"one CLAUDE_CONFIG_DIR",
-       {{"a/projects/p/s.jsonl", reply("m1")},
-        {"a/.credentials.json", credentials("tok-a")},
-        {"home/.claude/projects/p/s.jsonl", reply("not-read")}},
-       {"CLAUDE_CONFIG_DIR=" + a},
-       1,
-       0,
-       "tok-a",
-       false},
       {"two CLAUDE_CONFIG_DIR folders, one reply in both",
        {{"a/projects/p/s.jsonl", reply("m1") + reply("shared")},
         {"b/projects/q/t.jsonl", reply("shared") + reply("m2")},
-        {"b/.credentials.json", credentials("tok-b")}},
+        {"b/.credentials.json", credentials("tok-b")},
+        {"home/.claude/projects/p/s.jsonl", reply("not-read")}},
        {"CLAUDE_CONFIG_DIR=" + a + "," + b},
        3,
        0,
        "tok-b",
-       false},
-      {"~/.config/claude beside ~/.claude",
-       {{"home/.claude/projects/p/s.jsonl", reply("m1")},
-        {"home/.config/claude/projects/p/s.jsonl", reply("m2")},
-        {"home/.config/claude/.credentials.json", credentials("tok-config")}},
-       {},
-       2,
-       0,
-       "tok-config",
        false},
       {"CODEX_HOME",
        {{"codex/sessions/2026/11/19/r.jsonl", codexLog},
@@ -407,10 +393,7 @@ TEST_F(BrimlogCommandTest, ConcurrentSyncsBothSucceedAndCountEachReplyOnce) {
     }
     write(fmt::format("home/.claude/projects/p/s{}.jsonl", f), lines);
   }
-  std::string sync = quoted(BRIMLOG_BINARY);
-  for (const std::string& argument : withHome({"sync", "--offline"})) {
-    sync.append(" ").append(quoted(argument));
-  }
+  const std::string sync = commandLine(withHome({"sync", "--offline"}));
   const std::string command = fmt::format(
       "{0} >/dev/null 2>&1 & first=$!; {0} >/dev/null 2>&1; second=$?; wait $first && exit $second",
       sync);
@@ -436,14 +419,10 @@ TEST_F(BrimlogCommandTest, ReportsFromADatabaseInAReadOnlyFolder) {
   fs::permissions(db().parent_path(), fs::perms::owner_read | fs::perms::owner_exec |
                                           fs::perms::others_read | fs::perms::others_exec);
   auto readOnly = [&](std::vector<std::string> arguments) {
-    std::string command = root ? "exec /usr/bin/setpriv --reuid=65534 --regid=65534 "
-                                 "--clear-groups " +
-                                     quoted(BRIMLOG_BINARY)
-                               : "exec " + quoted(BRIMLOG_BINARY);
-    for (const std::string& argument : withHome(std::move(arguments))) {
-      command.append(" ").append(quoted(argument));
-    }
-    return testing::RunningProgram::run({"/bin/sh", "-c", command + " 2>&1"});
+    const std::string command =
+        (root ? "exec /usr/bin/setpriv --reuid=65534 --regid=65534 --clear-groups " : "exec ") +
+        commandLine(withHome(std::move(arguments))) + " 2>&1";
+    return testing::RunningProgram::run({"/bin/sh", "-c", command});
   };
   const testing::RunningProgram::Result report = readOnly({"report", "--no-sync"});
   const testing::RunningProgram::Result limits = readOnly({"limits"});

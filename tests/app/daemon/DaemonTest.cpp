@@ -147,10 +147,7 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
   EXPECT_GT(refreshed->generatedAt, followed->generatedAt);
 
   // A second daemon on the same database gives way at once, naming the first.
-  const testing::RunningProgram::Result second = testing::RunningProgram::run(
-      {"/bin/sh", "-c",
-       std::string("exec '") + BRIMLOG_BINARY + "' daemon --offline --home '" + home().string() +
-           "' --db '" + (dir() / "db" / "usage.db").string() + "' 2>&1"});
+  const testing::RunningProgram::Result second = start()->finish(std::chrono::seconds(30));
   EXPECT_EQ(second.exitStatus, 1);
   EXPECT_THAT(second.output,
               HasSubstr(fmt::format("another brimlog daemon (process {})", daemon->pid())));
