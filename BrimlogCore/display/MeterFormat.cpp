@@ -85,24 +85,6 @@ std::string MeterFormat::usd(std::optional<double> amount) {
   return fmt::format("${}", groupedFixed(*amount, 2));
 }
 
-std::string MeterFormat::tokens(int64_t count) {
-  if (count <= 999) return fmt::format("{}", count);
-  struct Unit {
-    char letter;
-    double divisor;
-  };
-  static constexpr std::array<Unit, 3> kUnits = {{{'K', 1e3}, {'M', 1e6}, {'B', 1e9}}};
-  size_t unit = count >= 1'000'000'000 ? 2 : count >= 1'000'000 ? 1 : 0;
-  double v = static_cast<double>(count) / kUnits[unit].divisor;
-  // 999,600 is 1.00M rather than 1000K.
-  if (unit < 2 && std::round(v) >= 1000) {
-    ++unit;
-    v = static_cast<double>(count) / kUnits[unit].divisor;
-  }
-  const int decimals = v < 9.995 ? 2 : v < 99.95 ? 1 : 0;
-  return fmt::format("{:.{}f}{}", v, decimals, kUnits[unit].letter);
-}
-
 std::string MeterFormat::share(double fraction) {
   const double percent = fraction * 100;
   if (!(percent > 0)) return "0%";

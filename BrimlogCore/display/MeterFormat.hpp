@@ -11,7 +11,6 @@ namespace brimlog {
 /// for dollars, a comma between each group of three digits.
 ///
 ///     MeterFormat::usd(1234.5);         // "$1,234.50"
-///     MeterFormat::tokens(182'400'000);  // "182M"
 ///     MeterFormat::share(0.125);         // "12.5%"
 ///     MeterFormat::countdown(15'120);    // "4h 12m"
 struct MeterFormat {
@@ -23,10 +22,6 @@ struct MeterFormat {
   /// rounds to zero has no sign. "<$0.01" for an amount above 0 and below 0.01, "—" for none,
   /// and "$inf" or "$nan" for an amount that is not finite.
   static std::string usd(std::optional<double> amount);
-
-  /// A count of 999 or less as it is (negative ones too); above, three significant digits at
-  /// most with "K", "M" or "B": 1.00K, 12.3K, 999K, 1.00M (from 999,500 on), 182M, 1.00B.
-  static std::string tokens(int64_t count);
 
   /// A share from 0 to 1 as a percentage with one decimal ("12.5%", "100.0%"); "0%" for 0 or
   /// less (and NaN), "<0.1%" above 0 and below 0.1%.

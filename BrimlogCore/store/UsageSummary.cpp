@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <map>
 
 #include "platform/Calendar.hpp"
 
@@ -95,57 +94,7 @@ Json encodeList(const std::vector<T>& items, Encode&& encode) {
   return list;
 }
 
-template <typename T, typename Decode>
-std::vector<T> decodeList(const Json& json, std::string_view key, Decode&& decode) {
-  std::vector<T> items;
-  for (const Json& item : json::array(json::require(json, key), key)) items.push_back(decode(item));
-  return items;
-}
-
-double number(const Json& json, std::string_view key) {
-  return json::number(json::require(json, key), key);
-}
-
-int64_t integer(const Json& json, std::string_view key) {
-  return json::integer(json::require(json, key), key);
-}
-
-bool boolean(const Json& json, std::string_view key) {
-  return json::boolean(json::require(json, key), key);
-}
-
-ProviderID provider(const Json& json) {
-  return ProviderID::fromJson(json::require(json, "provider"));
-}
-
 }  // namespace
-
-std::vector<UsageSummary::DayPoint> UsageSummary::lastDays(int count, ProviderID id) const {
-  std::vector<DayPoint> points;
-  if (count <= 0) return points;
-  std::map<Date, const DayPoint*> byDay;
-  for (const DayPoint& point : daily) {
-    if (point.provider == id) byDay.emplace(point.day, &point);  // the first point of a day wins
-  }
-  const Calendar calendar = Calendar::current();
-  for (int k = -(count - 1); k <= 0; ++k) {
-    const auto date = calendar.addingDays(k, windowEnd);
-    if (!date) continue;
-    const auto found = byDay.find(*date);
-    points.push_back(found == byDay.end() ? DayPoint{*date, id} : *found->second);
-  }
-  return points;
-}
-
-const UsageSummary& UsageSummary::empty() {
-  static const UsageSummary summary = [] {
-    UsageSummary s;
-    s.days = 30;
-    s.windowEnd = dateFromUnixSeconds(0);
-    return s;
-  }();
-  return summary;
-}
 
 const UsageSummary& UsageSummary::preview() {
   static const UsageSummary summary = makePreview();
@@ -194,49 +143,6 @@ Json UsageSummary::toJson(DateForm form) const {
   json["cacheSavingsUSD"] = json::finite(cacheSavingsUSD, "cacheSavingsUSD");
   json["hasUnknownPrices"] = hasUnknownPrices;
   return json;
-}
-
-UsageSummary UsageSummary::fromJson(const Json& json, DateForm form) {
-  UsageSummary summary;
-  summary.days = integer(json, "days");
-  summary.windowEnd = json::decodeDate(json::require(json, "windowEnd"), form, "windowEnd");
-  summary.totalCostUSD = number(json, "totalCostUSD");
-  summary.sessions = integer(json, "sessions");
-  summary.tools = decodeList<Tool>(json, "tools", [](const Json& item) {
-    return Tool{provider(item),
-                integer(item, "sessions"),
-                integer(item, "tokens"),
-                number(item, "costUSD"),
-                number(item, "costShare"),
-                number(item, "tokenShare"),
-                boolean(item, "approximate")};
-  });
-  summary.daily = decodeList<DayPoint>(json, "daily", [form](const Json& item) {
-    return DayPoint{json::decodeDate(json::require(item, "day"), form, "day"), provider(item),
-                    integer(item, "tokens"), number(item, "costUSD")};
-  });
-  summary.models = decodeList<ModelRow>(json, "models", [](const Json& item) {
-    ModelRow row{provider(item),
-                 json::string(json::require(item, "model"), "model"),
-                 std::nullopt,
-                 number(item, "costShare"),
-                 number(item, "tokenShare"),
-                 TokenCounts::fromJson(json::require(item, "tokens")),
-                 boolean(item, "approximate")};
-    if (const Json* cost = json::optional(item, "costUSD")) {
-      row.costUSD = json::number(*cost, "costUSD");
-    }
-    return row;
-  });
-  summary.perDay = decodeList<DayRow>(json, "perDay", [form](const Json& item) {
-    return DayRow{json::decodeDate(json::require(item, "day"), form, "day"),
-                  number(item, "costUSD"), integer(item, "tokens"), integer(item, "sessions")};
-  });
-  summary.tokens = TokenCounts::fromJson(json::require(json, "tokens"));
-  summary.costByType = CostBreakdown::fromJson(json::require(json, "costByType"));
-  summary.cacheSavingsUSD = number(json, "cacheSavingsUSD");
-  summary.hasUnknownPrices = boolean(json, "hasUnknownPrices");
-  return summary;
 }
 
 }  // namespace brimlog

@@ -79,18 +79,10 @@ struct UsageSummary {
 
   bool operator==(const UsageSummary&) const = default;
 
-  /// The last `count` days of one provider's series up to `windowEnd`, oldest first, formed with
-  /// the process's current calendar; days without a point of their own are zero.
-  std::vector<DayPoint> lastDays(int count, ProviderID provider) const;
-
-  /// A summary with no data (30 days ending at 1970-01-01).
-  static const UsageSummary& empty();
-
   /// A fixed 30-day sample with three tools, for previews.
   static const UsageSummary& preview();
 
   Json toJson(DateForm form) const;
-  static UsageSummary fromJson(const Json& json, DateForm form);
 };
 
 }  // namespace brimlog

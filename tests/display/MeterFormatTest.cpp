@@ -23,13 +23,6 @@ TEST(MeterFormatTest, DollarsRoundHalfToEvenFromTheShortestDecimalAndGroupThousa
             "$2.68 | $0.12 | ");
 }
 
-TEST(MeterFormatTest, TokensKeepThreeDigitsAndMoveUpAUnitWhenRoundingReaches1000) {
-  EXPECT_EQ(each<int64_t>({999, 1000, 9994, 9995, 99'950, 999'499, 999'500, 182'400'000,
-                           999'500'000, std::numeric_limits<int64_t>::max()},
-                          MeterFormat::tokens),
-            "999 | 1.00K | 9.99K | 10.0K | 100K | 999K | 1.00M | 182M | 1.00B | 9223372037B | ");
-}
-
 TEST(MeterFormatTest, SharesAndCountdowns) {
   EXPECT_EQ(each({0.0, -0.2, 0.0005, 0.001, 1.0}, MeterFormat::share),
             "0% | 0% | <0.1% | 0.1% | 100.0% | ");

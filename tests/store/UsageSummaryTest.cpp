@@ -111,42 +111,5 @@ TEST_F(UsageSummarySessionsTest, SessionsWithoutUsageRowsStillShowTheTool) {
                 "summary-sessions-only.json");
 }
 
-// Installs a process calendar for one scope and puts the previous one back.
-class CurrentCalendar {
- public:
-  explicit CurrentCalendar(Calendar calendar) { Calendar::setCurrent(calendar); }
-  ~CurrentCalendar() { Calendar::setCurrent(previous_); }
-
- private:
-  Calendar previous_ = Calendar::current();
-};
-
-TEST(UsageSummaryLastDaysTest, ReachesBackWithZerosInTheCurrentCalendar) {
-  const CurrentCalendar utc{Calendar::utc()};
-  const UsageSummary& p = UsageSummary::preview();
-  const auto last7 = p.lastDays(7, ProviderID::codex);
-  ASSERT_EQ(last7.size(), 7u);
-  EXPECT_EQ(last7.front(), p.daily[53]);
-  EXPECT_EQ(last7.back(), p.daily[59]);
-  const auto cursor = p.lastDays(3, ProviderID::cursor);
-  ASSERT_EQ(cursor.size(), 3u);
-  EXPECT_EQ(cursor[2], (UsageSummary::DayPoint{p.windowEnd, ProviderID::cursor, 0, 0}));
-  const auto longer = p.lastDays(40, ProviderID::grok);
-  ASSERT_EQ(longer.size(), 40u);
-  EXPECT_EQ(longer[0].tokens, 0);  // before the window
-  EXPECT_EQ(longer[10], p.daily[60]);
-  EXPECT_TRUE(p.lastDays(0, ProviderID::claude).empty());
-}
-
-// The whole form is in the summaries of tests/data/store/; BrimlogCommandTest reads a printed one
-// back.
-TEST(UsageSummaryJsonTest, AnAbsentModelCostIsLeftOutAndReadBackAsAbsent) {
-  UsageSummary s = UsageSummary::preview();
-  s.models[2].costUSD.reset();
-  const Json json = json::parse(json::dump(s.toJson(DateForm::iso8601)));
-  EXPECT_FALSE(json["models"][2].contains("costUSD"));
-  EXPECT_EQ(UsageSummary::fromJson(json, DateForm::iso8601), s);
-}
-
 }  // namespace
 }  // namespace brimlog

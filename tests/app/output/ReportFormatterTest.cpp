@@ -60,7 +60,7 @@ TEST(ReportFormatterTest, ViewsMatchTheirExpectedFiles) {
       {"report-daily.txt", week, View::daily, newYork},
       {"report-models.txt", week, View::models, newYork},
       {"report-tools.txt", week, View::tools, newYork},
-      {"report-empty.txt", UsageSummary::empty(), View::daily, utc},
+      {"report-empty.txt", UsageSummary{}, View::daily, utc},
       {"report-preview-daily.txt", UsageSummary::preview(), View::daily, utc},
       {"report-preview-models.txt", UsageSummary::preview(), View::models, utc},
   };
