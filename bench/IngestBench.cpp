@@ -27,8 +27,8 @@
 
 #include "HomeGenerator.hpp"
 #include "SummaryReporter.hpp"
-#include "ingest/claude/ClaudeLogParser.hpp"
 #include "ingest/JSONLTail.hpp"
+#include "ingest/claude/ClaudeLogParser.hpp"
 #include "platform/FileDescriptor.hpp"
 
 namespace brimlog {

@@ -2,8 +2,8 @@
 
 #include <set>
 
-#include "ingest/claude/ClaudeLogParser.hpp"
 #include "ingest/JSONLTail.hpp"
+#include "ingest/claude/ClaudeLogParser.hpp"
 #include "store/PriceTable.hpp"
 #include "support/TempDir.hpp"
 

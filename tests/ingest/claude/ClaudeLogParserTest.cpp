@@ -3,9 +3,9 @@
 #include <atomic>
 #include <thread>
 
-#include "ingest/claude/ClaudeLogParser.hpp"
 #include "ingest/DataRow.hpp"
 #include "ingest/JSONLTail.hpp"
+#include "ingest/claude/ClaudeLogParser.hpp"
 
 namespace brimlog {
 namespace {

@@ -3,9 +3,9 @@
 
 #include <vector>
 
-#include "ingest/codex/CodexLogParser.hpp"
 #include "ingest/DataRow.hpp"
 #include "ingest/JSONLTail.hpp"
+#include "ingest/codex/CodexLogParser.hpp"
 
 namespace brimlog {
 namespace {
