@@ -198,7 +198,7 @@ TEST_F(BrimlogCommandTest, TellsWhatIsWrongInOneLineWithTheDocumentedStatus) {
 
 // Claude Code's folders come from CLAUDE_CONFIG_DIR and Codex's from CODEX_HOME, for the logs and
 // the sign-ins alike (how the variables are read, and the folders without them, is
-// ToolFoldersTest's).
+// ToolLocationsTest's).
 TEST_F(BrimlogCommandTest, ReadsTheToolsWhereTheirVariablesPutThem) {
   auto reply = [](const char* id) {
     return fmt::format(
