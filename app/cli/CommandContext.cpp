@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "limits/ClaudeConfigCredentialSource.hpp"
-#include "limits/CurlHTTPClient.hpp"
 #include "output/ProgressBar.hpp"
 #include "state/ClaudeCodeReading.hpp"
 #include "store/UsageStore.hpp"
@@ -69,10 +67,7 @@ void CommandContext::takeClaudeCodeReading() {
 }
 
 std::vector<FetchOutcome> CommandContext::fetchLimits(LimitsEndpoints endpoints, bool force) {
-  LimitsFetcher fetcher{store(), settings_.tools,
-                        std::make_shared<ClaudeConfigCredentialSource>(
-                            settings_.tools.places(ProviderID::claude).homes),
-                        std::make_shared<CurlHTTPClient>(), std::move(endpoints)};
+  LimitsFetcher fetcher = LimitsFetcher::forTools(store(), settings_.tools, std::move(endpoints));
   const fs::path statePath = RefreshState::pathIn(settings_.stateFolder);
   RefreshState state = RefreshState::load(statePath);
   std::vector<FetchOutcome> outcomes = fetcher.run(settings_.now, state, force);

@@ -19,8 +19,6 @@
 #include "daemon/LogWatcher.hpp"
 #include "display/WidgetDisplay.hpp"
 #include "ingest/UsageIngestor.hpp"
-#include "limits/ClaudeConfigCredentialSource.hpp"
-#include "limits/CurlHTTPClient.hpp"
 #include "platform/RefreshRequest.hpp"
 #include "state/ClaudeCodeReading.hpp"
 #include "state/DaemonLock.hpp"
@@ -289,11 +287,7 @@ int Daemon::run() {
   loop.refreshPath = RefreshState::pathIn(settings_.stateFolder);
   loop.refresh = RefreshState::load(loop.refreshPath);
   if (endpoints) {
-    loop.providers = LimitsFetcher{loop.store, settings_.tools,
-                                   std::make_shared<ClaudeConfigCredentialSource>(
-                                       settings_.tools.places(ProviderID::claude).homes),
-                                   std::make_shared<CurlHTTPClient>(), *endpoints}
-                         .providers();
+    loop.providers = LimitsFetcher::forTools(loop.store, settings_.tools, *endpoints).providers();
   }
   if (options_.notify && !options_.offline) {
     std::string why;

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "ingest/codex/CodexSource.hpp"
+#include "limits/ClaudeConfigCredentialSource.hpp"
 #include "limits/ClaudeLimitsProvider.hpp"
 #include "limits/CodexLimitsProvider.hpp"
 #include "limits/CurlHTTPClient.hpp"
@@ -43,6 +44,14 @@ LimitsFetcher::LimitsFetcher(std::shared_ptr<UsageStore> store, ToolLocations to
       credentials_(std::move(credentials)),
       http_(std::move(http)),
       endpoints_(std::move(endpoints)) {}
+
+LimitsFetcher LimitsFetcher::forTools(std::shared_ptr<UsageStore> store, const ToolLocations& tools,
+                                      LimitsEndpoints endpoints) {
+  auto credentials =
+      std::make_shared<ClaudeConfigCredentialSource>(tools.places(ProviderID::claude).homes);
+  return LimitsFetcher{std::move(store), tools, std::move(credentials),
+                       std::make_shared<CurlHTTPClient>(), std::move(endpoints)};
+}
 
 std::vector<std::unique_ptr<LimitsProvider>> LimitsFetcher::providers() const {
   std::vector<std::unique_ptr<LimitsProvider>> providers;

@@ -51,6 +51,11 @@ class LimitsFetcher {
                 std::shared_ptr<const CredentialSource> credentials,
                 std::shared_ptr<const HTTPClient> http, LimitsEndpoints endpoints);
 
+  /// The fetcher of a run: the tools of `tools`, their sign-in where the tools keep it, requests
+  /// over libcurl.
+  static LimitsFetcher forTools(std::shared_ptr<UsageStore> store, const ToolLocations& tools,
+                                LimitsEndpoints endpoints);
+
   /// The providers of the tools present that have limits, in the usual order.
   std::vector<std::unique_ptr<LimitsProvider>> providers() const;
 
