@@ -22,7 +22,7 @@ namespace brimlog {
 /// last fetch and its tokens and cost over the last 30 days; across providers today's cost, the
 /// 30-day cost and the cost of each of the last 30 days.
 ///
-///     Snapshot s = Snapshot::make(summary, limits, ProviderID::allCases, now, calendar);
+///     Snapshot s = Snapshot::make(summary, limits, ProviderID::readableCases, now, calendar);
 ///     s.dailyCost30.size();  // 30, oldest day first, ending on the summary's last day
 ///     Snapshot::fromJson(s.toJson());  // s with generatedAt cut to the whole second
 ///

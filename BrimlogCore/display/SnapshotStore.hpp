@@ -14,7 +14,7 @@ namespace brimlog {
 /// whole, atomically; the widget process reads it on every timeline request, without any lock.
 ///
 ///     const SnapshotStore store{StateFolder::locate({.home = "/home/ada"})};
-///     store.write(Snapshot::make(summary, limits, ProviderID::allCases, now, calendar));
+///     store.write(Snapshot::make(summary, limits, ProviderID::readableCases, now, calendar));
 ///     std::optional<Snapshot> shown = store.read();  // nothing when there is none to show
 class SnapshotStore {
  public:
