@@ -281,6 +281,13 @@ int64_t UsageStore::dataVersion() {
   return version;
 }
 
+LedgerRows UsageStore::ledger(const LedgerFilter& filter) {
+  LedgerRows rows;
+  rows.from = filter.from;
+  rows.to = filter.to;
+  return rows;  // filled in by the slot ledger
+}
+
 UsageSummary UsageStore::summary(int days, Date now, const Calendar& calendar,
                                  const PriceTable& prices) {
   const SummaryWindow window = SummaryWindow::make(days, now, calendar);

@@ -16,6 +16,7 @@
 #include "model/ProviderLimits.hpp"
 #include "model/UsageEvent.hpp"
 #include "platform/Calendar.hpp"
+#include "store/Ledger.hpp"
 #include "store/SQLiteDatabase.hpp"
 
 namespace brimlog {
@@ -100,6 +101,9 @@ class UsageStore {
   /// A number that changes when another connection (another process) has committed to the
   /// database since the last call; this connection's own writes leave it as it is.
   int64_t dataVersion();
+
+  /// The ledger's rows of a span of time (see `LedgerRows`), for reports computed in any zone.
+  LedgerRows ledger(const LedgerFilter& filter);
 
   /// The last `days` local days (at least one) up to the day of `now`, priced with `prices`.
   UsageSummary summary(int days, Date now, const Calendar& calendar, const PriceTable& prices);
