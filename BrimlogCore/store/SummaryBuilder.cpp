@@ -27,15 +27,24 @@ double share(double part, double whole) { return whole > 0 ? part / whole : 0.0;
 }  // namespace
 
 SummaryWindow SummaryWindow::make(int days, Date now, const Calendar& calendar) {
+  const Date today = calendar.startOfDay(now);
+  return between(calendar.addingDays(1 - std::max(days, 1), today).value_or(today), today,
+                 calendar);
+}
+
+SummaryWindow SummaryWindow::between(Date first, Date last, const Calendar& calendar) {
   SummaryWindow window;
-  window.days = std::max(days, 1);
-  window.today = calendar.startOfDay(now);
-  for (int k = -(window.days - 1); k <= 0; ++k) {
-    if (const auto date = calendar.addingDays(k, window.today)) {
-      window.dates.push_back(*date);
-      window.keys.push_back(calendar.dayKey(*date));
-    }
+  window.today = calendar.startOfDay(last);
+  // Day by day from the first, by calendar arithmetic: days across a daylight-saving change
+  // still start at local midnight.
+  const Date start = std::min(calendar.startOfDay(first), window.today);
+  for (int k = 0;; ++k) {
+    const auto date = calendar.addingDays(k, start);
+    if (!date || *date > window.today) break;
+    window.dates.push_back(*date);
+    window.keys.push_back(calendar.dayKey(*date));
   }
+  window.days = std::max<int>(1, static_cast<int>(window.dates.size()));
   window.lastKey = calendar.dayKey(window.today);
   window.firstKey = window.keys.empty() ? window.lastKey : window.keys.front();
   return window;

@@ -22,7 +22,11 @@ struct SummaryWindow {
   std::string firstKey;
   std::string lastKey;
 
+  /// The last `days` local days (at least one) up to the day of `now`.
   static SummaryWindow make(int days, Date now, const Calendar& calendar);
+  /// The local days from the day of `first` to the day of `last`, both included (just the day of
+  /// `last` when `first` comes after it).
+  static SummaryWindow between(Date first, Date last, const Calendar& calendar);
 };
 
 /// One stored (provider, model, day) row.

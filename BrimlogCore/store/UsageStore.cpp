@@ -290,7 +290,12 @@ LedgerRows UsageStore::ledger(const LedgerFilter& filter) {
 
 UsageSummary UsageStore::summary(int days, Date now, const Calendar& calendar,
                                  const PriceTable& prices) {
-  const SummaryWindow window = SummaryWindow::make(days, now, calendar);
+  return summary(SummaryWindow::make(days, now, calendar), calendar, prices);
+}
+
+UsageSummary UsageStore::summary(const SummaryWindow& window, const Calendar&,
+                                 const PriceTable& prices, std::optional<ProviderID>,
+                                 std::optional<std::string>) {
   std::vector<SummaryRow> rows;
   std::vector<SessionCount> sessions;
   withDatabase("read the usage summary", [&](SQLiteDatabase& db) {

@@ -23,6 +23,7 @@ namespace brimlog {
 
 class PriceTable;
 struct UsageSummary;
+struct SummaryWindow;
 
 struct UsageStoreOptions {
   /// Open for reading only: nothing is created or written, and a file in a folder that cannot
@@ -107,6 +108,11 @@ class UsageStore {
 
   /// The last `days` local days (at least one) up to the day of `now`, priced with `prices`.
   UsageSummary summary(int days, Date now, const Calendar& calendar, const PriceTable& prices);
+
+  /// The days of `window`, only the usage of `tool` and of `project` where they are given.
+  UsageSummary summary(const SummaryWindow& window, const Calendar& calendar,
+                       const PriceTable& prices, std::optional<ProviderID> tool = std::nullopt,
+                       std::optional<std::string> project = std::nullopt);
 
  private:
   std::unique_ptr<SQLiteDatabase> open(const std::string& path,
