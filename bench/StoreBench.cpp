@@ -67,7 +67,7 @@ std::vector<UsageEvent> makeEvents(int count, int days, int models, uint64_t see
                                   static_cast<int64_t>(random.next() % 200000),
                                   static_cast<int64_t>(random.next() % 20000), 0,
                                   static_cast<int64_t>(random.next() % 4000), 0},
-                      std::nullopt});
+                      std::nullopt, "/home/dev/code/bench"});
   }
   // Logs are read file by file, each in time order: ingest sees time-ordered runs.
   std::sort(events.begin(), events.end(),
@@ -85,7 +85,6 @@ std::filesystem::path freshDirectory() {
 // 100,000 events over 90 days and 12 models, in batches of 10,000, into a new database file.
 void storeIngest(benchmark::State& state) {
   const auto events = makeEvents(100'000, 90, 12, 42);
-  const auto calendar = *Calendar::named("Europe/Paris");
   constexpr size_t kBatch = 10'000;
   for (auto _ : state) {
     state.PauseTiming();
@@ -97,7 +96,7 @@ void storeIngest(benchmark::State& state) {
       for (size_t start = 0; start < events.size(); start += kBatch) {
         const auto batch =
             std::span(events).subspan(start, std::min(kBatch, events.size() - start));
-        added += store.ingest(batch, calendar);
+        added += store.ingest(batch);
       }
       state.PauseTiming();
       if (added != static_cast<int64_t>(events.size())) state.SkipWithError("events lost");
@@ -114,7 +113,6 @@ void storeIngest(benchmark::State& state) {
 // rest of a pass is arranged.
 void seenInsertsBare(benchmark::State& state) {
   const auto events = makeEvents(100'000, 90, 12, 42);
-  const auto calendar = *Calendar::named("Europe/Paris");
   std::vector<std::string> days;
   days.reserve(events.size());
   for (const UsageEvent& event : events) days.push_back(calendar.dayKey(event.timestamp));
@@ -177,10 +175,10 @@ void storeSummary(benchmark::State& state) {
       for (int m = 0; m < 20; ++m) {
         events.push_back({providerOf(kModels[m]), kModels[m], fmt::format("s{}-{}", day, m % 3),
                           fmt::format("k{}-{}", day, m), kNow - Seconds{day * 86400.0},
-                          TokenCounts{1000, 50000, 2000, 100, 800, 10}, std::nullopt});
+                          TokenCounts{1000, 50000, 2000, 100, 800, 10}, std::nullopt, ""});
       }
     }
-    store.ingest(events, calendar);
+    store.ingest(events);
     const PriceTable prices = PriceTable::bundled();
     if (prices.models.empty()) state.SkipWithError("prices.json not found");
     for (auto _ : state) {

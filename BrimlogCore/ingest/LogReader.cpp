@@ -9,8 +9,7 @@ std::optional<ReadJob> LogReader::plan(const FoundFile& file, std::optional<File
   if (sameFile && cursor->offset == size) return std::nullopt;
   const int64_t expected = sameFile && cursor->offset < size ? size - cursor->offset : size;
   return ReadJob{file.path, file.provider,     static_cast<uint64_t>(file.status.st_ino),
-                 size,      std::move(cursor), expected,
-                 false};
+                 size,      std::move(cursor), expected};
 }
 
 }  // namespace brimlog

@@ -24,8 +24,6 @@ struct ReadJob {
   std::optional<FileCursor> cursor;
   /// Bytes the pass expects to read: the unread part of the file. Larger jobs go first.
   int64_t expectedBytes = 0;
-  /// Nothing new was written: only what the cursor holds is to be settled.
-  bool settleOnly = false;
 };
 
 /// A file the pass could not read, and why.
@@ -65,8 +63,8 @@ class LogReader {
   virtual ~LogReader() = default;
 
   /// The job for a found file, or nothing when the file has not changed since `cursor` was
-  /// stored and nothing waits in the cursor. The default: a job when the file is new, was
-  /// replaced, or has grown or shrunk since the cursor's offset.
+  /// stored. The default: a job when the file is new, was replaced, or has grown or shrunk since
+  /// the cursor's offset.
   virtual std::optional<ReadJob> plan(const FoundFile& file, std::optional<FileCursor> cursor,
                                       Date now) const;
 

@@ -37,9 +37,6 @@ struct IngestOptions {
   /// nothing else overlaps, short.
   size_t batchEvents = 10'000;
   size_t batchFiles = 2'000;
-  /// Seconds after which the last reply of a transcript is counted although no later reply has
-  /// confirmed it is complete.
-  double pendingGrace = 900;
   /// Called on the calling thread as the pass goes on; must be quick.
   std::function<void(const IngestProgress&)> progress;
 };

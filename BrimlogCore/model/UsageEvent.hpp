@@ -10,7 +10,7 @@
 namespace brimlog {
 
 /// One model reply as read from a tool's own log: what the parsers produce and the usage store
-/// counts. It has no JSON form; the store keeps only per-day sums of events.
+/// counts. It has no JSON form; the store keeps per-slot sums of events and each reply's counts.
 struct UsageEvent {
   ProviderID provider = ProviderID::claude;
   /// The model name as the tool logged it ("unknown" where the log names none).
@@ -25,6 +25,8 @@ struct UsageEvent {
   TokenCounts tokens;
   /// A cost the tool itself reported, in US dollars; absent when the price table must price it.
   std::optional<double> reportedCostUSD;
+  /// The folder the tool was working in, as its log names it; empty when it names none.
+  std::string project;
 
   bool operator==(const UsageEvent&) const = default;
 };

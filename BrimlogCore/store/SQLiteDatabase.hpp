@@ -103,9 +103,13 @@ class SQLiteDatabase {
 
   /// Runs a query, calling `onRow` for every result row.
   template <typename OnRow>
-  void query(std::string_view text, std::initializer_list<Bind> binds, OnRow&& onRow) {
-    Use use = begin(prepared(text), binds);
+  void query(PreparedStatement statement, std::initializer_list<Bind> binds, OnRow&& onRow) {
+    Use use = begin(statement, binds);
     while (step(use.statement)) onRow(Row{use.statement});
+  }
+  template <typename OnRow>
+  void query(std::string_view text, std::initializer_list<Bind> binds, OnRow&& onRow) {
+    query(prepared(text), binds, std::forward<OnRow>(onRow));
   }
 
   /// Runs `body` inside BEGIN IMMEDIATE ... COMMIT; when the body or the commit fails, rolls back

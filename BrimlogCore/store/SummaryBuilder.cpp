@@ -50,8 +50,8 @@ SummaryWindow SummaryWindow::between(Date first, Date last, const Calendar& cale
   return window;
 }
 
-UsageSummary buildSummary(const SummaryWindow& window, std::span<const SummaryRow> rows,
-                          std::span<const SessionCount> sessions, const PriceTable& prices) {
+UsageSummary buildSummary(const SummaryWindow& window, const LedgerDays& days,
+                          const PriceTable& prices) {
   UsageSummary summary;
   summary.days = window.days;
   summary.windowEnd = window.today;
@@ -61,12 +61,14 @@ UsageSummary buildSummary(const SummaryWindow& window, std::span<const SummaryRo
   PerProvider<bool> approximateByProvider;
   std::unordered_map<std::string, Totals> byDay;
   std::unordered_map<std::string, int64_t> sessionsByDay;
+  std::unordered_map<std::string, bool> keptDays;
   PerProvider<std::unordered_map<std::string, Totals>> byProviderDay;
   std::map<std::pair<int, std::string>, ModelTotals> byModel;
 
-  for (const SummaryRow& row : rows) {
+  for (const DayUsage& row : days.usage) {
     const ProviderID p = row.provider;
-    const PricedCost priced = prices.cost(row.model, row.tokens, row.reported);
+    const PricedCost priced = prices.cost(row.model, row.tokens, row.reportedUSD);
+    if (row.kept) keptDays[row.day] = true;
     const int64_t processed = row.tokens.processed();
 
     Totals& provider = byProvider[p];
@@ -97,10 +99,11 @@ UsageSummary buildSummary(const SummaryWindow& window, std::span<const SummaryRo
     summary.costByType += *priced.breakdown;
   }
 
-  for (const SessionCount& count : sessions) {
+  // A session active on several days counts on each of them, and once in the window's totals.
+  for (const DaySessions& count : days.sessions) sessionsByDay[count.day] += count.count;
+  for (const DaySessions& count : days.sessionTotals) {
     auto& provider = sessionsByProvider[count.provider];
     provider = provider.value_or(0) + count.count;
-    sessionsByDay[count.day] += count.count;
     summary.sessions += count.count;
   }
 
@@ -123,10 +126,10 @@ UsageSummary buildSummary(const SummaryWindow& window, std::span<const SummaryRo
                    [](const auto& a, const auto& b) { return a.costUSD > b.costUSD; });
 
   for (const ProviderID id : withData) {
-    const auto& days = byProviderDay[id];
+    const auto& toolDays = byProviderDay[id];
     for (size_t i = 0; i < window.dates.size(); ++i) {
-      const auto found = days.find(window.keys[i]);
-      summary.daily.push_back(found == days.end() ? UsageSummary::DayPoint{window.dates[i], id}
+      const auto found = toolDays.find(window.keys[i]);
+      summary.daily.push_back(found == toolDays.end() ? UsageSummary::DayPoint{window.dates[i], id}
                                                   : UsageSummary::DayPoint{window.dates[i], id,
                                                                            found->second.tokens,
                                                                            found->second.cost});
@@ -155,7 +158,8 @@ UsageSummary buildSummary(const SummaryWindow& window, std::span<const SummaryRo
     if (day == byDay.end() && daySessions == sessionsByDay.end()) continue;
     summary.perDay.push_back({window.dates[i], day == byDay.end() ? 0.0 : day->second.cost,
                               day == byDay.end() ? 0 : day->second.tokens,
-                              daySessions == sessionsByDay.end() ? 0 : daySessions->second});
+                              daySessions == sessionsByDay.end() ? 0 : daySessions->second,
+                              keptDays.count(window.keys[i]) > 0});
   }
   return summary;
 }

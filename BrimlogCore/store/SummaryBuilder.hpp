@@ -8,6 +8,7 @@
 #include "model/ProviderID.hpp"
 #include "model/TokenCounts.hpp"
 #include "platform/Calendar.hpp"
+#include "store/Ledger.hpp"
 #include "store/PriceTable.hpp"
 #include "store/UsageSummary.hpp"
 
@@ -29,25 +30,9 @@ struct SummaryWindow {
   static SummaryWindow between(Date first, Date last, const Calendar& calendar);
 };
 
-/// One stored (provider, model, day) row.
-struct SummaryRow {
-  ProviderID provider;
-  std::string model;
-  std::string day;
-  TokenCounts tokens;
-  std::optional<double> reported;
-};
-
-/// Sessions first seen on one day.
-struct SessionCount {
-  ProviderID provider;
-  std::string day;
-  int64_t count;
-};
-
-/// Condenses the rows of a window into a summary in one pass: each row priced as one bundle, costs
-/// and tokens added up per tool, day, (tool, day) and model.
-UsageSummary buildSummary(const SummaryWindow& window, std::span<const SummaryRow> rows,
-                          std::span<const SessionCount> sessions, const PriceTable& prices);
+/// Condenses a window's days into a summary in one pass: each (tool, model, day) priced as one
+/// bundle, costs and tokens added up per tool, day, (tool, day) and model.
+UsageSummary buildSummary(const SummaryWindow& window, const LedgerDays& days,
+                          const PriceTable& prices);
 
 }  // namespace brimlog

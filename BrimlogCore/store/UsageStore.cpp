@@ -8,7 +8,7 @@
 #include <thread>
 #include <unordered_map>
 
-#include "store/BatchTotals.hpp"
+#include "store/LedgerWriter.hpp"
 #include "store/PriceTable.hpp"
 #include "store/StoreSQL.hpp"
 #include "store/SummaryBuilder.hpp"
@@ -17,7 +17,14 @@
 namespace brimlog {
 namespace {
 
-constexpr std::string_view kInsertSeen = "INSERT OR IGNORE INTO seen(key, day) VALUES(?1, ?2)";
+// The tables of every schema this program has written.
+bool isOurTable(std::string_view name) {
+  for (const std::string_view ours : {"replies", "sessions", "usage", "kept_days", "cursors",
+                                      "limits", "seen", "daily"}) {
+    if (name == ours) return true;
+  }
+  return false;
+}
 constexpr std::string_view kSaveCursor =
     "INSERT OR REPLACE INTO cursors(path, json) VALUES(?1, ?2)";
 
@@ -92,11 +99,7 @@ std::unique_ptr<SQLiteDatabase> UsageStore::open(const std::string& path,
   db->query("SELECT name FROM sqlite_schema WHERE type = 'table' AND name NOT LIKE 'sqlite_%'", {},
             [&](const Row& row) {
               ++tables;
-              const std::string_view name = row.text(0);
-              if (name == "seen" || name == "daily" || name == "sessions" || name == "cursors" ||
-                  name == "limits") {
-                ++ours;
-              }
+              if (isOurTable(row.text(0))) ++ours;
             });
   db->exec("COMMIT");
   // A file without our id is ours only when it holds our tables and nothing else (a database
@@ -123,12 +126,21 @@ std::unique_ptr<SQLiteDatabase> UsageStore::open(const std::string& path,
   // power cut, and a batch is stored together with its cursors, so such a loss is only read again.
   db->exec("PRAGMA cache_size=-32768");
   db->exec("PRAGMA synchronous=NORMAL");
-  if (version <= 0 || applicationID != applicationId) {
+  if (version < schemaVersion || applicationID != applicationId) {
     db->transaction([&] {
       // Another program may have set the file up since it was looked at.
       db->query("PRAGMA user_version", {}, [&](const Row& row) { version = row.integer(0); });
-      if (version <= 0) db->exec(sql::kSchema);
-      db->exec(fmt::format("PRAGMA user_version = {}", version <= 0 ? schemaVersion : version));
+      if (version == 1) {
+        // Schema 1 kept day totals in the zone of each sync. What can be rebuilt is rebuilt:
+        // every cursor goes, so the next pass reads every log again into the slot ledger; the
+        // day totals are kept for the days whose logs are gone by then.
+        db->exec("ALTER TABLE sessions RENAME TO sessions_v1");
+        db->exec(sql::kSchema);
+        db->exec(sql::kMigrateV1);
+      } else if (version <= 0) {
+        db->exec(sql::kSchema);
+      }
+      db->exec(fmt::format("PRAGMA user_version = {}", std::max<int64_t>(version, schemaVersion)));
       db->exec(fmt::format("PRAGMA application_id = {}", applicationId));
     });
   }
@@ -149,7 +161,7 @@ decltype(auto) UsageStore::withDatabase(std::string_view doing, Body&& body) {
   }
 }
 
-int64_t UsageStore::ingest(std::span<const UsageEvent> events, const Calendar& calendar,
+int64_t UsageStore::ingest(std::span<const UsageEvent> events,
                            std::span<const FileCursor> cursors,
                            PerProvider<int64_t>* addedByProvider) {
   // Encode first: a cursor that cannot be written fails the call before any statement runs.
@@ -157,29 +169,20 @@ int64_t UsageStore::ingest(std::span<const UsageEvent> events, const Calendar& c
   cursorTexts.reserve(cursors.size());
   for (const FileCursor& cursor : cursors) cursorTexts.push_back(json::dump(cursor.toJson()));
 
-  DayKeys dayKeys{calendar};
   return withDatabase("save the new replies", [&](SQLiteDatabase& db) {
-    const PreparedStatement insertSeen = db.prepared(kInsertSeen);
     const PreparedStatement saveCursor = db.prepared(kSaveCursor);
-    BatchTotals totals{db};
-    int64_t inserted = 0;
     PerProvider<int64_t> added;
     db.transaction([&] {
-      for (const UsageEvent& event : events) {
-        const std::string& day = dayKeys(event.timestamp);
-        if (db.run(insertSeen, {event.dedupKey, day}) == 0) continue;  // counted before
-        ++inserted;
-        ++added[event.provider];
-        totals.add(event, day);
-      }
-      totals.flush();
+      added = {};  // a transaction tried again starts over
+      LedgerWriter{db}.write(events, added);
       for (size_t i = 0; i < cursors.size(); ++i) {
         db.run(saveCursor, {cursors[i].path, cursorTexts[i]});
       }
     });
-    if (addedByProvider) {
-      for (ProviderID provider : ProviderID::allCases)
-        (*addedByProvider)[provider] += added[provider];
+    int64_t inserted = 0;
+    for (ProviderID provider : ProviderID::allCases) {
+      inserted += added[provider];
+      if (addedByProvider) (*addedByProvider)[provider] += added[provider];
     }
     return inserted;
   });
@@ -263,12 +266,15 @@ std::optional<ProviderLimits> UsageStore::limits(ProviderID provider) {
 }
 
 void UsageStore::prune(Date date, const Calendar& calendar) {
-  const std::string cutoff = calendar.dayKey(date);
+  const Date start = calendar.startOfDay(date);
+  const int64_t slot = slotOf(start);
+  const std::string day = calendar.dayKey(date);
   withDatabase("prune old rows", [&](SQLiteDatabase& db) {
     db.transaction([&] {
-      db.run("DELETE FROM daily WHERE day < ?1", {cutoff});
-      db.run("DELETE FROM sessions WHERE day < ?1", {cutoff});
-      db.run("DELETE FROM seen WHERE day < ?1", {cutoff});
+      db.run("DELETE FROM usage WHERE slot < ?1", {slot});
+      db.run("DELETE FROM replies WHERE slot < ?1", {slot});
+      db.run("DELETE FROM sessions WHERE last_reply < ?1", {referenceSeconds(start)});
+      db.run("DELETE FROM kept_days WHERE day < ?1", {day});
     });
   });
 }
@@ -285,7 +291,56 @@ LedgerRows UsageStore::ledger(const LedgerFilter& filter) {
   LedgerRows rows;
   rows.from = filter.from;
   rows.to = filter.to;
-  return rows;  // filled in by the slot ledger
+  const int64_t first = slotOf(filter.from);
+  // The span's last slot is the one that holds its last instant.
+  const int64_t last = filter.to > filter.from ? slotOf(filter.to - Seconds{1e-3}) : first - 1;
+  if (last < first) return rows;
+  const Bind tool =
+      filter.provider ? Bind{filter.provider->rawValue()} : Bind{nullptr};
+  const Bind project = filter.project ? Bind{*filter.project} : Bind{nullptr};
+  withDatabase("read the usage ledger", [&](SQLiteDatabase& db) {
+    db.query("SELECT id, provider, session_id, project, first_reply, last_reply FROM sessions "
+             "WHERE id IN (SELECT DISTINCT session FROM usage WHERE slot >= ?1 AND slot <= ?2) "
+             "AND (?3 IS NULL OR provider = ?3) AND (?4 IS NULL OR project = ?4) ORDER BY id",
+             {first, last, tool, project}, [&](const Row& row) {
+               const auto provider = ProviderID::fromRawValue(row.text(1));
+               if (!provider) return;
+               rows.sessions.push_back(LedgerSession{
+                   row.integer(0), *provider, std::string(row.text(2)), std::string(row.text(3)),
+                   dateFromReferenceSeconds(row.real(4)), dateFromReferenceSeconds(row.real(5))});
+             });
+    db.query("SELECT slot, session, model, uncached, cache_read, w5m, w1h, output, reasoning, "
+             "reported_usd FROM usage WHERE slot >= ?1 AND slot <= ?2",
+             {first, last}, [&](const Row& row) {
+               const int64_t session = row.integer(1);
+               if (!rows.session(session)) return;  // another tool's, or another project's
+               rows.slots.push_back(LedgerSlot{
+                   row.integer(0), session, std::string(row.text(2)),
+                   TokenCounts{row.integer(3), row.integer(4), row.integer(5), row.integer(6),
+                               row.integer(7), row.integer(8)},
+                   row.isNull(9) ? std::nullopt : std::optional<double>(row.real(9))});
+             });
+    // Kept days carry no project; their zone is unknown, so the days around the span in any
+    // zone are read, and the caller's calendar decides.
+    if (filter.project) return;
+    const Calendar utc = Calendar::utc();
+    db.query("SELECT provider, model, day, uncached, cache_read, w5m, w1h, output, reasoning, "
+             "reported_usd, sessions FROM kept_days WHERE day >= ?1 AND day <= ?2 "
+             "AND (?3 IS NULL OR provider = ?3) ORDER BY day, provider, model",
+             {utc.dayKey(filter.from - Seconds{86400}), utc.dayKey(filter.to + Seconds{86400}),
+              tool},
+             [&](const Row& row) {
+               const auto provider = ProviderID::fromRawValue(row.text(0));
+               if (!provider) return;
+               rows.keptDays.push_back(KeptDay{
+                   *provider, std::string(row.text(1)), std::string(row.text(2)),
+                   TokenCounts{row.integer(3), row.integer(4), row.integer(5), row.integer(6),
+                               row.integer(7), row.integer(8)},
+                   row.isNull(9) ? std::nullopt : std::optional<double>(row.real(9)),
+                   row.integer(10)});
+             });
+  });
+  return rows;
 }
 
 UsageSummary UsageStore::summary(int days, Date now, const Calendar& calendar,
@@ -293,28 +348,15 @@ UsageSummary UsageStore::summary(int days, Date now, const Calendar& calendar,
   return summary(SummaryWindow::make(days, now, calendar), calendar, prices);
 }
 
-UsageSummary UsageStore::summary(const SummaryWindow& window, const Calendar&,
-                                 const PriceTable& prices, std::optional<ProviderID>,
-                                 std::optional<std::string>) {
-  std::vector<SummaryRow> rows;
-  std::vector<SessionCount> sessions;
-  withDatabase("read the usage summary", [&](SQLiteDatabase& db) {
-    const std::initializer_list<Bind> range = {window.firstKey, window.lastKey};
-    db.query(sql::kSummaryUsage, range, [&](const Row& row) {
-      const auto provider = ProviderID::fromRawValue(row.text(0));
-      if (!provider) return;
-      rows.push_back(SummaryRow{*provider, std::string(row.text(1)), std::string(row.text(2)),
-                                TokenCounts{row.integer(3), row.integer(4), row.integer(5),
-                                            row.integer(6), row.integer(7), row.integer(8)},
-                                row.isNull(9) ? std::nullopt : std::optional<double>(row.real(9))});
-    });
-    db.query(sql::kSummarySessions, range, [&](const Row& row) {
-      const auto provider = ProviderID::fromRawValue(row.text(0));
-      if (!provider) return;
-      sessions.push_back(SessionCount{*provider, std::string(row.text(1)), row.integer(2)});
-    });
-  });
-  return buildSummary(window, rows, sessions, prices);
+UsageSummary UsageStore::summary(const SummaryWindow& window, const Calendar& calendar,
+                                 const PriceTable& prices, std::optional<ProviderID> tool,
+                                 std::optional<std::string> project) {
+  LedgerFilter filter;
+  filter.from = window.dates.empty() ? window.today : window.dates.front();
+  filter.to = calendar.addingDays(1, window.today).value_or(window.today + Seconds{86400});
+  filter.provider = tool;
+  filter.project = std::move(project);
+  return buildSummary(window, LedgerDays::of(ledger(filter), calendar), prices);
 }
 
 }  // namespace brimlog

@@ -33,10 +33,13 @@ struct UsageStoreOptions {
   double busyTimeout = 10;
 };
 
-/// The local usage database: per provider, model and local day, the summed tokens and reported
-/// costs of every event ever counted; the keys already counted (so a re-read log never counts a
-/// reply twice); the first day of every session; the log readers' cursors; and each provider's
-/// last limits.
+/// The local usage database, a ledger: per session, model and quarter hour of UTC time (a slot,
+/// see `Ledger.hpp`), the summed tokens and reported costs of every reply ever counted; each
+/// reply's key with the counts it was counted with (so a re-read log never counts a reply twice,
+/// and a reply that grows adds only its growth); every session with its project and its first and
+/// last reply; day totals kept from an older database whose logs are gone; the log readers'
+/// cursors; and each provider's last limits. No figure depends on the zone the logs were read
+/// in: every day, week or month is summed from slots in the zone a report asks for.
 ///
 /// Every operation runs on the one connection, one at a time; callers on any thread block until
 /// theirs is done. Operations are not re-entrant. Write operations are transactions started with
@@ -48,12 +51,12 @@ struct UsageStoreOptions {
 /// Errors name the file, what was being done and what the user can do (`UsageStoreError`).
 ///
 ///     UsageStore store{dataDir / "usage.db"};
-///     int64_t added = store.ingest(events, Calendar::current(), cursors);
+///     int64_t added = store.ingest(events, cursors);
 ///     UsageSummary s = store.summary(30, currentDate(), Calendar::current(),
 ///     PriceTable::bundled());
 class UsageStore {
  public:
-  static constexpr int32_t schemaVersion = 1;
+  static constexpr int32_t schemaVersion = 2;
   /// "Brml" in ASCII: the `application_id` that marks a file as this program's.
   static constexpr int32_t applicationId = 0x42726d6c;
 
@@ -65,14 +68,14 @@ class UsageStore {
   UsageStore(const UsageStore&) = delete;
   UsageStore& operator=(const UsageStore&) = delete;
 
-  /// Counts a batch in one transaction and returns how many of its events were new. An event is
-  /// counted exactly when its `dedupKey` was never counted before; later events with a known key
-  /// change nothing. The given cursors are saved in the same transaction, after the events, so a
-  /// batch and the read positions that produced it are stored together or not at all. When
-  /// `addedByProvider` is given, the new events are also added to it per provider, once the
-  /// transaction has committed.
-  int64_t ingest(std::span<const UsageEvent> events, const Calendar& calendar,
-                 std::span<const FileCursor> cursors = {},
+  /// Counts a batch in one transaction and returns how many of its replies were seen for the
+  /// first time. A reply (a `dedupKey`) is counted with the field-by-field largest counts any of
+  /// its events carried, exactly once: an event of a known reply adds only what it carries beyond
+  /// what was counted, to the slot the reply was first counted in (`LedgerWriter`). The given
+  /// cursors are saved in the same transaction, after the events, so a batch and the read
+  /// positions that produced it are stored together or not at all. When `addedByProvider` is
+  /// given, the new replies are also added to it per provider, once the transaction has committed.
+  int64_t ingest(std::span<const UsageEvent> events, std::span<const FileCursor> cursors = {},
                  PerProvider<int64_t>* addedByProvider = nullptr);
 
   /// The stored cursor of a log file; throws `JsonDecodeError` when the stored text is damaged.
@@ -94,9 +97,9 @@ class UsageStore {
   /// A provider's stored limits; throws `JsonDecodeError` when the stored text is damaged.
   std::optional<ProviderLimits> limits(ProviderID provider);
 
-  /// Deletes usage, session and seen rows of local days before the day of `date`; rows of that
-  /// day itself, cursors and limits are kept. An event older than the cutoff can then be counted
-  /// again if its line is read again.
+  /// Deletes the usage and replies of slots before the local day of `date`, the sessions whose
+  /// last reply came before it, and kept day totals of earlier days; cursors and limits are kept.
+  /// A reply older than the cutoff can then be counted again if its line is read again.
   void prune(Date date, const Calendar& calendar);
 
   /// A number that changes when another connection (another process) has committed to the

@@ -133,10 +133,12 @@ Json UsageSummary::toJson(DateForm form) const {
     return item;
   });
   json["perDay"] = encodeList(perDay, [form](const DayRow& row) {
-    return Json{{"day", json::encodeDate(row.day, form, "day")},
-                {"costUSD", json::finite(row.costUSD, "costUSD")},
-                {"tokens", row.tokens},
-                {"sessions", row.sessions}};
+    Json item = {{"day", json::encodeDate(row.day, form, "day")},
+                 {"costUSD", json::finite(row.costUSD, "costUSD")},
+                 {"tokens", row.tokens},
+                 {"sessions", row.sessions}};
+    if (row.kept) item["kept"] = true;
+    return item;
   });
   json["tokens"] = tokens.toJson();
   json["costByType"] = costByType.toJson();

@@ -55,6 +55,8 @@ struct UsageSummary {
     double costUSD = 0;
     int64_t tokens = 0;
     int64_t sessions = 0;
+    /// Some of the day's figures are day totals kept from an older database, whose logs are gone.
+    bool kept = false;
     bool operator==(const DayRow&) const = default;
   };
 

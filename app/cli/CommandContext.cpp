@@ -44,7 +44,7 @@ IngestResult CommandContext::ingest() {
   ProgressBar bar;
   IngestOptions options;
   options.progress = [&bar](const IngestProgress& progress) { bar.update(progress); };
-  StoreIngestSink sink{*store(), settings_.calendar};
+  StoreIngestSink sink{*store()};
   UsageIngestor ingestor{sink, settings_.tools.logFolders(), options};
   IngestResult result = ingestor.run(settings_.now);
   bar.finish();

@@ -104,7 +104,7 @@ struct Daemon::Loop {
   bool changed = true;
 
   void pass(Date now) {
-    StoreIngestSink sink{*store, settings.calendar};
+    StoreIngestSink sink{*store};
     UsageIngestor ingestor{sink, settings.tools.logFolders(), IngestOptions{}};
     const IngestResult result = ingestor.run(now);
     lastPass = now;

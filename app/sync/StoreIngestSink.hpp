@@ -1,26 +1,24 @@
 #pragma once
 
 #include "ingest/IngestSink.hpp"
-#include "platform/Calendar.hpp"
 #include "store/UsageStore.hpp"
 
 namespace brimlog {
 
-/// The usage database as the place where an ingestion pass keeps what it read: events are
-/// counted on the local days of `calendar`.
+/// The usage database as the place where an ingestion pass keeps what it read.
 ///
-///     StoreIngestSink sink{store, settings.calendar};
+///     StoreIngestSink sink{store};
 ///     UsageIngestor{sink, settings.tools.logFolders()}.run(settings.now);
 class StoreIngestSink final : public IngestSink {
  public:
-  StoreIngestSink(UsageStore& store, Calendar calendar) : store_(store), calendar_(calendar) {}
+  explicit StoreIngestSink(UsageStore& store) : store_(store) {}
 
   std::map<std::string, FileCursor> storedCursors() override { return store_.allCursors(); }
 
   PerProvider<int64_t> commit(std::span<const UsageEvent> events,
                               std::span<const FileCursor> cursors) override {
     PerProvider<int64_t> added;
-    store_.ingest(events, calendar_, cursors, &added);
+    store_.ingest(events, cursors, &added);
     return added;
   }
 
@@ -38,7 +36,6 @@ class StoreIngestSink final : public IngestSink {
 
  private:
   UsageStore& store_;
-  Calendar calendar_;
 };
 
 }  // namespace brimlog

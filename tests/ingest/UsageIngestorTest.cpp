@@ -73,7 +73,7 @@ class UsageIngestorTest : public testing::TempDirTest {
   IngestResult pass(Date now, IngestOptions options = {}) {
     // A commit that meets another writer fails soon, not after the usual wait.
     UsageStore store{dbPath(), {.busyTimeout = 0.2}};
-    StoreIngestSink sink{store, Calendar::utc()};
+    StoreIngestSink sink{store};
     const ToolLocations tools = ToolLocations::resolve(home(), {});
     UsageIngestor ingestor{sink, tools.logFolders(), std::move(options)};
     return ingestor.run(now);
@@ -84,12 +84,13 @@ class UsageIngestorTest : public testing::TempDirTest {
     RawDatabase raw{dbPath()};
     return raw.rows(
         "SELECT provider, model, SUM(uncached), SUM(cache_read), SUM(output), SUM(reasoning) "
-        "FROM daily GROUP BY provider, model ORDER BY provider, model");
+        "FROM usage JOIN sessions ON sessions.id = usage.session "
+        "GROUP BY provider, model ORDER BY provider, model");
   }
 
   std::vector<std::string> keys() {
     RawDatabase raw{dbPath()};
-    return raw.rows("SELECT key FROM seen ORDER BY key");
+    return raw.rows("SELECT key FROM replies ORDER BY key");
   }
 
   void writeHome(const fs::path& relative, const std::string& contents) {
@@ -102,9 +103,9 @@ class UsageIngestorTest : public testing::TempDirTest {
   const Date now_ = at("2026-11-20T12:00:00Z");
 };
 
-TEST_F(UsageIngestorTest, CountsTheLastLineOfEachReplyAndWaitsForTheReplyStillBeingWritten) {
+TEST_F(UsageIngestorTest, CountsEachReplyAtOnceAndAddsWhatItsLaterLinesCarry) {
   // One reply over three lines with growing output, tool results in between, then a second
-  // reply that may still be streaming when the pass runs.
+  // reply that is still streaming when the pass runs: both count at once.
   writeHome(claudeFile(), claudeLine("m1", 3, "2026-11-20T11:50:00Z") + toolLine() +
                               claudeLine("m1", 3, "2026-11-20T11:50:01Z") + toolLine() +
                               claudeLine("m1", 623, "2026-11-20T11:50:02Z") +
@@ -113,28 +114,24 @@ TEST_F(UsageIngestorTest, CountsTheLastLineOfEachReplyAndWaitsForTheReplyStillBe
   EXPECT_EQ(first.filesScanned, 1u);
   EXPECT_EQ(first.filesRead, 1u);
   EXPECT_EQ(first.linesRead, 6);
-  EXPECT_EQ(first.newEvents[ProviderID::claude], 1);
-  EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|10|100|623|0"));
+  EXPECT_EQ(first.newEvents[ProviderID::claude], 2);
+  EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|20|200|628|0"));
 
-  // The second reply grows; it is counted when a third one starts, with its final count.
+  // The second reply grows: only its growth is added, and it is not a new reply.
   appendHome(claudeFile(), claudeLine("m2", 40, "2026-11-20T11:55:01Z") +
                                claudeLine("m3", 1, "2026-11-20T11:58:00Z"));
   IngestResult second = pass(now_);
   EXPECT_EQ(second.linesRead, 2);
   EXPECT_EQ(second.totalNewEvents(), 1);
-  EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|20|200|663|0"));
-
-  // Nothing changed: the file is not read, and the waiting reply stays waiting...
-  IngestResult idle = pass(now_);
-  EXPECT_EQ(idle.filesRead, 0u);
-  EXPECT_EQ(idle.bytesRead, 0);
-  EXPECT_EQ(idle.totalNewEvents(), 0);
-  // ...until it is fifteen minutes old, when it is counted from the cursor alone.
-  IngestResult later = pass(at("2026-11-20T12:14:00Z"));
-  EXPECT_EQ(later.filesRead, 0u);
-  EXPECT_EQ(later.totalNewEvents(), 1);
   EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|30|300|664|0"));
-  EXPECT_EQ(pass(at("2026-11-20T13:00:00Z")).totalNewEvents(), 0);
+
+  // Nothing changed: the file is not read again, at once or later.
+  for (const Date when : {now_, at("2026-11-20T13:00:00Z")}) {
+    IngestResult idle = pass(when);
+    EXPECT_EQ(idle.filesRead, 0u);
+    EXPECT_EQ(idle.bytesRead, 0);
+  }
+  EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|30|300|664|0"));
 }
 
 // A log replaced by a new file, truncated, or copied over in place (the same inode and longer
@@ -261,7 +258,7 @@ TEST_F(UsageIngestorTest, GrokTurnsFinishedOutOfOrderAreCountedOnceEach) {
   EXPECT_EQ(pass(now_).newEvents[ProviderID::grok], 1);
   EXPECT_THAT(totals(), ElementsAre("grok|grok-4|90|60|21|0"));
   RawDatabase raw{dbPath()};
-  EXPECT_THAT(raw.rows("SELECT reported_usd FROM daily"), ElementsAre("0.3"));
+  EXPECT_THAT(raw.rows("SELECT reported_usd FROM usage"), ElementsAre("0.3"));
 }
 
 TEST_F(UsageIngestorTest, APassThatFailsPartWayLosesAndRepeatsNothing) {
@@ -285,7 +282,7 @@ TEST_F(UsageIngestorTest, APassThatFailsPartWayLosesAndRepeatsNothing) {
   std::unique_ptr<RawDatabase> blocker;
   {
     UsageStore store{dbPath(), {.busyTimeout = 0.2}};
-    StoreIngestSink storeSink{store, Calendar::utc()};
+    StoreIngestSink storeSink{store};
     struct BlockedThirdCommit final : IngestSink {
       IngestSink& next;
       std::function<void()> block;
@@ -367,7 +364,7 @@ TEST_F(UsageIngestorTest, RealLogsGiveTheirTrueTotals) {
     RawDatabase raw{dbPath()};
     return raw.rows(
         "SELECT COALESCE(SUM(uncached),0), COALESCE(SUM(output),0), COALESCE(SUM(cache_read),0), "
-        "COALESCE(SUM(w5m + w1h),0), COALESCE(SUM(reasoning),0) FROM daily");
+        "COALESCE(SUM(w5m + w1h),0), COALESCE(SUM(reasoning),0) FROM usage");
   };
   for (const DataRow& row : testing::namedRows("ingest/real-claude.tsv")) {
     SCOPED_TRACE(row.name);

@@ -35,8 +35,8 @@ class UsageSummaryTest : public ::testing::Test {
            std::optional<double> reported = std::nullopt, std::string session = "s") {
     const UsageEvent event{
         provider, model,   std::move(session), std::to_string(next_++), at(timestamp),
-        tokens,   reported};
-    store_.ingest(std::vector{event}, calendar_);
+        tokens,   reported, ""};
+    store_.ingest(std::vector{event});
   }
 
   UsageSummary summary(int days = 30, const char* now = "2025-03-30T15:00:00Z") {
@@ -96,19 +96,6 @@ TEST_F(UsageSummaryTest, WindowDaysAreLocalMidnightsAcrossDaylightSaving) {
   add(ProviderID::codex, "gpt", "2025-03-10T04:30:00Z", {1, 0, 0, 0, 0, 0});    // 10 Mar, 00:30
   // Days start at 05:00Z before the change and 04:00Z after it; the 9th has 23 hours.
   expectSummary(summary(4, "2025-03-10T15:00:00Z"), "summary-daylight-saving.json");
-}
-
-class UsageSummarySessionsTest : public testing::TempDirTest {};
-
-TEST_F(UsageSummarySessionsTest, SessionsWithoutUsageRowsStillShowTheTool) {
-  const auto path = dir() / "usage.db";
-  UsageStore store{path};
-  testing::RawDatabase{path}.exec(
-      "INSERT INTO sessions VALUES('grok','g1','2025-03-30'),('grok','g2','2025-03-30'),"
-      "('claude','old','2025-01-01'),('elsewhere','x','2025-03-30')");
-  // Grok with its two sessions of the window, and a point for each of the 30 days.
-  expectSummary(store.summary(30, at("2025-03-30T12:00:00Z"), Calendar::utc(), PriceTable{}),
-                "summary-sessions-only.json");
 }
 
 }  // namespace

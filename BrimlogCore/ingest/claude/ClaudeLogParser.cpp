@@ -45,10 +45,14 @@ std::optional<UsageEvent> eventFrom(std::optional<logjson::object> root) {
   }
   if (tokens.processed() <= 0) return std::nullopt;
 
-  return UsageEvent{
-      ProviderID::claude, std::string(model), std::string(string(*root, "sessionId").value_or("")),
-      std::string(*key),  *timestamp,         tokens,
-      std::nullopt};
+  return UsageEvent{ProviderID::claude,
+                    std::string(model),
+                    std::string(string(*root, "sessionId").value_or("")),
+                    std::string(*key),
+                    *timestamp,
+                    tokens,
+                    std::nullopt,
+                    std::string(string(*root, "cwd").value_or(""))};
 }
 
 }  // namespace

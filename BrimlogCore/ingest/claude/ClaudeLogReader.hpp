@@ -4,29 +4,21 @@
 
 namespace brimlog {
 
-/// Reads Claude Code transcripts, counting each reply once with its final size.
+/// Reads Claude Code transcripts.
 ///
-/// Claude Code writes one reply over several lines with the same key, the last holding the final
-/// output count: of each run of consecutive events with one key only the last is counted. The
-/// run at the end of a transcript may still be growing, so its latest event waits in the file's
-/// cursor (context key "pending") until another reply follows it or it is `pendingGrace` seconds
-/// old; an unchanged file whose waiting reply has grown old is planned as a job of its own that
-/// only settles it.
+/// Claude Code writes one reply over several lines with the same key while it streams, the last
+/// holding the final output count. Every line is handed on as it is read: the store counts a
+/// reply as soon as any of its lines is seen and adds what a later line carries beyond that, so
+/// the newest reply is in the totals at once and ends up with its final counts.
 class ClaudeLogReader final : public LogReader {
  public:
   /// `chunkBytes`: how much is read at a time, and so how far a large file gets between commits.
-  ClaudeLogReader(int64_t chunkBytes, double pendingGrace)
-      : chunkBytes_(chunkBytes), pendingGrace_(pendingGrace) {}
+  explicit ClaudeLogReader(int64_t chunkBytes) : chunkBytes_(chunkBytes) {}
 
-  std::optional<ReadJob> plan(const FoundFile& file, std::optional<FileCursor> cursor,
-                              Date now) const override;
   void read(const ReadJob& job, Date now, const ReadSink& sink) const override;
 
  private:
-  bool isOld(const UsageEvent& event, Date now) const;
-
   int64_t chunkBytes_;
-  double pendingGrace_;
 };
 
 }  // namespace brimlog

@@ -36,7 +36,7 @@ ToolPlaces places(const fs::path& home, const ToolVariables& variables) {
 }
 
 std::unique_ptr<LogReader> reader(const IngestOptions& options) {
-  return std::make_unique<ClaudeLogReader>(options.chunkBytes, options.pendingGrace);
+  return std::make_unique<ClaudeLogReader>(options.chunkBytes);
 }
 
 }  // namespace

@@ -64,10 +64,15 @@ std::optional<UsageEvent> usageEvent(object root, object payload, const Context&
   } else if (const auto own = logjson::string(payload, "session_id")) {
     sessionID = *own;
   }
-  return UsageEvent{ProviderID::codex,    model ? *model : std::string("unknown"),
-                    std::move(sessionID), std::string(*key),
-                    *timestamp,           usageCounts(*usage, "cache_write_input_tokens"),
-                    std::nullopt};
+  const std::string* cwd = recalled(context, "cwd");
+  return UsageEvent{ProviderID::codex,
+                    model ? *model : std::string("unknown"),
+                    std::move(sessionID),
+                    std::string(*key),
+                    *timestamp,
+                    usageCounts(*usage, "cache_write_input_tokens"),
+                    std::nullopt,
+                    cwd ? *cwd : std::string()};
 }
 
 std::optional<LimitWindow> limitWindow(object rateLimits, std::string_view key, std::string id,
@@ -140,10 +145,12 @@ std::optional<CodexLine> judge(std::optional<object> root, Context& context,
 
   if (*type == "session_meta") {
     if (const auto id = logjson::string(*payload, "id")) remember(context, "session", *id);
+    if (const auto cwd = logjson::string(*payload, "cwd")) remember(context, "cwd", *cwd);
     return std::nullopt;
   }
   if (*type == "turn_context") {
     if (const auto model = logjson::string(*payload, "model")) remember(context, "model", *model);
+    if (const auto cwd = logjson::string(*payload, "cwd")) remember(context, "cwd", *cwd);
     return std::nullopt;
   }
   if (*type == "token_usage_record") {

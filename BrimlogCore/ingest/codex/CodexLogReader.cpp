@@ -50,6 +50,7 @@ class RunningTotal {
     event.dedupKey = session_ + "#" + std::to_string(total_);
     event.timestamp = *tokenCount->timestamp;
     event.tokens = tokenCount->last;
+    if (const auto cwd = context.find("cwd"); cwd != context.end()) event.project = cwd->second;
     events.push_back(std::move(event));
   }
 

@@ -29,8 +29,7 @@ std::optional<ReadJob> GrokLogReader::plan(const FoundFile& file, std::optional<
                  static_cast<uint64_t>(file.status.st_ino),
                  file.status.st_size,
                  std::move(cursor),
-                 file.status.st_size,
-                 false};
+                 file.status.st_size};
 }
 
 void GrokLogReader::read(const ReadJob& job, Date, const ReadSink& sink) const {

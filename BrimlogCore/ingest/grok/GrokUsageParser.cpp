@@ -42,7 +42,8 @@ UsageEvent usageEvent(std::string_view sessionID, int64_t turnNumber, std::strin
                     std::move(key),
                     endedAt,
                     tokens,
-                    cost};
+                    cost,
+                    {}};
 }
 
 // Appends one event per model of a finished turn, models in ascending name order.
@@ -112,6 +113,9 @@ GrokUsageParser::Result GrokUsageParser::events(std::string_view document, int64
     const auto timestamp = parseISO8601(*endedAt);
     if (!timestamp) continue;
     appendEvents(result.events, *sessionID, number, *modelUsage, *timestamp);
+  }
+  if (const auto cwd = logjson::string(root, "cwd")) {
+    for (UsageEvent& event : result.events) event.project = *cwd;
   }
   return result;
 }

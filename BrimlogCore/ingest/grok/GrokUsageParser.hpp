@@ -18,7 +18,7 @@ namespace brimlog {
 /// once.
 ///
 ///     auto r = GrokUsageParser::events(document, stored.value_or(INT64_MIN));
-///     store.ingest(r.events, calendar);  // then store r.lastTurn for this file
+///     store.ingest(r.events);  // then store r.lastTurn for this file
 ///
 /// Stateless; callable from any thread. Never throws: an unreadable document yields no events and
 /// `lastTurn` = `afterTurn`; malformed turns and model entries are skipped one by one.

@@ -389,7 +389,7 @@ TEST_F(BrimlogCommandTest, ConcurrentSyncsBothSucceedAndCountEachReplyOnce) {
       testing::RunningProgram::run({"/bin/sh", "-c", command});
   EXPECT_EQ(both.exitStatus, 0) << both.output;
   testing::RawDatabase raw{db()};
-  EXPECT_THAT(raw.rows("SELECT SUM(output) FROM daily"),
+  EXPECT_THAT(raw.rows("SELECT SUM(output) FROM usage"),
               ::testing::ElementsAre(std::to_string(files * replies)));
 }
 

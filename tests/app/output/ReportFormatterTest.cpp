@@ -25,7 +25,7 @@ UsageSummary weekAcrossTheClockChange() {
   // Each reply is keyed by its time, which no two share.
   const auto reply = [](ProviderID provider, const char* model, const char* session, const char* at,
                         TokenCounts tokens, std::optional<double> reported = {}) {
-    return UsageEvent{provider, model, session, at, *parseISO8601(at), tokens, reported};
+    return UsageEvent{provider, model, session, at, *parseISO8601(at), tokens, reported, ""};
   };
   const std::vector<UsageEvent> replies = {
       // 23:30 on 31 October in New York, still summer time.
@@ -44,7 +44,7 @@ UsageSummary weekAcrossTheClockChange() {
             {7'000, 0, 0, 0, 500, 0}),
   };
   UsageStore store{":memory:"};
-  store.ingest(replies, newYork);
+  store.ingest(replies);
   return store.summary(7, *parseISO8601("2026-11-04T18:00:00Z"), newYork, prices);
 }
 

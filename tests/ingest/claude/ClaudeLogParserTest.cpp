@@ -26,7 +26,7 @@ TEST(ClaudeLogParserTest, AnAssistantReplyBecomesAnEvent) {
   ASSERT_TRUE(event);
   EXPECT_EQ(*event, (UsageEvent{ProviderID::claude, "m1", "s1", "msg_1",
                                 dateFromUnixSeconds(1748781296.789), TokenCounts{10, 0, 0, 0, 5, 0},
-                                std::nullopt}));
+                                std::nullopt, ""}));
 }
 
 // Which usage fields count as what: cache writes split by lifetime when they can be, token

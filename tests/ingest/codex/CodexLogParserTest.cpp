@@ -73,7 +73,7 @@ TEST(CodexLogParserTest, UsageRecordsTakeModelAndSessionFromEarlierLines) {
                   R"(,"session_id":"own","model":"ignored")")));
   ASSERT_TRUE(event);
   EXPECT_EQ(*event, (UsageEvent{ProviderID::codex, "m1", "s1", "r1", kStamp,
-                                TokenCounts{70, 30, 7, 0, 20, 5}, std::nullopt}));
+                                TokenCounts{70, 30, 7, 0, 20, 5}, std::nullopt, ""}));
   EXPECT_EQ(parser.context(), (Context{{"provider", "codex"}, {"session", "s1"}, {"model", "m1"}}));
 
   // A later context line replaces what it names; a stray byte elsewhere in it costs only itself,

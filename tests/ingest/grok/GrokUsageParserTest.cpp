@@ -21,7 +21,7 @@ TEST(GrokUsageParserTest, FinishedTurnsYieldOneEventPerModel) {
   ASSERT_EQ(result.events.size(), 3u);
   EXPECT_EQ(result.events[0],
             (UsageEvent{ProviderID::grok, "a", "s1", "s1#1#a", dateFromUnixSeconds(1748781296.789),
-                        TokenCounts{70, 30, 7, 0, 20, 5}, 2.5}));
+                        TokenCounts{70, 30, 7, 0, 20, 5}, 2.5, ""}));
   // Cached tokens above the input leave no uncached input; a cost of nothing is still a cost; a
   // model written twice counts once, with its first figures.
   EXPECT_EQ(result.events[1].dedupKey, "s1#2#a");

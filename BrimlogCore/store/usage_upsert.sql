@@ -1,6 +1,6 @@
-INSERT INTO daily(provider, model, day, uncached, cache_read, w5m, w1h, output, reasoning, reported_usd)
+INSERT INTO usage(slot, session, model, uncached, cache_read, w5m, w1h, output, reasoning, reported_usd)
 VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10)
-ON CONFLICT(provider, model, day) DO UPDATE SET
+ON CONFLICT(slot, session, model) DO UPDATE SET
   uncached = uncached + excluded.uncached,
   cache_read = cache_read + excluded.cache_read,
   w5m = w5m + excluded.w5m,

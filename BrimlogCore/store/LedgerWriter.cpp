@@ -1,0 +1,157 @@
+#include "store/LedgerWriter.hpp"
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "store/Ledger.hpp"
+#include "store/StoreSQL.hpp"
+
+namespace brimlog {
+namespace {
+
+constexpr std::string_view kInsertReply =
+    "INSERT INTO replies(key, slot, uncached, cache_read, w5m, w1h, output, reasoning, "
+    "reported_usd) VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9) ON CONFLICT(key) DO NOTHING";
+constexpr std::string_view kSelectReply =
+    "SELECT slot, uncached, cache_read, w5m, w1h, output, reasoning, reported_usd "
+    "FROM replies WHERE key = ?1";
+constexpr std::string_view kUpdateReply =
+    "UPDATE replies SET uncached = ?2, cache_read = ?3, w5m = ?4, w1h = ?5, output = ?6, "
+    "reasoning = ?7, reported_usd = ?8 WHERE key = ?1";
+
+struct Session {
+  const UsageEvent* first;
+  std::string_view project;
+  Date firstReply;
+  Date lastReply;
+  int64_t id = 0;
+};
+
+// One key's lines of the batch, folded into the largest counts they carry.
+struct Reply {
+  const UsageEvent* first;
+  size_t session;
+  TokenCounts tokens;
+  std::optional<double> reportedUSD;
+};
+
+struct UsageRow {
+  int64_t slot;
+  int64_t session;
+  std::string_view model;
+  TokenCounts tokens;
+  std::optional<double> reportedUSD;
+};
+
+TokenCounts largest(const TokenCounts& a, const TokenCounts& b) {
+  return {std::max(a.uncachedInput, b.uncachedInput), std::max(a.cacheRead, b.cacheRead),
+          std::max(a.cacheWrite5m, b.cacheWrite5m),   std::max(a.cacheWrite1h, b.cacheWrite1h),
+          std::max(a.output, b.output),               std::max(a.reasoning, b.reasoning)};
+}
+
+TokenCounts minus(const TokenCounts& a, const TokenCounts& b) {
+  return {a.uncachedInput - b.uncachedInput, a.cacheRead - b.cacheRead,
+          a.cacheWrite5m - b.cacheWrite5m,   a.cacheWrite1h - b.cacheWrite1h,
+          a.output - b.output,               a.reasoning - b.reasoning};
+}
+
+std::optional<double> largest(std::optional<double> a, std::optional<double> b) {
+  if (!a) return b;
+  if (!b) return a;
+  return std::max(*a, *b);
+}
+
+Bind costBind(std::optional<double> cost) { return cost ? Bind{*cost} : Bind{nullptr}; }
+
+}  // namespace
+
+void LedgerWriter::write(std::span<const UsageEvent> events, PerProvider<int64_t>& added) {
+  // Fold the batch first: one statement per session, per reply and per usage row, not per line.
+  std::vector<Session> sessions;
+  std::vector<Reply> replies;
+  std::unordered_map<std::string, size_t> sessionIndex, replyIndex;
+  std::string key;
+  for (const UsageEvent& event : events) {
+    key.assign(event.provider.rawValue()).append(1, '\x1f').append(event.sessionID);
+    const auto [foundSession, newSession] = sessionIndex.try_emplace(key, sessions.size());
+    if (newSession) sessions.push_back({&event, {}, event.timestamp, event.timestamp});
+    Session& session = sessions[foundSession->second];
+    session.firstReply = std::min(session.firstReply, event.timestamp);
+    session.lastReply = std::max(session.lastReply, event.timestamp);
+    if (session.project.empty()) session.project = event.project;
+
+    const auto [foundReply, newReply] = replyIndex.try_emplace(event.dedupKey, replies.size());
+    if (newReply) {
+      replies.push_back({&event, foundSession->second, event.tokens, event.reportedCostUSD});
+    } else {
+      Reply& reply = replies[foundReply->second];
+      reply.tokens = largest(reply.tokens, event.tokens);
+      reply.reportedUSD = largest(reply.reportedUSD, event.reportedCostUSD);
+    }
+  }
+
+  const PreparedStatement upsertSession = db_.prepared(sql::kSessionUpsert);
+  for (Session& session : sessions) {
+    db_.query(upsertSession,
+              {session.first->provider.rawValue(), session.first->sessionID, session.project,
+               referenceSeconds(session.firstReply), referenceSeconds(session.lastReply)},
+              [&](const Row& row) { session.id = row.integer(0); });
+  }
+
+  const PreparedStatement insertReply = db_.prepared(kInsertReply);
+  const PreparedStatement selectReply = db_.prepared(kSelectReply);
+  const PreparedStatement updateReply = db_.prepared(kUpdateReply);
+  std::vector<UsageRow> usage;
+  std::unordered_map<std::string, size_t> usageIndex;
+  for (const Reply& reply : replies) {
+    const UsageEvent& event = *reply.first;
+    const TokenCounts& t = reply.tokens;
+    int64_t slot = slotOf(event.timestamp);
+    TokenCounts delta = t;
+    std::optional<double> costDelta = reply.reportedUSD;
+    if (db_.run(insertReply, {event.dedupKey, slot, t.uncachedInput, t.cacheRead, t.cacheWrite5m,
+                              t.cacheWrite1h, t.output, t.reasoning,
+                              costBind(reply.reportedUSD)}) == 1) {
+      ++added[event.provider];
+    } else {
+      // Counted before: only what this batch saw beyond that is new, in the reply's own slot.
+      TokenCounts counted;
+      std::optional<double> countedUSD;
+      db_.query(selectReply, {event.dedupKey}, [&](const Row& row) {
+        slot = row.integer(0);
+        counted = {row.integer(1), row.integer(2), row.integer(3),
+                   row.integer(4), row.integer(5), row.integer(6)};
+        if (!row.isNull(7)) countedUSD = row.real(7);
+      });
+      const TokenCounts now = largest(counted, t);
+      const std::optional<double> nowUSD = largest(countedUSD, reply.reportedUSD);
+      if (now == counted && nowUSD == countedUSD) continue;
+      db_.run(updateReply, {event.dedupKey, now.uncachedInput, now.cacheRead, now.cacheWrite5m,
+                            now.cacheWrite1h, now.output, now.reasoning, costBind(nowUSD)});
+      delta = minus(now, counted);
+      costDelta = nowUSD == countedUSD ? std::nullopt
+                                       : std::optional<double>(*nowUSD - countedUSD.value_or(0));
+    }
+    const int64_t session = sessions[reply.session].id;
+    key.assign(std::to_string(slot)).append(1, '\x1f').append(std::to_string(session));
+    key.append(1, '\x1f').append(event.model);
+    const auto [found, inserted] = usageIndex.try_emplace(key, usage.size());
+    if (inserted) usage.push_back({slot, session, event.model, {}, std::nullopt});
+    UsageRow& row = usage[found->second];
+    row.tokens += delta;
+    if (costDelta) row.reportedUSD = row.reportedUSD.value_or(0) + *costDelta;
+  }
+
+  const PreparedStatement upsertUsage = db_.prepared(sql::kUsageUpsert);
+  for (const UsageRow& row : usage) {
+    const TokenCounts& t = row.tokens;
+    db_.run(upsertUsage, {row.slot, row.session, row.model, t.uncachedInput, t.cacheRead,
+                          t.cacheWrite5m, t.cacheWrite1h, t.output, t.reasoning,
+                          costBind(row.reportedUSD)});
+  }
+}
+
+}  // namespace brimlog
