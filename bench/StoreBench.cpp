@@ -107,15 +107,12 @@ void storeIngest(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(events.size()));
 }
 
-// The floor under storeIngest: the same events' `seen` rows alone, inserted through SQLite's C
-// API with nothing of ours in between (same table and index, page size, journal and cache
-// settings, batches of 10,000). Every reply costs one such insert, on one thread, however the
-// rest of a pass is arranged.
+// The floor under storeIngest: the same events' `replies` rows alone, inserted through SQLite's
+// C API with nothing of ours in between (same table, page size, journal and cache settings,
+// batches of 10,000). Every reply costs one such insert, on one thread, however the rest of a
+// pass is arranged.
 void seenInsertsBare(benchmark::State& state) {
   const auto events = makeEvents(100'000, 90, 12, 42);
-  std::vector<std::string> days;
-  days.reserve(events.size());
-  for (const UsageEvent& event : events) days.push_back(calendar.dayKey(event.timestamp));
   constexpr size_t kBatch = 10'000;
   // As the store sets it up: no allocation counting (a no-op once the library is initialised).
   sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
@@ -133,13 +130,16 @@ void seenInsertsBare(benchmark::State& state) {
       check(sqlite3_exec(raw,
                          "PRAGMA page_size=16384; PRAGMA journal_mode=WAL; "
                          "PRAGMA cache_size=-32768; PRAGMA synchronous=NORMAL; "
-                         "CREATE TABLE seen(key TEXT PRIMARY KEY, day TEXT NOT NULL); "
-                         "CREATE INDEX seen_day ON seen(day);",
+                         "CREATE TABLE replies(key TEXT PRIMARY KEY, slot INTEGER NOT NULL, "
+                         "uncached INTEGER, cache_read INTEGER, w5m INTEGER, w1h INTEGER, "
+                         "output INTEGER, reasoning INTEGER, reported_usd REAL) WITHOUT ROWID;",
                          nullptr, nullptr, nullptr),
             raw);
       sqlite3_stmt* statement = nullptr;
-      check(sqlite3_prepare_v2(raw, "INSERT OR IGNORE INTO seen(key, day) VALUES(?1, ?2)", -1,
-                               &statement, nullptr),
+      check(sqlite3_prepare_v2(raw,
+                               "INSERT INTO replies VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, NULL) "
+                               "ON CONFLICT(key) DO NOTHING",
+                               -1, &statement, nullptr),
             raw);
       const std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)> insert{statement,
                                                                               &sqlite3_finalize};
@@ -149,8 +149,13 @@ void seenInsertsBare(benchmark::State& state) {
         for (size_t i = start; i < std::min(start + kBatch, events.size()); ++i) {
           const std::string& key = events[i].dedupKey;
           sqlite3_bind_text(statement, 1, key.data(), static_cast<int>(key.size()), SQLITE_STATIC);
-          sqlite3_bind_text(statement, 2, days[i].data(), static_cast<int>(days[i].size()),
-                            SQLITE_STATIC);
+          const TokenCounts& t = events[i].tokens;
+          sqlite3_bind_int64(statement, 2, slotOf(events[i].timestamp));
+          int column = 3;
+          for (const int64_t count : {t.uncachedInput, t.cacheRead, t.cacheWrite5m,
+                                      t.cacheWrite1h, t.output, t.reasoning}) {
+            sqlite3_bind_int64(statement, column++, count);
+          }
           check(sqlite3_step(statement), raw);
           sqlite3_reset(statement);
         }
