@@ -1,11 +1,14 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "sync/StoreIngestSink.hpp"
 #include "ingest/DataRow.hpp"
@@ -70,10 +73,30 @@ class UsageIngestorTest : public testing::TempDirTest {
     return fs::path(".claude/projects") / name;
   }
 
-  IngestResult pass(Date now, IngestOptions options = {}) {
+  // The store, with `beforeCommit` called with each commit's number (from 1) before it is made.
+  struct HookedSink final : IngestSink {
+    IngestSink& next;
+    std::function<void(int)> beforeCommit;
+    int commits = 0;
+    HookedSink(IngestSink& next, std::function<void(int)> beforeCommit)
+        : next(next), beforeCommit(std::move(beforeCommit)) {}
+    std::map<std::string, FileCursor> storedCursors() override { return next.storedCursors(); }
+    PerProvider<int64_t> commit(std::span<const UsageEvent> events,
+                                std::span<const FileCursor> cursors) override {
+      beforeCommit(++commits);
+      return next.commit(events, cursors);
+    }
+    bool keepIfNewer(ProviderID provider, const ProviderLimits& limits) override {
+      return next.keepIfNewer(provider, limits);
+    }
+  };
+
+  IngestResult pass(Date now, IngestOptions options = {},
+                    std::function<void(int)> beforeCommit = [](int) {}) {
     // A commit that meets another writer fails soon, not after the usual wait.
     UsageStore store{dbPath(), {.busyTimeout = 0.2}};
-    StoreIngestSink sink{store};
+    StoreIngestSink storeSink{store};
+    HookedSink sink{storeSink, std::move(beforeCommit)};
     const ToolLocations tools = ToolLocations::resolve(home(), {});
     UsageIngestor ingestor{sink, tools.logFolders(), std::move(options)};
     return ingestor.run(now);
@@ -280,32 +303,13 @@ TEST_F(UsageIngestorTest, APassThatFailsPartWayLosesAndRepeatsNothing) {
   options.batchEvents = 1;
   options.workers = 1;
   std::unique_ptr<RawDatabase> blocker;
-  {
-    UsageStore store{dbPath(), {.busyTimeout = 0.2}};
-    StoreIngestSink storeSink{store};
-    struct BlockedThirdCommit final : IngestSink {
-      IngestSink& next;
-      std::function<void()> block;
-      int commits = 0;
-      BlockedThirdCommit(IngestSink& next, std::function<void()> block)
-          : next(next), block(std::move(block)) {}
-      std::map<std::string, FileCursor> storedCursors() override { return next.storedCursors(); }
-      PerProvider<int64_t> commit(std::span<const UsageEvent> events,
-                                  std::span<const FileCursor> cursors) override {
-        if (++commits == 3) block();
-        return next.commit(events, cursors);
-      }
-      bool keepIfNewer(ProviderID provider, const ProviderLimits& limits) override {
-        return next.keepIfNewer(provider, limits);
-      }
-    } sink{storeSink, [&] {
-             blocker = std::make_unique<RawDatabase>(dbPath());
-             EXPECT_EQ(blocker->exec("BEGIN IMMEDIATE"), SQLITE_OK);
-           }};
-    const ToolLocations tools = ToolLocations::resolve(home(), {});
-    UsageIngestor ingestor{sink, tools.logFolders(), options};
-    EXPECT_THROW(ingestor.run(now_), UsageStoreError);
-  }
+  EXPECT_THROW(pass(now_, options,
+                    [&](int commit) {
+                      if (commit != 3) return;
+                      blocker = std::make_unique<RawDatabase>(dbPath());
+                      EXPECT_EQ(blocker->exec("BEGIN IMMEDIATE"), SQLITE_OK);
+                    }),
+               UsageStoreError);
   ASSERT_TRUE(blocker);
   blocker->exec("ROLLBACK");
   blocker.reset();
@@ -316,6 +320,47 @@ TEST_F(UsageIngestorTest, APassThatFailsPartWayLosesAndRepeatsNothing) {
   EXPECT_EQ(keys().size(), 61u);
   EXPECT_THAT(totals(),
               ElementsAre("claude|claude-sonnet-4-5|600|6000|1030|0", "codex|m|10|0|1|1"));
+}
+
+// Replies written over three lines each, the later ones carrying more output, read by passes
+// killed (SIGKILL) after ever more commits (small chunks, a commit per chunk), then by one left to
+// finish: each reply ends up with its final counts, once, whichever commits the killed passes
+// made.
+TEST_F(UsageIngestorTest, PassesKilledAtAnyPointStillEndWithEachReplysFinalCounts) {
+  std::string lines;
+  for (int i = 0; i < 150; ++i) {
+    const std::string id = fmt::format("k{:03}", i);
+    for (const int64_t output : {1, 2, i + 10}) {
+      lines += claudeLine(id, output, "2026-11-20T09:00:00Z") + toolLine();
+    }
+  }
+  const size_t half = lines.find("k075");
+  writeHome(claudeFile(), lines.substr(0, half));
+  IngestOptions options;
+  options.chunkBytes = 2048;
+  options.batchEvents = 1;
+  options.workers = 1;
+  const auto killedPasses = [&] {
+    for (int made = 0; made < 40; made += 3) {
+      const pid_t child = ::fork();
+      ASSERT_GE(child, 0);
+      if (child == 0) {
+        pass(now_, options, [made](int commit) {
+          if (commit > made) ::raise(SIGKILL);
+        });
+        ::_exit(0);
+      }
+      ::waitpid(child, nullptr, 0);
+    }
+  };
+  killedPasses();
+  // The last reply of the first half may stand at its second line; the rest comes after.
+  appendHome(claudeFile(), lines.substr(half));
+  killedPasses();
+  pass(now_);
+  EXPECT_EQ(keys().size(), 150u);
+  // 150 replies of 10 + 100 input tokens; outputs 10 to 159.
+  EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|1500|15000|12675|0"));
 }
 
 TEST_F(UsageIngestorTest, ReportsFilesItCannotReadAndGoesOn) {
