@@ -15,7 +15,11 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <date/tz.h>
+
+#include <fstream>
 #include <functional>
+#include <map>
 
 #include "display/SnapshotStore.hpp"
 #include "platform/Json.hpp"
@@ -100,6 +104,92 @@ class BrimlogCommandTest : public testing::TempDirTest {
           R"("costUsdTicks":25000000000}}}]})");
   }
 };
+
+// Tokens per local day of the real Claude Code transcripts in `zone`, counted here without any of
+// the program's code: each reply (message id, else request id) once, with the largest counts any
+// of its lines carried, on the day of its first line.
+std::map<std::string, int64_t> claudeTokensPerDay(const fs::path& folder, const char* zone) {
+  struct Reply {
+    std::string day;
+    std::map<std::string, int64_t> counts;
+  };
+  std::map<std::string, Reply> replies;
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    std::ifstream in(entry.path());
+    for (std::string line; std::getline(in, line);) {
+      const Json json = Json::parse(line, nullptr, false);
+      if (!json.is_object() || json.value("type", "") != "assistant") continue;
+      const Json& message = json.value("message", Json::object());
+      if (!message.contains("usage") || message.value("model", "") == "<synthetic>") continue;
+      const std::string key = message.value("id", json.value("requestId", ""));
+      const Json& usage = message["usage"];
+      std::map<std::string, int64_t> counts;
+      for (const char* field : {"input_tokens", "cache_read_input_tokens", "output_tokens"}) {
+        counts[field] = usage.value(field, int64_t{0});
+      }
+      const Json& split = usage.value("cache_creation", Json());
+      counts["write"] = split.is_object() ? split.value("ephemeral_5m_input_tokens", int64_t{0}) +
+                                                split.value("ephemeral_1h_input_tokens", int64_t{0})
+                                          : usage.value("cache_creation_input_tokens", int64_t{0});
+      int64_t processed = 0;
+      for (const auto& [field, count] : counts) processed += count;
+      if (key.empty() || processed <= 0) continue;
+      int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
+      std::sscanf(json.value("timestamp", "").c_str(), "%d-%d-%dT%d:%d:%d", &year, &month, &day,
+                  &hour, &minute, &second);
+      const date::sys_seconds when =
+          date::sys_days{date::year{year} / month / day} + std::chrono::hours{hour} +
+          std::chrono::minutes{minute} + std::chrono::seconds{second};
+      const auto [found, added] = replies.try_emplace(key);
+      if (added) found->second.day = date::format("%F", date::zoned_time{zone, when});
+      for (const auto& [field, count] : counts) {
+        found->second.counts[field] = std::max(found->second.counts[field], count);
+      }
+    }
+  }
+  std::map<std::string, int64_t> perDay;
+  for (const auto& [key, reply] : replies) {
+    for (const auto& [field, count] : reply.counts) perDay[reply.day] += count;
+  }
+  return perDay;
+}
+
+// Days are summed from the ledger in the zone a report asks for: databases synced in two zones
+// report the same bytes in any third one, and those agree with a count of the logs in that zone.
+TEST_F(BrimlogCommandTest, EveryZonesDaysAreExactWhateverZoneTheSyncRanIn) {
+  BRIMLOG_REQUIRE_REAL_FIXTURES(fixtures);
+  for (const auto& entry : fs::directory_iterator(fixtures / "claude")) {
+    fs::create_directories(home() / ".claude/projects/p");
+    fs::copy_file(entry.path(), home() / ".claude/projects/p" / entry.path().filename());
+  }
+  const auto run = [&](const char* database, const char* syncZone, const char* reportZone,
+                       const std::string& command) {
+    std::vector<std::string> arguments = {command, "--home", home().string(), "--db",
+                                          (dir() / database).string(), "--now",
+                                          "2026-11-20T12:00:00Z", "--shared-dir", shared()};
+    if (command == "report") {
+      arguments.insert(arguments.end(),
+                       {"daily", "--no-sync", "--json", "--days", "500", "--tz", reportZone});
+    } else {
+      arguments.push_back("--offline");
+    }
+    CommandRun result = brimlog(arguments, {std::string("TZ=") + syncZone});
+    EXPECT_EQ(result.status, 0) << result.output;
+    return result.output;
+  };
+  run("west.db", "America/Los_Angeles", "", "sync");
+  run("utc.db", "UTC", "", "sync");
+  for (const char* zone : {"Asia/Kolkata", "Asia/Kathmandu", "America/Los_Angeles"}) {
+    SCOPED_TRACE(zone);
+    const std::string report = run("west.db", "UTC", zone, "report");
+    EXPECT_EQ(report, run("utc.db", "America/Los_Angeles", zone, "report"));
+    std::map<std::string, int64_t> reported;
+    for (const Json& day : Json::parse(report)["perDay"]) {
+      reported[day["day"].get<std::string>()] = day["tokens"].get<int64_t>();
+    }
+    EXPECT_EQ(reported, claudeTokensPerDay(fixtures / "claude", zone));
+  }
+}
 
 TEST_F(BrimlogCommandTest, SyncsThenReportsInTheGivenZone) {
   writeSampleHome();
