@@ -12,41 +12,36 @@ namespace {
 
 using Context = std::map<std::string, std::string>;
 using testing::DataRow;
-using testing::dataRows;
 using testing::PaddedCopy;
 
 const Date kStamp = dateFromUnixSeconds(1748781296.789);  // 2025-06-01T12:34:56.789Z
 
-std::string usageRecord(const std::string& usage, const std::string& extra = "",
-                        const std::string& timestamp = R"("2025-06-01T12:34:56.789Z")") {
-  return R"({"timestamp":)" + timestamp +
-         R"(,"type":"token_usage_record","payload":{"response_id":"r1","usage":)" + usage + extra +
-         "}}";
+std::string usageRecord(const std::string& usage, const std::string& extra = "") {
+  return R"({"timestamp":"2025-06-01T12:34:56.789Z","type":"token_usage_record",)"
+         R"("payload":{"response_id":"r1","usage":)" +
+         usage + extra + "}}";
 }
 
-std::string tokenCountLine(const std::string& rateLimits, const std::string& info = "null",
+std::string tokenCountLine(const std::string& rateLimits,
                            const std::string& timestamp = R"("2025-06-01T12:34:56.789Z")") {
   return R"({"timestamp":)" + timestamp +
-         R"(,"type":"event_msg","payload":{"type":"token_count","info":)" + info +
-         R"(,"rate_limits":)" + rateLimits + "}}";
+         R"(,"type":"event_msg","payload":{"type":"token_count","info":null,"rate_limits":)" +
+         rateLimits + "}}";
 }
 
-std::optional<UsageEvent> usageOf(const std::optional<CodexLine>& line) {
-  if (!line || !std::holds_alternative<UsageEvent>(*line)) return std::nullopt;
-  return std::get<UsageEvent>(*line);
-}
-
-std::optional<ProviderLimits> limitsOf(const std::optional<CodexLine>& line) {
-  if (!line || !std::holds_alternative<ProviderLimits>(*line)) return std::nullopt;
-  return std::get<ProviderLimits>(*line);
+// What a line gave, when it gave a `T`.
+template <typename T>
+std::optional<T> as(const std::optional<CodexLine>& line) {
+  if (!line || !std::holds_alternative<T>(*line)) return std::nullopt;
+  return std::get<T>(*line);
 }
 
 // What a line gave: "-" for nothing, "limits", or its event's key|model|session.
 std::string gives(const std::optional<CodexLine>& line) {
-  if (const auto event = usageOf(line)) {
+  if (const auto event = as<UsageEvent>(line)) {
     return event->dedupKey + "|" + event->model + "|" + event->sessionID;
   }
-  return limitsOf(line) ? "limits" : "-";
+  return as<ProviderLimits>(line) ? "limits" : "-";
 }
 
 // Details as text: the token count's last usage, total and time ("-" for none), then whether the
@@ -67,7 +62,7 @@ TEST(CodexLogParserTest, UsageRecordsTakeModelAndSessionFromEarlierLines) {
   CodexLogParser parser(Context{{"provider", "codex"}});
   EXPECT_FALSE(parser.consume(R"({"type":"session_meta","payload":{"id":"s1"}})"));
   EXPECT_FALSE(parser.consume(R"({"type":"turn_context","payload":{"model":"m1"}})"));
-  const auto event = usageOf(parser.consume(
+  const auto event = as<UsageEvent>(parser.consume(
       usageRecord(R"({"input_tokens":100,"cached_input_tokens":30,"output_tokens":20,)"
                   R"("reasoning_output_tokens":5,"cache_write_input_tokens":7})",
                   R"(,"session_id":"own","model":"ignored")")));
@@ -81,13 +76,13 @@ TEST(CodexLogParserTest, UsageRecordsTakeModelAndSessionFromEarlierLines) {
   std::string invalidUtf8 = R"({"type":"turn_context","payload":{"model":"m2"},"x":"?"})";
   invalidUtf8[invalidUtf8.size() - 3] = '\xff';
   EXPECT_FALSE(parser.consume(invalidUtf8));
-  EXPECT_EQ(usageOf(parser.consume(usageRecord("{}")))->model, "m2");
+  EXPECT_EQ(as<UsageEvent>(parser.consume(usageRecord("{}")))->model, "m2");
   EXPECT_EQ(parser.context().at("session"), "s1");
 
   // The context goes on in a parser built from it, as it does between two reads of a file.
   CodexLogParser next(parser.takeContext());
   EXPECT_TRUE(parser.context().empty());
-  EXPECT_EQ(usageOf(next.consume(usageRecord("{}")))->sessionID, "s1");
+  EXPECT_EQ(as<UsageEvent>(next.consume(usageRecord("{}")))->sessionID, "s1");
 }
 
 // Which usage fields count as what: cached tokens are part of the input, whose uncached rest
@@ -96,7 +91,7 @@ TEST(CodexLogParserTest, UsageFieldsBecomeTokenCounts) {
   CodexLogParser parser;
   for (const DataRow& row : testing::namedRows("ingest/codex-usage.tsv")) {
     SCOPED_TRACE(row.name);
-    const auto event = usageOf(parser.consume(usageRecord(row.fields.at(0))));
+    const auto event = as<UsageEvent>(parser.consume(usageRecord(row.fields.at(0))));
     ASSERT_TRUE(event);
     EXPECT_EQ(event->tokens, (TokenCounts{row.integer(1), row.integer(2), row.integer(3),
                                           row.integer(4), row.integer(5), row.integer(6)}));
@@ -116,7 +111,7 @@ TEST(CodexLogParserTest, UnusableLinesYieldNothingAndKeepTheContext) {
 
 TEST(CodexLogParserTest, TokenCountEventsCarryRateLimitWindows) {
   CodexLogParser parser;
-  const auto limits = limitsOf(parser.consume(tokenCountLine(
+  const auto limits = as<ProviderLimits>(parser.consume(tokenCountLine(
       R"({"primary":{"used_percent":42.5,"window_minutes":300,"resets_at":1771864834},)"
       R"("secondary":{"used_percent":6,"window_minutes":"10080","resets_at":null},)"
       R"("credits":{"has_credits":false,"unlimited":false,"balance":null},"plan_type":"plus"})")));
@@ -131,8 +126,8 @@ TEST(CodexLogParserTest, TokenCountEventsCarryRateLimitWindows) {
                          ProviderStatus::ok,
                          kStamp}));
 
-  const auto clamped = limitsOf(parser.consume(tokenCountLine(
-      R"({"primary":{"used_percent":150},"secondary":{"used_percent":-5},"plan_type":""})", "null",
+  const auto clamped = as<ProviderLimits>(parser.consume(tokenCountLine(
+      R"({"primary":{"used_percent":150},"secondary":{"used_percent":-5},"plan_type":""})",
       R"("2025-06-01T12:34:56Z")")));
   ASSERT_TRUE(clamped);
   ASSERT_EQ(clamped->windows.size(), 2u);
@@ -142,7 +137,7 @@ TEST(CodexLogParserTest, TokenCountEventsCarryRateLimitWindows) {
   EXPECT_EQ(clamped->fetchedAt, dateFromUnixSeconds(1748781296));
 
   // A window without a numeric used_percent is left out; the other stays.
-  const auto onlyWeekly = limitsOf(
+  const auto onlyWeekly = as<ProviderLimits>(
       parser.consume(tokenCountLine(R"({"primary":{"used_percent":"42","window_minutes":300},)"
                                     R"("secondary":{"used_percent":10},"plan_type":7})")));
   ASSERT_TRUE(onlyWeekly);
@@ -154,7 +149,7 @@ TEST(CodexLogParserTest, TokenCountEventsCarryRateLimitWindows) {
 
 TEST(CodexLogParserTest, CreditsNeedAnExplicitTrue) {
   CodexLogParser parser;
-  const auto balance = limitsOf(parser.consume(
+  const auto balance = as<ProviderLimits>(parser.consume(
       tokenCountLine(R"({"credits":{"has_credits":true,"balance":12.5},"plan_type":"pro"})")));
   ASSERT_TRUE(balance);
   EXPECT_TRUE(balance->windows.empty());
@@ -162,7 +157,7 @@ TEST(CodexLogParserTest, CreditsNeedAnExplicitTrue) {
             (Credits{"Credits", 12.5, std::nullopt, std::nullopt, /*unlimited=*/false}));
   EXPECT_EQ(balance->plan, "Pro");
 
-  const auto unlimited = limitsOf(parser.consume(
+  const auto unlimited = as<ProviderLimits>(parser.consume(
       tokenCountLine(R"({"credits":{"has_credits":false,"unlimited":true,"balance":"12"},)"
                      R"("plan_type":"team"})")));
   ASSERT_TRUE(unlimited);
@@ -219,9 +214,9 @@ TEST(CodexLogParserTest, RealRolloutsParseLineByLine) {
         CodexLineDetails details;
         const auto result = quick.consume(line, details);
         ASSERT_EQ(result, full.consume(line.bytes)) << line.bytes.substr(0, 200);
-        ASSERT_FALSE(usageOf(result));
+        ASSERT_FALSE(as<UsageEvent>(result));
         ASSERT_FALSE(details.usageRecord);
-        limits += limitsOf(result).has_value();
+        limits += as<ProviderLimits>(result).has_value();
         if (details.tokenCount) {
           ++tokenCounts;
           ASSERT_TRUE(details.tokenCount->timestamp);
