@@ -71,15 +71,19 @@ class DaemonTest : public testing::TempDirTest {
     return daemon.finish(std::chrono::seconds(30));
   }
 
-  // Waits up to ten seconds for the published snapshot to satisfy `done`.
-  std::optional<Snapshot> awaitSnapshot(const std::function<bool(const Snapshot&)>& done) {
+  // Waits up to ten seconds for `done` to hold; whether it did.
+  static bool eventually(const std::function<bool()>& done) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    std::optional<Snapshot> last;
-    while (std::chrono::steady_clock::now() < deadline) {
-      last = SnapshotStore{shared()}.read();
-      if (last && done(*last)) return last;
+    while (!done() && std::chrono::steady_clock::now() < deadline) {
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
+    return done();
+  }
+
+  // The published snapshot once it satisfies `done`, or the last one read.
+  std::optional<Snapshot> awaitSnapshot(const std::function<bool(const Snapshot&)>& done) {
+    std::optional<Snapshot> last;
+    eventually([&] { return (last = SnapshotStore{shared()}.read()) && done(*last); });
     return last;
   }
 
@@ -116,14 +120,13 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
   write("home/.claude/projects/p2/b.jsonl",
         claudeReply("m2", today(1)) + claudeReply("m3", today(2)));
   write("home/.codex/sessions/2026/11/20/rollout.jsonl",
-        R"({"timestamp":")" + today(3) +
-            R"(","type":"session_meta","payload":{"id":"s1"}})"
-            "\n"
-            R"({"timestamp":")" +
-            today(4) +
-            R"(","type":"event_msg","payload":{"type":"token_count","info":{"total_token_usage":)"
-            R"({"total_tokens":30},"last_token_usage":{"input_tokens":20,"output_tokens":10}}}})"
-            "\n");
+        fmt::format(R"({{"timestamp":"{}","type":"session_meta","payload":{{"id":"s1"}}}})"
+                    "\n"
+                    R"({{"timestamp":"{}","type":"event_msg","payload":{{"type":"token_count",)"
+                    R"("info":{{"total_token_usage":{{"total_tokens":30}},"last_token_usage":)"
+                    R"({{"input_tokens":20,"output_tokens":10}}}}}}}})"
+                    "\n",
+                    today(3), today(4)));
   const std::optional<Snapshot> followed = awaitSnapshot([](const Snapshot& s) {
     return tokens(s, ProviderID::claude) >= 6000 && tokens(s, ProviderID::codex) == 30;
   });
@@ -199,11 +202,7 @@ TEST_F(DaemonTest, TellsTheDesktopOnceAcrossRestarts) {
   // Forget the fetch timing, so the restart asks again and gets the same answer.
   fs::remove(RefreshState::pathIn(shared()));
   daemon = start(environment);
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (claude.requests().size() < 2 && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
-  EXPECT_EQ(claude.requests().size(), 2u);
+  EXPECT_TRUE(eventually([&] { return claude.requests().size() == 2; }));
   EXPECT_EQ(desktop.line(std::chrono::milliseconds(1500)), std::nullopt);
   EXPECT_EQ(stop(*daemon).exitStatus, 0);
 }
