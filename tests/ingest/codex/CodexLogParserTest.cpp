@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "ingest/DataRow.hpp"
@@ -22,10 +23,9 @@ std::string usageRecord(const std::string& usage, const std::string& extra = "")
          usage + extra + "}}";
 }
 
-std::string tokenCountLine(const std::string& rateLimits,
-                           const std::string& timestamp = R"("2025-06-01T12:34:56.789Z")") {
-  return R"({"timestamp":)" + timestamp +
-         R"(,"type":"event_msg","payload":{"type":"token_count","info":null,"rate_limits":)" +
+std::string tokenCountLine(const std::string& rateLimits) {
+  return R"({"timestamp":"2025-06-01T12:34:56.789Z","type":"event_msg",)"
+         R"("payload":{"type":"token_count","info":null,"rate_limits":)" +
          rateLimits + "}}";
 }
 
@@ -66,9 +66,8 @@ TEST(CodexLogParserTest, UsageRecordsTakeModelAndSessionFromEarlierLines) {
       usageRecord(R"({"input_tokens":100,"cached_input_tokens":30,"output_tokens":20,)"
                   R"("reasoning_output_tokens":5,"cache_write_input_tokens":7})",
                   R"(,"session_id":"own","model":"ignored")")));
-  ASSERT_TRUE(event);
-  EXPECT_EQ(*event, (UsageEvent{ProviderID::codex, "m1", "s1", "r1", kStamp,
-                                TokenCounts{70, 30, 7, 0, 20, 5}, std::nullopt}));
+  EXPECT_EQ(event, (UsageEvent{ProviderID::codex, "m1", "s1", "r1", kStamp,
+                               TokenCounts{70, 30, 7, 0, 20, 5}, std::nullopt}));
   EXPECT_EQ(parser.context(), (Context{{"provider", "codex"}, {"session", "s1"}, {"model", "m1"}}));
 
   // A later context line replaces what it names; a stray byte elsewhere in it costs only itself,
@@ -109,61 +108,42 @@ TEST(CodexLogParserTest, UnusableLinesYieldNothingAndKeepTheContext) {
   }
 }
 
+// The rate limits of a token_count event: shares clamped, a window without a numeric used_percent
+// left out, credits only with an explicit true, the plan capitalised as the services' plans are.
 TEST(CodexLogParserTest, TokenCountEventsCarryRateLimitWindows) {
+  const auto window = [](const std::string& id, double used, std::optional<double> duration = {},
+                         std::optional<Date> resetsAt = {}) {
+    const std::string label = id == "session" ? "Session" : "Weekly";
+    return LimitWindow{id, label, used, duration, resetsAt, LimitSource::local(kStamp)};
+  };
+  const auto limits = [](std::optional<std::string> plan, std::vector<LimitWindow> windows,
+                         std::optional<Credits> credits = {}) {
+    return ProviderLimits{plan, windows, credits, ProviderStatus::ok, kStamp};
+  };
+  const std::tuple<const char*, std::string, ProviderLimits> rows[] = {
+      {"both windows, no credits",
+       R"({"primary":{"used_percent":42.5,"window_minutes":300,"resets_at":1771864834},)"
+       R"("secondary":{"used_percent":6,"window_minutes":"10080","resets_at":null},)"
+       R"("credits":{"has_credits":false,"unlimited":false,"balance":null},"plan_type":"plus"})",
+       limits("Plus", {window("session", 0.425, 18000.0, dateFromUnixSeconds(1771864834)),
+                       window("weekly", 0.06)})},
+      {"shares out of range, an empty plan",
+       R"({"primary":{"used_percent":150},"secondary":{"used_percent":-5},"plan_type":""})",
+       limits(std::nullopt, {window("session", 1.0), window("weekly", 0.0)})},
+      {"a share that is text, a plan that is a number",
+       R"({"primary":{"used_percent":"42","window_minutes":300},)"
+       R"("secondary":{"used_percent":10},"plan_type":7})",
+       limits(std::nullopt, {window("weekly", 0.1)})},
+      {"a balance", R"({"credits":{"has_credits":true,"balance":12.5},"plan_type":"pro"})",
+       limits("Pro", {}, Credits{"Credits", 12.5, std::nullopt, std::nullopt, false})},
+      {"unlimited, a balance that is text",
+       R"({"credits":{"has_credits":false,"unlimited":true,"balance":"12"},"plan_type":"team"})",
+       limits("Team", {}, Credits{"Credits", std::nullopt, std::nullopt, std::nullopt, true})},
+  };
   CodexLogParser parser;
-  const auto limits = as<ProviderLimits>(parser.consume(tokenCountLine(
-      R"({"primary":{"used_percent":42.5,"window_minutes":300,"resets_at":1771864834},)"
-      R"("secondary":{"used_percent":6,"window_minutes":"10080","resets_at":null},)"
-      R"("credits":{"has_credits":false,"unlimited":false,"balance":null},"plan_type":"plus"})")));
-  ASSERT_TRUE(limits);
-  const LimitSource local = LimitSource::local(kStamp);
-  EXPECT_EQ(*limits, (ProviderLimits{
-                         "Plus",
-                         {LimitWindow{"session", "Session", 0.425, 18000.0,
-                                      dateFromUnixSeconds(1771864834), local},
-                          LimitWindow{"weekly", "Weekly", 0.06, std::nullopt, std::nullopt, local}},
-                         std::nullopt,
-                         ProviderStatus::ok,
-                         kStamp}));
-
-  const auto clamped = as<ProviderLimits>(parser.consume(tokenCountLine(
-      R"({"primary":{"used_percent":150},"secondary":{"used_percent":-5},"plan_type":""})",
-      R"("2025-06-01T12:34:56Z")")));
-  ASSERT_TRUE(clamped);
-  ASSERT_EQ(clamped->windows.size(), 2u);
-  EXPECT_EQ(clamped->windows[0].usedFraction, 1.0);
-  EXPECT_EQ(clamped->windows[1].usedFraction, 0.0);
-  EXPECT_EQ(clamped->plan, std::nullopt);
-  EXPECT_EQ(clamped->fetchedAt, dateFromUnixSeconds(1748781296));
-
-  // A window without a numeric used_percent is left out; the other stays.
-  const auto onlyWeekly = as<ProviderLimits>(
-      parser.consume(tokenCountLine(R"({"primary":{"used_percent":"42","window_minutes":300},)"
-                                    R"("secondary":{"used_percent":10},"plan_type":7})")));
-  ASSERT_TRUE(onlyWeekly);
-  ASSERT_EQ(onlyWeekly->windows.size(), 1u);
-  EXPECT_EQ(onlyWeekly->windows[0].id, "weekly");
-  EXPECT_EQ(onlyWeekly->plan, std::nullopt);
-  EXPECT_TRUE(parser.context().empty());
-}
-
-TEST(CodexLogParserTest, CreditsNeedAnExplicitTrue) {
-  CodexLogParser parser;
-  const auto balance = as<ProviderLimits>(parser.consume(
-      tokenCountLine(R"({"credits":{"has_credits":true,"balance":12.5},"plan_type":"pro"})")));
-  ASSERT_TRUE(balance);
-  EXPECT_TRUE(balance->windows.empty());
-  EXPECT_EQ(balance->credits,
-            (Credits{"Credits", 12.5, std::nullopt, std::nullopt, /*unlimited=*/false}));
-  EXPECT_EQ(balance->plan, "Pro");
-
-  const auto unlimited = as<ProviderLimits>(parser.consume(
-      tokenCountLine(R"({"credits":{"has_credits":false,"unlimited":true,"balance":"12"},)"
-                     R"("plan_type":"team"})")));
-  ASSERT_TRUE(unlimited);
-  EXPECT_EQ(unlimited->credits,
-            (Credits{"Credits", std::nullopt, std::nullopt, std::nullopt, /*unlimited=*/true}));
-  EXPECT_EQ(unlimited->plan, "Team");  // the same first-letter rule as the services' plans
+  for (const auto& [name, rateLimits, expected] : rows) {
+    EXPECT_EQ(as<ProviderLimits>(parser.consume(tokenCountLine(rateLimits))), expected) << name;
+  }
 }
 
 // What each line reports besides its result, read from the same parse. Every call starts from
