@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <limits>
 
 #include "platform/Calendar.hpp"
 

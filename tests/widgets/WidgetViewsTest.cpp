@@ -6,7 +6,6 @@
 #include "server/WidgetPage.hpp"
 #include "support/ExpectedFile.hpp"
 #include "timeline/BrimlogWidgets.hpp"
-#include "ui/HtmlRenderer.hpp"
 #include "views/Sparkline.hpp"
 #include "views/WidgetHeader.hpp"
 #include "views/WidgetViews.hpp"
