@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <optional>
+#include <thread>
+#include <vector>
 
 #include "platform/AtomicFile.hpp"
 #include "support/TempDir.hpp"
@@ -62,40 +64,34 @@ TEST_F(AtomicFileTest, AFailureNamesThePathAndLeavesTheOldFileAndNoTemporaryFile
   }
 }
 
-// Two processes replacing one file at once, as a sync beside the daemon saving the refresh state
-// does: every read finds one writer's bytes whole, and no temporary file stays behind. (Unflushed,
-// as 2,000 flushes to a disk take seconds; the names and the rename are the same either way.)
+// Two writers replacing one file at once, as a sync beside the daemon saving the refresh state
+// does: every read finds one writer's bytes whole, and no temporary file stays behind. The
+// temporary names are unique per call, so two threads stand for the two processes. (Unflushed, as
+// 2,000 flushes to a disk take seconds; the names and the rename are the same either way.)
 TEST_F(AtomicFileTest, TwoWritersAtOnceNeverLeaveATornOrMissingFile) {
   const fs::path path = dir() / "state.json";
   const std::string texts[] = {std::string(6000, 'a'), std::string(4000, 'b')};
   AtomicFile::replace(path, texts[0]);
-  pid_t writers[2];
-  for (int i = 0; i < 2; ++i) {
-    ASSERT_GE(writers[i] = ::fork(), 0);
-    if (writers[i] == 0) {
+  std::atomic<int> running = 2, failed = 0;
+  std::vector<std::thread> writers;
+  for (const std::string& text : texts) {
+    writers.emplace_back([&] {
       try {
         for (int n = 0; n < 1000; ++n) {
-          AtomicFile::replace(path, texts[i], AtomicFile::Durability::visible);
+          AtomicFile::replace(path, text, AtomicFile::Durability::visible);
         }
-      } catch (...) {
-        ::_exit(1);
+      } catch (const fs::filesystem_error&) {
+        ++failed;
       }
-      ::_exit(0);
-    }
+      --running;
+    });
   }
-  int reads = 0, torn = 0, failed = 0;
-  while (writers[0] != 0 || writers[1] != 0) {
-    for (pid_t& writer : writers) {
-      int status = 0;
-      if (writer != 0 && ::waitpid(writer, &status, WNOHANG) == writer) {
-        failed += status != 0;
-        writer = 0;
-      }
-    }
-    ++reads;
+  int reads = 0, torn = 0;
+  for (; running > 0; ++reads) {
     const std::string read = testing::readFile(path);  // empty when missing
     torn += read != texts[0] && read != texts[1];
   }
+  for (std::thread& writer : writers) writer.join();
   EXPECT_EQ(failed, 0);
   EXPECT_EQ(torn, 0) << "of " << reads << " reads";
   EXPECT_EQ(fileNames(dir()), "state.json ");
