@@ -47,22 +47,20 @@ class DaemonTest : public testing::TempDirTest {
   // The daemon on the temporary home, offline unless `environment` ("NAME=value ...") says
   // where the services and the session bus are.
   std::unique_ptr<testing::RunningProgram> start(const std::string& environment = "") {
-    const std::string command = "exec env " + environment + " '" + BRIMLOG_BINARY + "' daemon " +
-                                (environment.empty() ? "--offline " : "") +
-                                "--interval 3600 --home '" + home().string() + "' --db '" +
-                                (dir() / "db" / "usage.db").string() + "' --shared-dir '" +
-                                shared().string() + "' 2>&1";
-    return std::make_unique<testing::RunningProgram>(
-        std::vector<std::string>{"/bin/sh", "-c", command});
+    return std::make_unique<testing::RunningProgram>(std::vector<std::string>{
+        "/bin/sh", "-c",
+        fmt::format("exec env {} '{}' daemon {}--interval 3600 --home '{}' --db '{}' "
+                    "--shared-dir '{}' 2>&1",
+                    environment, BRIMLOG_BINARY, environment.empty() ? "--offline " : "",
+                    home().string(), (dir() / "db/usage.db").string(), shared().string())});
   }
 
   // What the widgets' refresh button does, from the command line.
   testing::RunningProgram::Result refresh() const {
-    return testing::RunningProgram::run(
-        {"/bin/sh", "-c",
-         std::string("exec '") + BRIMLOG_WIDGETS_BINARY + "' refresh --shared-dir '" +
-             shared().string() + "' 2>&1"},
-        std::chrono::seconds(30));
+    return testing::RunningProgram::run({"/bin/sh", "-c",
+                                         fmt::format("exec '{}' refresh --shared-dir '{}' 2>&1",
+                                                     BRIMLOG_WIDGETS_BINARY, shared().string())},
+                                        std::chrono::seconds(30));
   }
 
   static testing::RunningProgram::Result stop(testing::RunningProgram& daemon) {
