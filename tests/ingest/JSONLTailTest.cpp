@@ -29,10 +29,6 @@ TEST_F(JSONLTailTest, ReadsOnlyCompleteLinesAndPicksUpTheRestLater) {
   const auto path = write("log.jsonl", "a\nb");
   auto first = JSONLTail::read(path, std::nullopt, 1 << 20);
   EXPECT_THAT(linesOf(first), ElementsAre("a"));
-  EXPECT_EQ(first.cursor, (FileCursor{path.string(), inodeOf(path), 2, {}}));
-  EXPECT_FALSE(first.reset);
-  EXPECT_TRUE(first.atEOF);
-
   append("log.jsonl", "\n");
   first.cursor.context["provider"] = "claude";
   const auto second = JSONLTail::read(path, first.cursor, 1 << 20);
@@ -61,6 +57,7 @@ TEST_F(JSONLTailTest, AFirstReadTakesTheCompleteLinesAndLaterOnesTheRest) {
     Lines lines, rest;
   } rows[] = {
       {"an unfinished line", R"({"type":"assistant"})", 4, 0, true, {}, {}},
+      {"an unfinished last line", "a\nb", 100, 2, true, {"a"}, {}},
       {"a lone line end", "\r\n", 100, 2, true, {}, {}},
       {"empty lines", "\n\n", 100, 2, true, {}, {}},
       // Line ends of either kind, a blank line, a carriage return inside a line, text that is no

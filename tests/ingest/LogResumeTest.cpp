@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "ingest/LogResume.hpp"
 #include "support/TempDir.hpp"

@@ -16,17 +16,13 @@ const Date t1 = dateFromUnixSeconds(1'700'000'100);
 const Date t2 = dateFromUnixSeconds(1'700'000'200.25);
 
 ProviderLimits sample() {
-  ProviderLimits limits;
-  limits.plan = "Max";
-  limits.windows = {
-      {"session", "Session", 0.5, 18000.0, t2, LimitSource::live()},
-      {"weekly", "Weekly", 0.25, 604800.0, std::nullopt, LimitSource::local(t1)},
-      {"weekly.opus", "Opus", 0.75, std::nullopt, std::nullopt, LimitSource::stale(t0)},
-  };
-  limits.credits = Credits{"Extra usage", 12.5, 7.5, 20.0, false};
-  limits.status = ProviderStatus::rateLimited;
-  limits.fetchedAt = t2;
-  return limits;
+  return {"Max",
+          {{"session", "Session", 0.5, 18000.0, t2, LimitSource::live()},
+           {"weekly", "Weekly", 0.25, 604800.0, std::nullopt, LimitSource::local(t1)},
+           {"weekly.opus", "Opus", 0.75, std::nullopt, std::nullopt, LimitSource::stale(t0)}},
+          Credits{"Extra usage", 12.5, 7.5, 20.0, false},
+          ProviderStatus::rateLimited,
+          t2};
 }
 
 TEST(ProviderLimitsTest, MarkedStaleDatesLiveAndLocalWindowsToTheFetch) {
@@ -49,10 +45,8 @@ TEST(ProviderLimitsTest, TheStoredFormIsThisJsonAndRoundTrips) {
             limits);
 
   // Absent amounts are left out of the credits too, and a null plan reads as none.
-  ProviderLimits bare;
-  bare.credits = Credits{"Credits", std::nullopt, std::nullopt, std::nullopt, true};
-  bare.status = ProviderStatus::signInNeeded;
-  bare.fetchedAt = t0;
+  const ProviderLimits bare{
+      std::nullopt, {}, Credits{"Credits", {}, {}, {}, true}, ProviderStatus::signInNeeded, t0};
   Json json = bare.toJson(DateForm::referenceSeconds);
   EXPECT_EQ(json, Json::parse(R"({"windows":[],"credits":{"label":"Credits","unlimited":true},
                                   "status":{"signInNeeded":{}},"fetchedAt":721692800})"));

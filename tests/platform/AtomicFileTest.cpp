@@ -2,7 +2,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <optional>
+#include <thread>
+#include <vector>
 
 #include "platform/AtomicFile.hpp"
 #include "support/TempDir.hpp"
@@ -59,6 +62,39 @@ TEST_F(AtomicFileTest, AFailureNamesThePathAndLeavesTheOldFileAndNoTemporaryFile
     EXPECT_EQ(testing::readFile(dir() / "locked" / "state.json"), "old");
     EXPECT_EQ(fileNames(dir() / "locked"), "state.json ");
   }
+}
+
+// Two writers replacing one file at once, as a sync beside the daemon saving the refresh state
+// does: every read finds one writer's bytes whole, and no temporary file stays behind. The
+// temporary names are unique per call, so two threads stand for the two processes. (Unflushed, as
+// 2,000 flushes to a disk take seconds; the names and the rename are the same either way.)
+TEST_F(AtomicFileTest, TwoWritersAtOnceNeverLeaveATornOrMissingFile) {
+  const fs::path path = dir() / "state.json";
+  const std::string texts[] = {std::string(6000, 'a'), std::string(4000, 'b')};
+  AtomicFile::replace(path, texts[0]);
+  std::atomic<int> running = 2, failed = 0;
+  std::vector<std::thread> writers;
+  for (const std::string& text : texts) {
+    writers.emplace_back([&] {
+      try {
+        for (int n = 0; n < 1000; ++n) {
+          AtomicFile::replace(path, text, AtomicFile::Durability::visible);
+        }
+      } catch (const fs::filesystem_error&) {
+        ++failed;
+      }
+      --running;
+    });
+  }
+  int reads = 0, torn = 0;
+  for (; running > 0; ++reads) {
+    const std::string read = testing::readFile(path);  // empty when missing
+    torn += read != texts[0] && read != texts[1];
+  }
+  for (std::thread& writer : writers) writer.join();
+  EXPECT_EQ(failed, 0);
+  EXPECT_EQ(torn, 0) << "of " << reads << " reads";
+  EXPECT_EQ(fileNames(dir()), "state.json ");
 }
 
 }  // namespace

@@ -13,14 +13,12 @@ TEST_F(ResourcesTest, BesideTheExecutableWinsOverTheSharedFolder) {
   std::filesystem::create_directories(bin);
   const auto path = Resources::searchPath(bin);
   ASSERT_GE(path.size(), 3u);
-  EXPECT_EQ(path[0], bin / "resources");
-  EXPECT_EQ(path[1], dir() / "prefix" / "share" / "brimlog");
-
+  // Each file is found only where it was written, so the order and the places both show.
   EXPECT_FALSE(Resources::find("prices.json", path));
   write("prefix/share/brimlog/prices.json", "{}");
-  EXPECT_EQ(Resources::find("prices.json", path), path[1] / "prices.json");
+  EXPECT_EQ(Resources::find("prices.json", path), dir() / "prefix/share/brimlog/prices.json");
   write("prefix/bin/resources/prices.json", "{}");
-  EXPECT_EQ(Resources::find("prices.json", path), path[0] / "prices.json");
+  EXPECT_EQ(Resources::find("prices.json", path), bin / "resources/prices.json");
 }
 
 }  // namespace

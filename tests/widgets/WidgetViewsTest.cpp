@@ -6,7 +6,6 @@
 #include "server/WidgetPage.hpp"
 #include "support/ExpectedFile.hpp"
 #include "timeline/BrimlogWidgets.hpp"
-#include "ui/HtmlRenderer.hpp"
 #include "views/Sparkline.hpp"
 #include "views/WidgetHeader.hpp"
 #include "views/WidgetViews.hpp"
@@ -122,23 +121,23 @@ TEST(WidgetViewsTest, ASparklineSpansTheHeightFromItsPeakToZero) {
 }
 
 TEST(WidgetViewsTest, ABarAfterItsResetIsFullWithoutAMarker) {
-  const LimitWindow window{"weekly", "Weekly",          0.9,
-                           604800.0, kNow - Seconds{1}, LimitSource::live()};
-  const View view = CompactWindowView{window, Color::primaryText(), kNow, true}.body();
-  EXPECT_THAT(view.texts(), Contains("100%"));
-  EXPECT_THAT(view.texts(), Contains("now"));
-  const View* bar = view.find([](const View& node) { return node.kind == View::Kind::canvas; });
-  ASSERT_NE(bar, nullptr);
-  ASSERT_EQ(bar->shapes.size(), 2u);  // track and fill, no pace marker
-  EXPECT_EQ(bar->shapes[1].width, (ui::Length{1, 0}));
+  // The shapes of the bar of a weekly window `used` of `duration` seconds, resetting in `resetIn`.
+  const auto bar = [](double used, double duration, double resetIn) {
+    const LimitWindow window{"weekly",           "Weekly", used, duration, kNow + Seconds{resetIn},
+                             LimitSource::live()};
+    const View view = CompactWindowView{window, Color::primaryText(), kNow, true}.body();
+    const View* canvas =
+        view.find([](const View& node) { return node.kind == View::Kind::canvas; });
+    return canvas ? canvas->shapes : std::vector<ui::Shape>{};
+  };
+  const std::vector<ui::Shape> passed = bar(0.9, 604800, -1);
+  ASSERT_EQ(passed.size(), 2u);  // track and fill, no pace marker
+  EXPECT_EQ(passed[1].width, (ui::Length{1, 0}));
 
   // Mid-window the marker sits at the time left, kept inside the bar.
-  const LimitWindow half{"weekly", "Weekly", 0.5, 1000.0, kNow + Seconds{1}, LimitSource::live()};
-  const View halfView = CompactWindowView{half, Color::primaryText(), kNow, true}.body();
-  const View* marked =
-      halfView.find([](const View& node) { return node.kind == View::Kind::canvas; });
-  ASSERT_EQ(marked->shapes.size(), 3u);
-  EXPECT_EQ(marked->shapes[2].x.resolve(100), 0);  // 0.1 - 0.75 clamped at the leading edge
+  const std::vector<ui::Shape> half = bar(0.5, 1000, 1);
+  ASSERT_EQ(half.size(), 3u);
+  EXPECT_EQ(half[2].x.resolve(100), 0);  // 0.1 - 0.75 clamped at the leading edge
 }
 
 // The sample's large widget, whole, as the server sends it: a lone window (Codex) keeps the width

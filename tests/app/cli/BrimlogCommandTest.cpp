@@ -583,9 +583,7 @@ TEST_F(BrimlogCommandTest, SyncFetchesLimitsAsTheTimingAllowsAndNeverShowsAToken
 class Terminal {
  public:
   Terminal(const std::vector<std::string>& arguments, unsigned short columns) {
-    winsize size{};
-    size.ws_row = 40;
-    size.ws_col = columns;
+    winsize size{40, columns, 0, 0};
     pid_ = ::forkpty(&master_, nullptr, nullptr, &size);
     if (pid_ == 0) {
       std::vector<char*> argv;
@@ -624,9 +622,7 @@ class Terminal {
     return screen_.substr(start);
   }
   void resize(unsigned short columns) {
-    winsize size{};
-    size.ws_row = 40;
-    size.ws_col = columns;
+    winsize size{40, columns, 0, 0};
     ::ioctl(master_, TIOCSWINSZ, &size);  // the terminal tells the program with SIGWINCH
   }
   void type(std::string_view keys) {

@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 
 #include <chrono>
 #include <functional>
@@ -48,22 +47,20 @@ class DaemonTest : public testing::TempDirTest {
   // The daemon on the temporary home, offline unless `environment` ("NAME=value ...") says
   // where the services and the session bus are.
   std::unique_ptr<testing::RunningProgram> start(const std::string& environment = "") {
-    const std::string command = "exec env " + environment + " '" + BRIMLOG_BINARY + "' daemon " +
-                                (environment.empty() ? "--offline " : "") +
-                                "--interval 3600 --home '" + home().string() + "' --db '" +
-                                (dir() / "db" / "usage.db").string() + "' --shared-dir '" +
-                                shared().string() + "' 2>&1";
-    return std::make_unique<testing::RunningProgram>(
-        std::vector<std::string>{"/bin/sh", "-c", command});
+    return std::make_unique<testing::RunningProgram>(std::vector<std::string>{
+        "/bin/sh", "-c",
+        fmt::format("exec env {} '{}' daemon {}--interval 3600 --home '{}' --db '{}' "
+                    "--shared-dir '{}' 2>&1",
+                    environment, BRIMLOG_BINARY, environment.empty() ? "--offline " : "",
+                    home().string(), (dir() / "db/usage.db").string(), shared().string())});
   }
 
   // What the widgets' refresh button does, from the command line.
   testing::RunningProgram::Result refresh() const {
-    return testing::RunningProgram::run(
-        {"/bin/sh", "-c",
-         std::string("exec '") + BRIMLOG_WIDGETS_BINARY + "' refresh --shared-dir '" +
-             shared().string() + "' 2>&1"},
-        std::chrono::seconds(30));
+    return testing::RunningProgram::run({"/bin/sh", "-c",
+                                         fmt::format("exec '{}' refresh --shared-dir '{}' 2>&1",
+                                                     BRIMLOG_WIDGETS_BINARY, shared().string())},
+                                        std::chrono::seconds(30));
   }
 
   static testing::RunningProgram::Result stop(testing::RunningProgram& daemon) {
@@ -71,15 +68,19 @@ class DaemonTest : public testing::TempDirTest {
     return daemon.finish(std::chrono::seconds(30));
   }
 
-  // Waits up to ten seconds for the published snapshot to satisfy `done`.
-  std::optional<Snapshot> awaitSnapshot(const std::function<bool(const Snapshot&)>& done) {
+  // Waits up to ten seconds for `done` to hold; whether it did.
+  static bool eventually(const std::function<bool()>& done) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    std::optional<Snapshot> last;
-    while (std::chrono::steady_clock::now() < deadline) {
-      last = SnapshotStore{shared()}.read();
-      if (last && done(*last)) return last;
+    while (!done() && std::chrono::steady_clock::now() < deadline) {
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
+    return done();
+  }
+
+  // The published snapshot once it satisfies `done`, or the last one read.
+  std::optional<Snapshot> awaitSnapshot(const std::function<bool(const Snapshot&)>& done) {
+    std::optional<Snapshot> last;
+    eventually([&] { return (last = SnapshotStore{shared()}.read()) && done(*last); });
     return last;
   }
 
@@ -116,14 +117,13 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
   write("home/.claude/projects/p2/b.jsonl",
         claudeReply("m2", today(1)) + claudeReply("m3", today(2)));
   write("home/.codex/sessions/2026/11/20/rollout.jsonl",
-        R"({"timestamp":")" + today(3) +
-            R"(","type":"session_meta","payload":{"id":"s1"}})"
-            "\n"
-            R"({"timestamp":")" +
-            today(4) +
-            R"(","type":"event_msg","payload":{"type":"token_count","info":{"total_token_usage":)"
-            R"({"total_tokens":30},"last_token_usage":{"input_tokens":20,"output_tokens":10}}}})"
-            "\n");
+        fmt::format(R"({{"timestamp":"{}","type":"session_meta","payload":{{"id":"s1"}}}})"
+                    "\n"
+                    R"({{"timestamp":"{}","type":"event_msg","payload":{{"type":"token_count",)"
+                    R"("info":{{"total_token_usage":{{"total_tokens":30}},"last_token_usage":)"
+                    R"({{"input_tokens":20,"output_tokens":10}}}}}}}})"
+                    "\n",
+                    today(3), today(4)));
   const std::optional<Snapshot> followed = awaitSnapshot([](const Snapshot& s) {
     return tokens(s, ProviderID::claude) >= 6000 && tokens(s, ProviderID::codex) == 30;
   });
@@ -199,11 +199,7 @@ TEST_F(DaemonTest, TellsTheDesktopOnceAcrossRestarts) {
   // Forget the fetch timing, so the restart asks again and gets the same answer.
   fs::remove(RefreshState::pathIn(shared()));
   daemon = start(environment);
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (claude.requests().size() < 2 && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
-  EXPECT_EQ(claude.requests().size(), 2u);
+  EXPECT_TRUE(eventually([&] { return claude.requests().size() == 2; }));
   EXPECT_EQ(desktop.line(std::chrono::milliseconds(1500)), std::nullopt);
   EXPECT_EQ(stop(*daemon).exitStatus, 0);
 }

@@ -100,11 +100,9 @@ TEST_F(LimitAlertsTest, TextsAndStateFile) {
       (std::vector<LimitAlert>{{ProviderID::claude, "session", Kind::reached80,
                                 "Claude: Session at 82.0%", "18.0% left, resets in 2h 14m"}}));
   alerts.update(ProviderID::codex, session(0.96, 5 * kHour), now);
-  const std::vector<LimitAlert> reset =
-      alerts.update(ProviderID::codex, session(0.96, 5 * kHour), kStart + Seconds{5 * kHour});
-  ASSERT_EQ(reset.size(), 1u);
-  EXPECT_EQ(reset[0].summary, "Codex: Session has reset");
-  EXPECT_EQ(reset[0].body, "100.0% left");
+  EXPECT_EQ(alerts.update(ProviderID::codex, session(0.96, 5 * kHour), kStart + Seconds{5 * kHour}),
+            (std::vector<LimitAlert>{{ProviderID::codex, "session", Kind::reset,
+                                      "Codex: Session has reset", "100.0% left"}}));
 
   // Another provider's window is remembered apart. (The file is written by AtomicFile::replace,
   // for the user alone: AtomicFileTest.ReplacesWholeForTheUserAlone.)

@@ -12,10 +12,9 @@ namespace {
 const Date kNow = *parseISO8601("2026-10-29T12:00:00Z");
 
 TEST(ClaudeCodeStatusTest, ReadsTheModelAndCostAndIgnoresTheRest) {
-  const std::optional<ClaudeCodeStatus> real = ClaudeCodeStatus::parse(
-      testing::readFile(testing::dataPath("app/claude-code-status.json")), kNow);
-  ASSERT_TRUE(real);
-  EXPECT_EQ(*real, (ClaudeCodeStatus{"Opus", 0.01234, {}}));
+  EXPECT_EQ(ClaudeCodeStatus::parse(
+                testing::readFile(testing::dataPath("app/claude-code-status.json")), kNow),
+            (ClaudeCodeStatus{"Opus", 0.01234, {}}));
   struct Case {
     const char* name;
     const char* input;

@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "limits/ClaudeConfigCredentialSource.hpp"

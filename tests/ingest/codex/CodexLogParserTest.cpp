@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "ingest/DataRow.hpp"
@@ -12,41 +13,35 @@ namespace {
 
 using Context = std::map<std::string, std::string>;
 using testing::DataRow;
-using testing::dataRows;
 using testing::PaddedCopy;
 
 const Date kStamp = dateFromUnixSeconds(1748781296.789);  // 2025-06-01T12:34:56.789Z
 
-std::string usageRecord(const std::string& usage, const std::string& extra = "",
-                        const std::string& timestamp = R"("2025-06-01T12:34:56.789Z")") {
-  return R"({"timestamp":)" + timestamp +
-         R"(,"type":"token_usage_record","payload":{"response_id":"r1","usage":)" + usage + extra +
-         "}}";
+std::string usageRecord(const std::string& usage, const std::string& extra = "") {
+  return R"({"timestamp":"2025-06-01T12:34:56.789Z","type":"token_usage_record",)"
+         R"("payload":{"response_id":"r1","usage":)" +
+         usage + extra + "}}";
 }
 
-std::string tokenCountLine(const std::string& rateLimits, const std::string& info = "null",
-                           const std::string& timestamp = R"("2025-06-01T12:34:56.789Z")") {
-  return R"({"timestamp":)" + timestamp +
-         R"(,"type":"event_msg","payload":{"type":"token_count","info":)" + info +
-         R"(,"rate_limits":)" + rateLimits + "}}";
+std::string tokenCountLine(const std::string& rateLimits) {
+  return R"({"timestamp":"2025-06-01T12:34:56.789Z","type":"event_msg",)"
+         R"("payload":{"type":"token_count","info":null,"rate_limits":)" +
+         rateLimits + "}}";
 }
 
-std::optional<UsageEvent> usageOf(const std::optional<CodexLine>& line) {
-  if (!line || !std::holds_alternative<UsageEvent>(*line)) return std::nullopt;
-  return std::get<UsageEvent>(*line);
-}
-
-std::optional<ProviderLimits> limitsOf(const std::optional<CodexLine>& line) {
-  if (!line || !std::holds_alternative<ProviderLimits>(*line)) return std::nullopt;
-  return std::get<ProviderLimits>(*line);
+// What a line gave, when it gave a `T`.
+template <typename T>
+std::optional<T> as(const std::optional<CodexLine>& line) {
+  if (!line || !std::holds_alternative<T>(*line)) return std::nullopt;
+  return std::get<T>(*line);
 }
 
 // What a line gave: "-" for nothing, "limits", or its event's key|model|session.
 std::string gives(const std::optional<CodexLine>& line) {
-  if (const auto event = usageOf(line)) {
+  if (const auto event = as<UsageEvent>(line)) {
     return event->dedupKey + "|" + event->model + "|" + event->sessionID;
   }
-  return limitsOf(line) ? "limits" : "-";
+  return as<ProviderLimits>(line) ? "limits" : "-";
 }
 
 // Details as text: the token count's last usage, total and time ("-" for none), then whether the
@@ -67,13 +62,12 @@ TEST(CodexLogParserTest, UsageRecordsTakeModelAndSessionFromEarlierLines) {
   CodexLogParser parser(Context{{"provider", "codex"}});
   EXPECT_FALSE(parser.consume(R"({"type":"session_meta","payload":{"id":"s1"}})"));
   EXPECT_FALSE(parser.consume(R"({"type":"turn_context","payload":{"model":"m1"}})"));
-  const auto event = usageOf(parser.consume(
+  const auto event = as<UsageEvent>(parser.consume(
       usageRecord(R"({"input_tokens":100,"cached_input_tokens":30,"output_tokens":20,)"
                   R"("reasoning_output_tokens":5,"cache_write_input_tokens":7})",
                   R"(,"session_id":"own","model":"ignored")")));
-  ASSERT_TRUE(event);
-  EXPECT_EQ(*event, (UsageEvent{ProviderID::codex, "m1", "s1", "r1", kStamp,
-                                TokenCounts{70, 30, 7, 0, 20, 5}, std::nullopt, ""}));
+  EXPECT_EQ(event, (UsageEvent{ProviderID::codex, "m1", "s1", "r1", kStamp,
+                               TokenCounts{70, 30, 7, 0, 20, 5}, std::nullopt, ""}));
   EXPECT_EQ(parser.context(), (Context{{"provider", "codex"}, {"session", "s1"}, {"model", "m1"}}));
 
   // A later context line replaces what it names; a stray byte elsewhere in it costs only itself,
@@ -81,13 +75,13 @@ TEST(CodexLogParserTest, UsageRecordsTakeModelAndSessionFromEarlierLines) {
   std::string invalidUtf8 = R"({"type":"turn_context","payload":{"model":"m2"},"x":"?"})";
   invalidUtf8[invalidUtf8.size() - 3] = '\xff';
   EXPECT_FALSE(parser.consume(invalidUtf8));
-  EXPECT_EQ(usageOf(parser.consume(usageRecord("{}")))->model, "m2");
+  EXPECT_EQ(as<UsageEvent>(parser.consume(usageRecord("{}")))->model, "m2");
   EXPECT_EQ(parser.context().at("session"), "s1");
 
   // The context goes on in a parser built from it, as it does between two reads of a file.
   CodexLogParser next(parser.takeContext());
   EXPECT_TRUE(parser.context().empty());
-  EXPECT_EQ(usageOf(next.consume(usageRecord("{}")))->sessionID, "s1");
+  EXPECT_EQ(as<UsageEvent>(next.consume(usageRecord("{}")))->sessionID, "s1");
 }
 
 // Which usage fields count as what: cached tokens are part of the input, whose uncached rest
@@ -96,7 +90,7 @@ TEST(CodexLogParserTest, UsageFieldsBecomeTokenCounts) {
   CodexLogParser parser;
   for (const DataRow& row : testing::namedRows("ingest/codex-usage.tsv")) {
     SCOPED_TRACE(row.name);
-    const auto event = usageOf(parser.consume(usageRecord(row.fields.at(0))));
+    const auto event = as<UsageEvent>(parser.consume(usageRecord(row.fields.at(0))));
     ASSERT_TRUE(event);
     EXPECT_EQ(event->tokens, (TokenCounts{row.integer(1), row.integer(2), row.integer(3),
                                           row.integer(4), row.integer(5), row.integer(6)}));
@@ -114,61 +108,42 @@ TEST(CodexLogParserTest, UnusableLinesYieldNothingAndKeepTheContext) {
   }
 }
 
+// The rate limits of a token_count event: shares clamped, a window without a numeric used_percent
+// left out, credits only with an explicit true, the plan capitalised as the services' plans are.
 TEST(CodexLogParserTest, TokenCountEventsCarryRateLimitWindows) {
+  const auto window = [](const std::string& id, double used, std::optional<double> duration = {},
+                         std::optional<Date> resetsAt = {}) {
+    const std::string label = id == "session" ? "Session" : "Weekly";
+    return LimitWindow{id, label, used, duration, resetsAt, LimitSource::local(kStamp)};
+  };
+  const auto limits = [](std::optional<std::string> plan, std::vector<LimitWindow> windows,
+                         std::optional<Credits> credits = {}) {
+    return ProviderLimits{plan, windows, credits, ProviderStatus::ok, kStamp};
+  };
+  const std::tuple<const char*, std::string, ProviderLimits> rows[] = {
+      {"both windows, no credits",
+       R"({"primary":{"used_percent":42.5,"window_minutes":300,"resets_at":1771864834},)"
+       R"("secondary":{"used_percent":6,"window_minutes":"10080","resets_at":null},)"
+       R"("credits":{"has_credits":false,"unlimited":false,"balance":null},"plan_type":"plus"})",
+       limits("Plus", {window("session", 0.425, 18000.0, dateFromUnixSeconds(1771864834)),
+                       window("weekly", 0.06)})},
+      {"shares out of range, an empty plan",
+       R"({"primary":{"used_percent":150},"secondary":{"used_percent":-5},"plan_type":""})",
+       limits(std::nullopt, {window("session", 1.0), window("weekly", 0.0)})},
+      {"a share that is text, a plan that is a number",
+       R"({"primary":{"used_percent":"42","window_minutes":300},)"
+       R"("secondary":{"used_percent":10},"plan_type":7})",
+       limits(std::nullopt, {window("weekly", 0.1)})},
+      {"a balance", R"({"credits":{"has_credits":true,"balance":12.5},"plan_type":"pro"})",
+       limits("Pro", {}, Credits{"Credits", 12.5, std::nullopt, std::nullopt, false})},
+      {"unlimited, a balance that is text",
+       R"({"credits":{"has_credits":false,"unlimited":true,"balance":"12"},"plan_type":"team"})",
+       limits("Team", {}, Credits{"Credits", std::nullopt, std::nullopt, std::nullopt, true})},
+  };
   CodexLogParser parser;
-  const auto limits = limitsOf(parser.consume(tokenCountLine(
-      R"({"primary":{"used_percent":42.5,"window_minutes":300,"resets_at":1771864834},)"
-      R"("secondary":{"used_percent":6,"window_minutes":"10080","resets_at":null},)"
-      R"("credits":{"has_credits":false,"unlimited":false,"balance":null},"plan_type":"plus"})")));
-  ASSERT_TRUE(limits);
-  const LimitSource local = LimitSource::local(kStamp);
-  EXPECT_EQ(*limits, (ProviderLimits{
-                         "Plus",
-                         {LimitWindow{"session", "Session", 0.425, 18000.0,
-                                      dateFromUnixSeconds(1771864834), local},
-                          LimitWindow{"weekly", "Weekly", 0.06, std::nullopt, std::nullopt, local}},
-                         std::nullopt,
-                         ProviderStatus::ok,
-                         kStamp}));
-
-  const auto clamped = limitsOf(parser.consume(tokenCountLine(
-      R"({"primary":{"used_percent":150},"secondary":{"used_percent":-5},"plan_type":""})", "null",
-      R"("2025-06-01T12:34:56Z")")));
-  ASSERT_TRUE(clamped);
-  ASSERT_EQ(clamped->windows.size(), 2u);
-  EXPECT_EQ(clamped->windows[0].usedFraction, 1.0);
-  EXPECT_EQ(clamped->windows[1].usedFraction, 0.0);
-  EXPECT_EQ(clamped->plan, std::nullopt);
-  EXPECT_EQ(clamped->fetchedAt, dateFromUnixSeconds(1748781296));
-
-  // A window without a numeric used_percent is left out; the other stays.
-  const auto onlyWeekly = limitsOf(
-      parser.consume(tokenCountLine(R"({"primary":{"used_percent":"42","window_minutes":300},)"
-                                    R"("secondary":{"used_percent":10},"plan_type":7})")));
-  ASSERT_TRUE(onlyWeekly);
-  ASSERT_EQ(onlyWeekly->windows.size(), 1u);
-  EXPECT_EQ(onlyWeekly->windows[0].id, "weekly");
-  EXPECT_EQ(onlyWeekly->plan, std::nullopt);
-  EXPECT_TRUE(parser.context().empty());
-}
-
-TEST(CodexLogParserTest, CreditsNeedAnExplicitTrue) {
-  CodexLogParser parser;
-  const auto balance = limitsOf(parser.consume(
-      tokenCountLine(R"({"credits":{"has_credits":true,"balance":12.5},"plan_type":"pro"})")));
-  ASSERT_TRUE(balance);
-  EXPECT_TRUE(balance->windows.empty());
-  EXPECT_EQ(balance->credits,
-            (Credits{"Credits", 12.5, std::nullopt, std::nullopt, /*unlimited=*/false}));
-  EXPECT_EQ(balance->plan, "Pro");
-
-  const auto unlimited = limitsOf(parser.consume(
-      tokenCountLine(R"({"credits":{"has_credits":false,"unlimited":true,"balance":"12"},)"
-                     R"("plan_type":"team"})")));
-  ASSERT_TRUE(unlimited);
-  EXPECT_EQ(unlimited->credits,
-            (Credits{"Credits", std::nullopt, std::nullopt, std::nullopt, /*unlimited=*/true}));
-  EXPECT_EQ(unlimited->plan, "Team");  // the same first-letter rule as the services' plans
+  for (const auto& [name, rateLimits, expected] : rows) {
+    EXPECT_EQ(as<ProviderLimits>(parser.consume(tokenCountLine(rateLimits))), expected) << name;
+  }
 }
 
 // What each line reports besides its result, read from the same parse. Every call starts from
@@ -219,9 +194,9 @@ TEST(CodexLogParserTest, RealRolloutsParseLineByLine) {
         CodexLineDetails details;
         const auto result = quick.consume(line, details);
         ASSERT_EQ(result, full.consume(line.bytes)) << line.bytes.substr(0, 200);
-        ASSERT_FALSE(usageOf(result));
+        ASSERT_FALSE(as<UsageEvent>(result));
         ASSERT_FALSE(details.usageRecord);
-        limits += limitsOf(result).has_value();
+        limits += as<ProviderLimits>(result).has_value();
         if (details.tokenCount) {
           ++tokenCounts;
           ASSERT_TRUE(details.tokenCount->timestamp);

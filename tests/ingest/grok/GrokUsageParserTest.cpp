@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "ingest/DataRow.hpp"
 #include "ingest/grok/GrokUsageParser.hpp"
