@@ -60,7 +60,9 @@ std::unique_ptr<SQLiteDatabase> UsageStore::open(const std::string& path,
                                                  const UsageStoreOptions& options) const {
   const int mode =
       options.readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
-  auto db = std::make_unique<SQLiteDatabase>(path, mode | SQLITE_OPEN_FULLMUTEX);
+  // Every use of the connection holds `mutex_` (withDatabase), so SQLite's own locking of each
+  // call would only repeat it: a report reads every column of tens of thousands of rows.
+  auto db = std::make_unique<SQLiteDatabase>(path, mode | SQLITE_OPEN_NOMUTEX);
   // Another writer (a second sync) is waited for rather than failed at once.
   sqlite3_busy_timeout(db->handle(),
                        static_cast<int>(std::clamp(options.busyTimeout, 0.0, 3600.0) * 1000));
@@ -88,7 +90,7 @@ std::unique_ptr<SQLiteDatabase> UsageStore::open(const std::string& path,
       }
     }
     db = std::make_unique<SQLiteDatabase>(
-        uri + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_FULLMUTEX);
+        uri + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX);
     readApplicationID();
   }
   // The id, the version and the tables are read again in one snapshot: another program setting
@@ -299,10 +301,14 @@ LedgerRows UsageStore::ledger(const LedgerFilter& filter) {
       filter.provider ? Bind{filter.provider->rawValue()} : Bind{nullptr};
   const Bind project = filter.project ? Bind{*filter.project} : Bind{nullptr};
   withDatabase("read the usage ledger", [&](SQLiteDatabase& db) {
+    // A session's slots lie between its first and last reply: the sessions that overlap the
+    // span are all those the span's slots can name.
     db.query("SELECT id, provider, session_id, project, first_reply, last_reply FROM sessions "
-             "WHERE id IN (SELECT DISTINCT session FROM usage WHERE slot >= ?1 AND slot <= ?2) "
-             "AND (?3 IS NULL OR provider = ?3) AND (?4 IS NULL OR project = ?4) ORDER BY id",
-             {first, last, tool, project}, [&](const Row& row) {
+             "WHERE last_reply >= ?1 AND first_reply < ?2 AND (?3 IS NULL OR provider = ?3) "
+             "AND (?4 IS NULL OR project = ?4) ORDER BY id",
+             {referenceSeconds(slotStart(first)), referenceSeconds(slotStart(last + 1)), tool,
+              project},
+             [&](const Row& row) {
                const auto provider = ProviderID::fromRawValue(row.text(1));
                if (!provider) return;
                rows.sessions.push_back(LedgerSession{
