@@ -25,6 +25,15 @@ TokenCounts TokenCounts::operator+(const TokenCounts& other) const {
   return sum;
 }
 
+TokenCounts TokenCounts::largest(const TokenCounts& a, const TokenCounts& b) {
+  return {std::max(a.uncachedInput, b.uncachedInput),
+          std::max(a.cacheRead, b.cacheRead),
+          std::max(a.cacheWrite5m, b.cacheWrite5m),
+          std::max(a.cacheWrite1h, b.cacheWrite1h),
+          std::max(a.output, b.output),
+          std::max(a.reasoning, b.reasoning)};
+}
+
 TokenCounts& TokenCounts::operator+=(const TokenCounts& other) {
   uncachedInput = saturatingAdd(uncachedInput, other.uncachedInput);
   cacheRead = saturatingAdd(cacheRead, other.cacheRead);

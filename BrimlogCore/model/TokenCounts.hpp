@@ -27,6 +27,10 @@ struct TokenCounts {
   /// Every token but reasoning: the one number used for all totals, shares and charts.
   int64_t processed() const;
 
+  /// The field-by-field larger of two counts: what a reply seen twice, once while it was still
+  /// growing, was finally counted with.
+  static TokenCounts largest(const TokenCounts& a, const TokenCounts& b);
+
   TokenCounts operator+(const TokenCounts& other) const;
   TokenCounts& operator+=(const TokenCounts& other);
   bool operator==(const TokenCounts&) const = default;

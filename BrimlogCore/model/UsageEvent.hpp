@@ -28,6 +28,16 @@ struct UsageEvent {
   /// The folder the tool was working in, as its log names it; empty when it names none.
   std::string project;
 
+  /// Takes in another line of the same reply (the same `dedupKey`): the reply's counts are the
+  /// largest either carried, field by field, and so is its reported cost; where and when it was
+  /// first seen stays.
+  void absorb(const UsageEvent& later) {
+    tokens = TokenCounts::largest(tokens, later.tokens);
+    if (later.reportedCostUSD && (!reportedCostUSD || *later.reportedCostUSD > *reportedCostUSD)) {
+      reportedCostUSD = later.reportedCostUSD;
+    }
+  }
+
   bool operator==(const UsageEvent&) const = default;
 };
 

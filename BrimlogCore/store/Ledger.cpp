@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <string_view>
 #include <tuple>
 #include <unordered_map>
-#include <string_view>
 
 namespace brimlog {
 
@@ -69,7 +69,7 @@ LedgerDays LedgerDays::of(const LedgerRows& rows, const Calendar& calendar) {
   SlotDays dayOf{calendar};
   std::unordered_map<std::string_view, uint32_t> modelNumbers;
   std::vector<std::string_view> models;
-  std::unordered_map<uint64_t, Sum> usage;  // (day, tool, model) packed
+  std::unordered_map<uint64_t, Sum> usage;           // (day, tool, model) packed
   std::vector<std::pair<uint64_t, int64_t>> active;  // ((day, tool) packed, session)
   active.reserve(rows.slots.size());
   const auto pack = [](uint64_t day, uint64_t tool, uint64_t model = 0) {

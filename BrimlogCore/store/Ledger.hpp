@@ -74,7 +74,7 @@ struct KeptDay {
 /// (their zone is not known, so which of them fall in a report's days is the report's to decide,
 /// through `LedgerDays`).
 struct LedgerRows {
-  Date from;                            // the span read: slots starting in [from, to)
+  Date from;  // the span read: slots starting in [from, to)
   Date to;
   std::vector<LedgerSession> sessions;  // by `id`, ascending
   std::vector<LedgerSlot> slots;        // by slot, ascending
@@ -124,8 +124,8 @@ struct DaySessions {
 ///
 ///     LedgerDays days = LedgerDays::of(store.ledger(filter), *Calendar::named("Asia/Kolkata"));
 struct LedgerDays {
-  std::vector<DayUsage> usage;         // by day, then tool, then model
-  std::vector<DaySessions> sessions;   // by day, then tool
+  std::vector<DayUsage> usage;        // by day, then tool, then model
+  std::vector<DaySessions> sessions;  // by day, then tool
   /// Sessions active anywhere in the span, per tool (a session active on two days counts once).
   std::vector<DaySessions> sessionTotals;  // `day` empty
 

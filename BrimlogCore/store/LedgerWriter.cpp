@@ -34,8 +34,7 @@ struct Session {
 struct Reply {
   const UsageEvent* first;
   size_t session;
-  TokenCounts tokens;
-  std::optional<double> reportedUSD;
+  UsageEvent folded;  // only counts and cost are kept up to date
 };
 
 struct UsageRow {
@@ -46,22 +45,10 @@ struct UsageRow {
   std::optional<double> reportedUSD;
 };
 
-TokenCounts largest(const TokenCounts& a, const TokenCounts& b) {
-  return {std::max(a.uncachedInput, b.uncachedInput), std::max(a.cacheRead, b.cacheRead),
-          std::max(a.cacheWrite5m, b.cacheWrite5m),   std::max(a.cacheWrite1h, b.cacheWrite1h),
-          std::max(a.output, b.output),               std::max(a.reasoning, b.reasoning)};
-}
-
 TokenCounts minus(const TokenCounts& a, const TokenCounts& b) {
-  return {a.uncachedInput - b.uncachedInput, a.cacheRead - b.cacheRead,
-          a.cacheWrite5m - b.cacheWrite5m,   a.cacheWrite1h - b.cacheWrite1h,
-          a.output - b.output,               a.reasoning - b.reasoning};
-}
-
-std::optional<double> largest(std::optional<double> a, std::optional<double> b) {
-  if (!a) return b;
-  if (!b) return a;
-  return std::max(*a, *b);
+  return {
+      a.uncachedInput - b.uncachedInput, a.cacheRead - b.cacheRead, a.cacheWrite5m - b.cacheWrite5m,
+      a.cacheWrite1h - b.cacheWrite1h,   a.output - b.output,       a.reasoning - b.reasoning};
 }
 
 Bind costBind(std::optional<double> cost) { return cost ? Bind{*cost} : Bind{nullptr}; }
@@ -85,11 +72,11 @@ void LedgerWriter::write(std::span<const UsageEvent> events, PerProvider<int64_t
 
     const auto [foundReply, newReply] = replyIndex.try_emplace(event.dedupKey, replies.size());
     if (newReply) {
-      replies.push_back({&event, foundSession->second, event.tokens, event.reportedCostUSD});
+      Reply& reply = replies.emplace_back(Reply{&event, foundSession->second, {}});
+      reply.folded.tokens = event.tokens;
+      reply.folded.reportedCostUSD = event.reportedCostUSD;
     } else {
-      Reply& reply = replies[foundReply->second];
-      reply.tokens = largest(reply.tokens, event.tokens);
-      reply.reportedUSD = largest(reply.reportedUSD, event.reportedCostUSD);
+      replies[foundReply->second].folded.absorb(event);
     }
   }
 
@@ -108,13 +95,12 @@ void LedgerWriter::write(std::span<const UsageEvent> events, PerProvider<int64_t
   std::unordered_map<std::string, size_t> usageIndex;
   for (const Reply& reply : replies) {
     const UsageEvent& event = *reply.first;
-    const TokenCounts& t = reply.tokens;
+    const TokenCounts& t = reply.folded.tokens;
     int64_t slot = slotOf(event.timestamp);
     TokenCounts delta = t;
-    std::optional<double> costDelta = reply.reportedUSD;
+    std::optional<double> costDelta = reply.folded.reportedCostUSD;
     if (db_.run(insertReply, {event.dedupKey, slot, t.uncachedInput, t.cacheRead, t.cacheWrite5m,
-                              t.cacheWrite1h, t.output, t.reasoning,
-                              costBind(reply.reportedUSD)}) == 1) {
+                              t.cacheWrite1h, t.output, t.reasoning, costBind(costDelta)}) == 1) {
       ++added[event.provider];
     } else {
       // Counted before: only what this batch saw beyond that is new, in the reply's own slot.
@@ -126,8 +112,12 @@ void LedgerWriter::write(std::span<const UsageEvent> events, PerProvider<int64_t
                    row.integer(4), row.integer(5), row.integer(6)};
         if (!row.isNull(7)) countedUSD = row.real(7);
       });
-      const TokenCounts now = largest(counted, t);
-      const std::optional<double> nowUSD = largest(countedUSD, reply.reportedUSD);
+      UsageEvent stored;
+      stored.tokens = counted;
+      stored.reportedCostUSD = countedUSD;
+      stored.absorb(reply.folded);
+      const TokenCounts& now = stored.tokens;
+      const std::optional<double> nowUSD = stored.reportedCostUSD;
       if (now == counted && nowUSD == countedUSD) continue;
       db_.run(updateReply, {event.dedupKey, now.uncachedInput, now.cacheRead, now.cacheWrite5m,
                             now.cacheWrite1h, now.output, now.reasoning, costBind(nowUSD)});
@@ -148,9 +138,9 @@ void LedgerWriter::write(std::span<const UsageEvent> events, PerProvider<int64_t
   const PreparedStatement upsertUsage = db_.prepared(sql::kUsageUpsert);
   for (const UsageRow& row : usage) {
     const TokenCounts& t = row.tokens;
-    db_.run(upsertUsage, {row.slot, row.session, row.model, t.uncachedInput, t.cacheRead,
-                          t.cacheWrite5m, t.cacheWrite1h, t.output, t.reasoning,
-                          costBind(row.reportedUSD)});
+    db_.run(upsertUsage,
+            {row.slot, row.session, row.model, t.uncachedInput, t.cacheRead, t.cacheWrite5m,
+             t.cacheWrite1h, t.output, t.reasoning, costBind(row.reportedUSD)});
   }
 }
 

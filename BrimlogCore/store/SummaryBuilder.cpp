@@ -130,9 +130,9 @@ UsageSummary buildSummary(const SummaryWindow& window, const LedgerDays& days,
     for (size_t i = 0; i < window.dates.size(); ++i) {
       const auto found = toolDays.find(window.keys[i]);
       summary.daily.push_back(found == toolDays.end() ? UsageSummary::DayPoint{window.dates[i], id}
-                                                  : UsageSummary::DayPoint{window.dates[i], id,
-                                                                           found->second.tokens,
-                                                                           found->second.cost});
+                                                      : UsageSummary::DayPoint{window.dates[i], id,
+                                                                               found->second.tokens,
+                                                                               found->second.cost});
     }
   }
 

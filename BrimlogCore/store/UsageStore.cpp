@@ -19,8 +19,8 @@ namespace {
 
 // The tables of every schema this program has written.
 bool isOurTable(std::string_view name) {
-  for (const std::string_view ours : {"replies", "sessions", "usage", "kept_days", "cursors",
-                                      "limits", "seen", "daily"}) {
+  for (const std::string_view ours :
+       {"replies", "sessions", "usage", "kept_days", "cursors", "limits", "seen", "daily"}) {
     if (name == ours) return true;
   }
   return false;
@@ -163,8 +163,7 @@ decltype(auto) UsageStore::withDatabase(std::string_view doing, Body&& body) {
   }
 }
 
-int64_t UsageStore::ingest(std::span<const UsageEvent> events,
-                           std::span<const FileCursor> cursors,
+int64_t UsageStore::ingest(std::span<const UsageEvent> events, std::span<const FileCursor> cursors,
                            PerProvider<int64_t>* addedByProvider) {
   // Encode first: a cursor that cannot be written fails the call before any statement runs.
   std::vector<std::string> cursorTexts;
@@ -297,54 +296,53 @@ LedgerRows UsageStore::ledger(const LedgerFilter& filter) {
   // The span's last slot is the one that holds its last instant.
   const int64_t last = filter.to > filter.from ? slotOf(filter.to - Seconds{1e-3}) : first - 1;
   if (last < first) return rows;
-  const Bind tool =
-      filter.provider ? Bind{filter.provider->rawValue()} : Bind{nullptr};
+  const Bind tool = filter.provider ? Bind{filter.provider->rawValue()} : Bind{nullptr};
   const Bind project = filter.project ? Bind{*filter.project} : Bind{nullptr};
   withDatabase("read the usage ledger", [&](SQLiteDatabase& db) {
     // A session's slots lie between its first and last reply: the sessions that overlap the
     // span are all those the span's slots can name.
-    db.query("SELECT id, provider, session_id, project, first_reply, last_reply FROM sessions "
-             "WHERE last_reply >= ?1 AND first_reply < ?2 AND (?3 IS NULL OR provider = ?3) "
-             "AND (?4 IS NULL OR project = ?4) ORDER BY id",
-             {referenceSeconds(slotStart(first)), referenceSeconds(slotStart(last + 1)), tool,
-              project},
-             [&](const Row& row) {
-               const auto provider = ProviderID::fromRawValue(row.text(1));
-               if (!provider) return;
-               rows.sessions.push_back(LedgerSession{
-                   row.integer(0), *provider, std::string(row.text(2)), std::string(row.text(3)),
-                   dateFromReferenceSeconds(row.real(4)), dateFromReferenceSeconds(row.real(5))});
-             });
-    db.query("SELECT slot, session, model, uncached, cache_read, w5m, w1h, output, reasoning, "
-             "reported_usd FROM usage WHERE slot >= ?1 AND slot <= ?2",
-             {first, last}, [&](const Row& row) {
-               const int64_t session = row.integer(1);
-               if (!rows.session(session)) return;  // another tool's, or another project's
-               rows.slots.push_back(LedgerSlot{
-                   row.integer(0), session, std::string(row.text(2)),
-                   TokenCounts{row.integer(3), row.integer(4), row.integer(5), row.integer(6),
-                               row.integer(7), row.integer(8)},
-                   row.isNull(9) ? std::nullopt : std::optional<double>(row.real(9))});
-             });
+    db.query(
+        "SELECT id, provider, session_id, project, first_reply, last_reply FROM sessions "
+        "WHERE last_reply >= ?1 AND first_reply < ?2 AND (?3 IS NULL OR provider = ?3) "
+        "AND (?4 IS NULL OR project = ?4) ORDER BY id",
+        {referenceSeconds(slotStart(first)), referenceSeconds(slotStart(last + 1)), tool, project},
+        [&](const Row& row) {
+          const auto provider = ProviderID::fromRawValue(row.text(1));
+          if (!provider) return;
+          rows.sessions.push_back(LedgerSession{
+              row.integer(0), *provider, std::string(row.text(2)), std::string(row.text(3)),
+              dateFromReferenceSeconds(row.real(4)), dateFromReferenceSeconds(row.real(5))});
+        });
+    db.query(
+        "SELECT slot, session, model, uncached, cache_read, w5m, w1h, output, reasoning, "
+        "reported_usd FROM usage WHERE slot >= ?1 AND slot <= ?2",
+        {first, last}, [&](const Row& row) {
+          const int64_t session = row.integer(1);
+          if (!rows.session(session)) return;  // another tool's, or another project's
+          rows.slots.push_back(
+              LedgerSlot{row.integer(0), session, std::string(row.text(2)),
+                         TokenCounts{row.integer(3), row.integer(4), row.integer(5), row.integer(6),
+                                     row.integer(7), row.integer(8)},
+                         row.isNull(9) ? std::nullopt : std::optional<double>(row.real(9))});
+        });
     // Kept days carry no project; their zone is unknown, so the days around the span in any
     // zone are read, and the caller's calendar decides.
     if (filter.project) return;
     const Calendar utc = Calendar::utc();
-    db.query("SELECT provider, model, day, uncached, cache_read, w5m, w1h, output, reasoning, "
-             "reported_usd, sessions FROM kept_days WHERE day >= ?1 AND day <= ?2 "
-             "AND (?3 IS NULL OR provider = ?3) ORDER BY day, provider, model",
-             {utc.dayKey(filter.from - Seconds{86400}), utc.dayKey(filter.to + Seconds{86400}),
-              tool},
-             [&](const Row& row) {
-               const auto provider = ProviderID::fromRawValue(row.text(0));
-               if (!provider) return;
-               rows.keptDays.push_back(KeptDay{
-                   *provider, std::string(row.text(1)), std::string(row.text(2)),
-                   TokenCounts{row.integer(3), row.integer(4), row.integer(5), row.integer(6),
-                               row.integer(7), row.integer(8)},
-                   row.isNull(9) ? std::nullopt : std::optional<double>(row.real(9)),
-                   row.integer(10)});
-             });
+    db.query(
+        "SELECT provider, model, day, uncached, cache_read, w5m, w1h, output, reasoning, "
+        "reported_usd, sessions FROM kept_days WHERE day >= ?1 AND day <= ?2 "
+        "AND (?3 IS NULL OR provider = ?3) ORDER BY day, provider, model",
+        {utc.dayKey(filter.from - Seconds{86400}), utc.dayKey(filter.to + Seconds{86400}), tool},
+        [&](const Row& row) {
+          const auto provider = ProviderID::fromRawValue(row.text(0));
+          if (!provider) return;
+          rows.keptDays.push_back(KeptDay{
+              *provider, std::string(row.text(1)), std::string(row.text(2)),
+              TokenCounts{row.integer(3), row.integer(4), row.integer(5), row.integer(6),
+                          row.integer(7), row.integer(8)},
+              row.isNull(9) ? std::nullopt : std::optional<double>(row.real(9)), row.integer(10)});
+        });
   });
   return rows;
 }

@@ -10,7 +10,6 @@
 #include <fstream>
 #include <thread>
 
-#include "sync/StoreIngestSink.hpp"
 #include "ingest/DataRow.hpp"
 #include "ingest/ToolLocations.hpp"
 #include "ingest/UsageIngestor.hpp"
@@ -91,8 +90,8 @@ class UsageIngestorTest : public testing::TempDirTest {
     }
   };
 
-  IngestResult pass(Date now, IngestOptions options = {},
-                    std::function<void(int)> beforeCommit = [](int) {}) {
+  IngestResult pass(
+      Date now, IngestOptions options = {}, std::function<void(int)> beforeCommit = [](int) {}) {
     // A commit that meets another writer fails soon, not after the usual wait.
     UsageStore store{dbPath(), {.busyTimeout = 0.2}};
     StoreIngestSink storeSink{store};

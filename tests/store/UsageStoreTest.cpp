@@ -25,8 +25,8 @@ Date at(const char* text) { return *parseISO8601(text); }
 UsageEvent event(std::string key, const char* timestamp, TokenCounts tokens = {1, 0, 0, 0, 1, 0},
                  std::optional<double> reported = std::nullopt, std::string session = "s1",
                  std::string model = "m1", ProviderID provider = ProviderID::claude) {
-  return {provider, std::move(model), std::move(session), std::move(key), at(timestamp),
-          tokens,   reported, ""};
+  return {provider,      std::move(model), std::move(session), std::move(key),
+          at(timestamp), tokens,           reported,           ""};
 }
 
 // The error an operation failed with, if it did.
@@ -289,13 +289,11 @@ TEST_F(UsageStoreTest, AnOlderDatabaseKeepsItsDayTotalsForDaysWhoseLogsAreGone) 
 
   const LedgerDays days = LedgerDays::of(
       store.ledger({at("2025-03-01T00:00:00Z"), at("2025-03-03T00:00:00Z"), {}, {}}), utc);
-  EXPECT_THAT(days.usage,
-              ElementsAre(DayUsage{ProviderID::claude, "m1", "2025-03-01", {10, 0, 0, 0, 5, 0},
-                                   {}, true},
-                          DayUsage{ProviderID::claude, "m2", "2025-03-01", {1, 0, 0, 0, 1, 0},
-                                   {}, true},
-                          DayUsage{ProviderID::claude, "m1", "2025-03-02", {7, 0, 0, 0, 7, 0},
-                                   {}, false}));
+  EXPECT_THAT(
+      days.usage,
+      ElementsAre(DayUsage{ProviderID::claude, "m1", "2025-03-01", {10, 0, 0, 0, 5, 0}, {}, true},
+                  DayUsage{ProviderID::claude, "m2", "2025-03-01", {1, 0, 0, 0, 1, 0}, {}, true},
+                  DayUsage{ProviderID::claude, "m1", "2025-03-02", {7, 0, 0, 0, 7, 0}, {}, false}));
   EXPECT_THAT(days.sessions, ElementsAre(DaySessions{ProviderID::claude, "2025-03-01", 1},
                                          DaySessions{ProviderID::claude, "2025-03-02", 1}));
 }

@@ -13,7 +13,13 @@ void ClaudeLogReader::read(const ReadJob& job, Date, const ReadSink& sink) const
     JSONLTail::Result read = LogResume::read(job.path, cursor, job.size, chunkBytes_);
     ReadOutput output;
     for (PaddedLine line : read.lines) {
-      if (std::optional<UsageEvent> event = ClaudeLogParser::event(line)) {
+      std::optional<UsageEvent> event = ClaudeLogParser::event(line);
+      if (!event) continue;
+      // A streaming reply's lines follow one another: hand on one event for the run, the
+      // store's own rule applied early, so a pass carries half as many events.
+      if (!output.events.empty() && output.events.back().dedupKey == event->dedupKey) {
+        output.events.back().absorb(*event);
+      } else {
         output.events.push_back(std::move(*event));
       }
     }
