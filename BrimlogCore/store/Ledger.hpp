@@ -18,10 +18,17 @@ namespace brimlog {
 /// any zone: a day, a week or a month in any zone is exactly a run of whole slots, and reports
 /// can be computed in the zone asked for at the moment they are asked for.
 inline constexpr int64_t kSlotSeconds = 900;
+/// Slots in a UTC day.
+inline constexpr int64_t kSlotsPerDay = 86400 / kSlotSeconds;
 
 /// The slot that holds `date`: quarter hours since 1970-01-01T00:00:00Z, rounded down.
 inline int64_t slotOf(Date date) {
   return static_cast<int64_t>(std::floor(unixSeconds(date) / static_cast<double>(kSlotSeconds)));
+}
+
+/// The UTC day that holds `slot`: days since 1970-01-01, rounded down.
+inline int64_t dayOfSlot(int64_t slot) {
+  return slot / kSlotsPerDay - (slot % kSlotsPerDay < 0 ? 1 : 0);
 }
 
 /// The first instant of `slot`.
@@ -130,6 +137,8 @@ struct LedgerDays {
   std::vector<DaySessions> sessionTotals;  // `day` empty
 
   static LedgerDays of(const LedgerRows& rows, const Calendar& calendar);
+
+  bool operator==(const LedgerDays&) const = default;
 };
 
 }  // namespace brimlog

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "store/DayQuarters.hpp"
 #include "store/Ledger.hpp"
 #include "store/StoreSQL.hpp"
 
@@ -40,6 +41,7 @@ struct Reply {
 struct UsageRow {
   int64_t slot;
   int64_t session;
+  ProviderID provider;
   std::string_view model;
   TokenCounts tokens;
   std::optional<double> reportedUSD;
@@ -129,18 +131,55 @@ void LedgerWriter::write(std::span<const UsageEvent> events, PerProvider<int64_t
     key.assign(std::to_string(slot)).append(1, '\x1f').append(std::to_string(session));
     key.append(1, '\x1f').append(event.model);
     const auto [found, inserted] = usageIndex.try_emplace(key, usage.size());
-    if (inserted) usage.push_back({slot, session, event.model, {}, std::nullopt});
+    if (inserted) usage.push_back({slot, session, event.provider, event.model, {}, std::nullopt});
     UsageRow& row = usage[found->second];
     row.tokens += delta;
     if (costDelta) row.reportedUSD = row.reportedUSD.value_or(0) + *costDelta;
   }
 
   const PreparedStatement upsertUsage = db_.prepared(sql::kUsageUpsert);
+  std::map<std::tuple<int64_t, std::string_view, std::string_view>, DayQuarters> days;
+  std::map<std::pair<int64_t, int64_t>, ActiveQuarters> active;
   for (const UsageRow& row : usage) {
     const TokenCounts& t = row.tokens;
     db_.run(upsertUsage,
             {row.slot, row.session, row.model, t.uncachedInput, t.cacheRead, t.cacheWrite5m,
              t.cacheWrite1h, t.output, t.reasoning, costBind(row.reportedUSD)});
+    const int64_t day = dayOfSlot(row.slot);
+    const auto quarter = static_cast<uint8_t>(row.slot - day * kSlotsPerDay);
+    days[{day, row.provider.rawValue(), row.model}].add(quarter, t, row.reportedUSD);
+    active[{day, row.session}].set(quarter);
+  }
+  writeDays(days, active);
+}
+
+void LedgerWriter::writeDays(
+    const std::map<std::tuple<int64_t, std::string_view, std::string_view>, DayQuarters>& days,
+    const std::map<std::pair<int64_t, int64_t>, ActiveQuarters>& active) {
+  const PreparedStatement readDay = db_.prepared(
+      "SELECT quarters FROM day_usage WHERE day = ?1 AND provider = ?2 AND model = ?3");
+  const PreparedStatement writeDay = db_.prepared(
+      "INSERT OR REPLACE INTO day_usage(day, provider, model, quarters) VALUES(?1, ?2, ?3, ?4)");
+  for (const auto& [key, added] : days) {
+    const auto& [day, provider, model] = key;
+    DayQuarters stored;
+    db_.query(readDay, {day, provider, model},
+              [&](const Row& row) { stored = DayQuarters::decode(row.blob(0)); });
+    for (const auto& [quarter, usage] : added.quarters) {
+      stored.add(quarter, usage.tokens, usage.reportedUSD);
+    }
+    const std::string blob = stored.encode();
+    db_.run(writeDay, {day, provider, model, Blob{blob}});
+  }
+  const PreparedStatement readActive =
+      db_.prepared("SELECT quarters FROM day_sessions WHERE day = ?1 AND session = ?2");
+  const PreparedStatement writeActive = db_.prepared(
+      "INSERT OR REPLACE INTO day_sessions(day, session, quarters) VALUES(?1, ?2, ?3)");
+  for (const auto& [key, quarters] : active) {
+    ActiveQuarters merged = quarters;
+    db_.query(readActive, {key.first, key.second},
+              [&](const Row& row) { merged.merge(row.blob(0)); });
+    db_.run(writeActive, {key.first, key.second, Blob{merged.blob()}});
   }
 }
 

@@ -1,9 +1,13 @@
 #pragma once
 
+#include <map>
 #include <span>
+#include <string_view>
+#include <tuple>
 
 #include "model/PerProvider.hpp"
 #include "model/UsageEvent.hpp"
+#include "store/DayQuarters.hpp"
 #include "store/SQLiteDatabase.hpp"
 
 namespace brimlog {
@@ -24,6 +28,11 @@ class LedgerWriter {
   void write(std::span<const UsageEvent> events, PerProvider<int64_t>& added);
 
  private:
+  // Adds the batch's growth to the per-day quarter rows that day, week and month figures read.
+  void writeDays(
+      const std::map<std::tuple<int64_t, std::string_view, std::string_view>, DayQuarters>& days,
+      const std::map<std::pair<int64_t, int64_t>, ActiveQuarters>& active);
+
   SQLiteDatabase& db_;
 };
 

@@ -76,6 +76,13 @@ std::string_view Row::text(int column) const {
           static_cast<size_t>(sqlite3_column_bytes(statement_, column))};
 }
 
+std::string_view Row::blob(int column) const {
+  const void* bytes = sqlite3_column_blob(statement_, column);
+  if (bytes == nullptr) return {};
+  return {static_cast<const char*>(bytes),
+          static_cast<size_t>(sqlite3_column_bytes(statement_, column))};
+}
+
 SQLiteDatabase::SQLiteDatabase(const std::string& path, int flags) {
   // SQLite counts every allocation it makes under a global mutex unless told not to; nothing
   // here reads those counts, and a large ingest makes millions of allocations. The setting must
@@ -146,6 +153,9 @@ SQLiteDatabase::Use SQLiteDatabase::begin(PreparedStatement prepared,
       sqlite3_bind_int64(statement, index, *integer);
     } else if (const auto* real = std::get_if<double>(&bind)) {
       sqlite3_bind_double(statement, index, *real);
+    } else if (const auto* blob = std::get_if<Blob>(&bind)) {
+      sqlite3_bind_blob(statement, index, blob->bytes.data(), static_cast<int>(blob->bytes.size()),
+                        SQLITE_STATIC);
     } else {
       sqlite3_bind_null(statement, index);
     }

@@ -45,9 +45,14 @@ class UsageStoreError : public std::runtime_error {
   std::string file_;
 };
 
+/// Bytes bound as a blob, NULs and all.
+struct Blob {
+  std::string_view bytes;
+};
+
 /// One statement parameter: text (bound up to its first NUL, as C strings are), a 64-bit integer,
-/// a double or NULL. Element i of a bind list is parameter ?i+1.
-using Bind = std::variant<std::string_view, int64_t, double, std::nullptr_t>;
+/// a double, NULL or a blob. Element i of a bind list is parameter ?i+1.
+using Bind = std::variant<std::string_view, int64_t, double, std::nullptr_t, Blob>;
 
 /// The columns of the current result row.
 class Row {
@@ -58,6 +63,8 @@ class Row {
   bool isNull(int column) const;
   /// The column as text; NULL reads as the empty text. Valid until the next step.
   std::string_view text(int column) const;
+  /// The column's bytes as a blob. Valid until the next step.
+  std::string_view blob(int column) const;
 
  private:
   sqlite3_stmt* statement_;

@@ -8,6 +8,8 @@
 #include <thread>
 #include <unordered_map>
 
+#include "store/DayBuckets.hpp"
+#include "store/DayQuarters.hpp"
 #include "store/LedgerWriter.hpp"
 #include "store/PriceTable.hpp"
 #include "store/StoreSQL.hpp"
@@ -19,8 +21,8 @@ namespace {
 
 // The tables of every schema this program has written.
 bool isOurTable(std::string_view name) {
-  for (const std::string_view ours :
-       {"replies", "sessions", "usage", "kept_days", "cursors", "limits", "seen", "daily"}) {
+  for (const std::string_view ours : {"replies", "sessions", "usage", "day_usage", "day_sessions",
+                                      "kept_days", "cursors", "limits", "seen", "daily"}) {
     if (name == ours) return true;
   }
   return false;
@@ -267,14 +269,18 @@ std::optional<ProviderLimits> UsageStore::limits(ProviderID provider) {
 }
 
 void UsageStore::prune(Date date, const Calendar& calendar) {
-  const Date start = calendar.startOfDay(date);
-  const int64_t slot = slotOf(start);
+  // Whole UTC days go, up to the one that holds the local day's start: the slot rows and the
+  // per-day quarter rows always hold the same days.
+  const int64_t utcDay = dayOfSlot(slotOf(calendar.startOfDay(date)));
+  const int64_t slot = utcDay * kSlotsPerDay;
   const std::string day = calendar.dayKey(date);
   withDatabase("prune old rows", [&](SQLiteDatabase& db) {
     db.transaction([&] {
       db.run("DELETE FROM usage WHERE slot < ?1", {slot});
       db.run("DELETE FROM replies WHERE slot < ?1", {slot});
-      db.run("DELETE FROM sessions WHERE last_reply < ?1", {referenceSeconds(start)});
+      db.run("DELETE FROM day_usage WHERE day < ?1", {utcDay});
+      db.run("DELETE FROM day_sessions WHERE day < ?1", {utcDay});
+      db.run("DELETE FROM sessions WHERE last_reply < ?1", {referenceSeconds(slotStart(slot))});
       db.run("DELETE FROM kept_days WHERE day < ?1", {day});
     });
   });
@@ -286,6 +292,76 @@ int64_t UsageStore::dataVersion() {
     db.query("PRAGMA data_version", {}, [&](const Row& row) { version = row.integer(0); });
   });
   return version;
+}
+
+namespace {
+
+// The kept day totals of the days around a span. Kept days carry no project; their zone is
+// unknown, so the days around the span in any zone are read, and the caller's calendar decides.
+std::vector<KeptDay> keptDaysNear(SQLiteDatabase& db, const LedgerFilter& filter) {
+  std::vector<KeptDay> kept;
+  if (filter.project) return kept;
+  const Calendar utc = Calendar::utc();
+  db.query(
+      "SELECT provider, model, day, uncached, cache_read, w5m, w1h, output, reasoning, "
+      "reported_usd, sessions FROM kept_days WHERE day >= ?1 AND day <= ?2 "
+      "AND (?3 IS NULL OR provider = ?3) ORDER BY day, provider, model",
+      {utc.dayKey(filter.from - Seconds{86400}), utc.dayKey(filter.to + Seconds{86400}),
+       filter.provider ? Bind{filter.provider->rawValue()} : Bind{nullptr}},
+      [&](const Row& row) {
+        const auto provider = ProviderID::fromRawValue(row.text(0));
+        if (!provider) return;
+        kept.push_back(KeptDay{*provider, std::string(row.text(1)), std::string(row.text(2)),
+                               TokenCounts{row.integer(3), row.integer(4), row.integer(5),
+                                           row.integer(6), row.integer(7), row.integer(8)},
+                               row.isNull(9) ? std::nullopt : std::optional<double>(row.real(9)),
+                               row.integer(10)});
+      });
+  return kept;
+}
+
+}  // namespace
+
+LedgerDays UsageStore::days(const LedgerFilter& filter, const Calendar& calendar) {
+  // The per-day quarter rows know no project: a project's days come from its slot rows.
+  if (filter.project) return LedgerDays::of(ledger(filter), calendar);
+  DayBuckets buckets{calendar, filter.from, filter.to};
+  std::vector<KeptDay> kept;
+  if (!(filter.from < filter.to)) return buckets.finish(kept);
+  const int64_t firstDay = dayOfSlot(slotOf(filter.from));
+  const int64_t lastDay = dayOfSlot(slotOf(filter.to - Seconds{1e-3}));
+  const Bind tool = filter.provider ? Bind{filter.provider->rawValue()} : Bind{nullptr};
+  withDatabase("read the usage ledger", [&](SQLiteDatabase& db) {
+    db.query(
+        "SELECT day, provider, model, quarters FROM day_usage WHERE day >= ?1 AND day <= ?2 "
+        "AND (?3 IS NULL OR provider = ?3)",
+        {firstDay, lastDay, tool}, [&](const Row& row) {
+          const auto provider = ProviderID::fromRawValue(row.text(1));
+          if (!provider) return;
+          const int64_t start = row.integer(0) * kSlotsPerDay;
+          const DayQuarters day = DayQuarters::decode(row.blob(3));
+          for (const auto& [quarter, usage] : day.quarters) {
+            buckets.addUsage(start + quarter, *provider, row.text(2), usage.tokens,
+                             usage.reportedUSD);
+          }
+        });
+    db.query(
+        "SELECT a.day, s.provider, a.session, a.quarters FROM day_sessions a "
+        "JOIN sessions s ON s.id = a.session WHERE a.day >= ?1 AND a.day <= ?2 "
+        "AND (?3 IS NULL OR s.provider = ?3)",
+        {firstDay, lastDay, tool}, [&](const Row& row) {
+          const auto provider = ProviderID::fromRawValue(row.text(1));
+          if (!provider) return;
+          ActiveQuarters active;
+          active.merge(row.blob(3));
+          const int64_t start = row.integer(0) * kSlotsPerDay;
+          for (int quarter = 0; quarter < kSlotsPerDay; ++quarter) {
+            if (active.has(quarter)) buckets.addActive(start + quarter, *provider, row.integer(2));
+          }
+        });
+    kept = keptDaysNear(db, filter);
+  });
+  return buckets.finish(kept);
 }
 
 LedgerRows UsageStore::ledger(const LedgerFilter& filter) {
@@ -325,24 +401,7 @@ LedgerRows UsageStore::ledger(const LedgerFilter& filter) {
                                      row.integer(7), row.integer(8)},
                          row.isNull(9) ? std::nullopt : std::optional<double>(row.real(9))});
         });
-    // Kept days carry no project; their zone is unknown, so the days around the span in any
-    // zone are read, and the caller's calendar decides.
-    if (filter.project) return;
-    const Calendar utc = Calendar::utc();
-    db.query(
-        "SELECT provider, model, day, uncached, cache_read, w5m, w1h, output, reasoning, "
-        "reported_usd, sessions FROM kept_days WHERE day >= ?1 AND day <= ?2 "
-        "AND (?3 IS NULL OR provider = ?3) ORDER BY day, provider, model",
-        {utc.dayKey(filter.from - Seconds{86400}), utc.dayKey(filter.to + Seconds{86400}), tool},
-        [&](const Row& row) {
-          const auto provider = ProviderID::fromRawValue(row.text(0));
-          if (!provider) return;
-          rows.keptDays.push_back(KeptDay{
-              *provider, std::string(row.text(1)), std::string(row.text(2)),
-              TokenCounts{row.integer(3), row.integer(4), row.integer(5), row.integer(6),
-                          row.integer(7), row.integer(8)},
-              row.isNull(9) ? std::nullopt : std::optional<double>(row.real(9)), row.integer(10)});
-        });
+    rows.keptDays = keptDaysNear(db, filter);
   });
   return rows;
 }
@@ -360,7 +419,7 @@ UsageSummary UsageStore::summary(const SummaryWindow& window, const Calendar& ca
   filter.to = calendar.addingDays(1, window.today).value_or(window.today + Seconds{86400});
   filter.provider = tool;
   filter.project = std::move(project);
-  return buildSummary(window, LedgerDays::of(ledger(filter), calendar), prices);
+  return buildSummary(window, days(filter, calendar), prices);
 }
 
 }  // namespace brimlog

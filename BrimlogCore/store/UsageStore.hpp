@@ -97,8 +97,9 @@ class UsageStore {
   /// A provider's stored limits; throws `JsonDecodeError` when the stored text is damaged.
   std::optional<ProviderLimits> limits(ProviderID provider);
 
-  /// Deletes the usage and replies of slots before the local day of `date`, the sessions whose
-  /// last reply came before it, and kept day totals of earlier days; cursors and limits are kept.
+  /// Deletes the usage and replies of UTC days before the one that holds the start of the local
+  /// day of `date`, the sessions whose last reply came before them, and kept day totals of local
+  /// days before that of `date`; cursors and limits are kept.
   /// A reply older than the cutoff can then be counted again if its line is read again.
   void prune(Date date, const Calendar& calendar);
 
@@ -108,6 +109,11 @@ class UsageStore {
 
   /// The ledger's rows of a span of time (see `LedgerRows`), for reports computed in any zone.
   LedgerRows ledger(const LedgerFilter& filter);
+
+  /// The same span's figures per local day of `calendar` (what `LedgerDays::of` makes of
+  /// `ledger(filter)`), read from the per-day quarter rows: a row per UTC day and model, not one
+  /// per quarter hour and session.
+  LedgerDays days(const LedgerFilter& filter, const Calendar& calendar);
 
   /// The last `days` local days (at least one) up to the day of `now`, priced with `prices`.
   UsageSummary summary(int days, Date now, const Calendar& calendar, const PriceTable& prices);

@@ -156,6 +156,12 @@ TEST_F(UsageStoreTest, AReplyIsCountedOnceWithItsLargestCountsInItsFirstSlot) {
               ElementsAre(LedgerSlot{slotOf(at("2025-03-01T23:45:00Z")), 1, "m3", {}, {}},
                           LedgerSlot{ten, 1, "m1", {1, 2, 3, 4, 12, 6}, {}},
                           LedgerSlot{ten, 2, "m2", {1, 1, 1, 1, 1, 1}, 0.25}));
+  // The per-day quarter rows give the days the slot rows give, in any zone.
+  for (const char* zone : {"UTC", "Asia/Kathmandu", "America/Los_Angeles"}) {
+    const LedgerFilter span{at("2025-02-28T00:00:00Z"), at("2025-03-04T00:00:00Z"), {}, {}};
+    const Calendar calendar = *Calendar::named(zone);
+    EXPECT_EQ(batched.days(span, calendar), LedgerDays::of(batched.ledger(span), calendar)) << zone;
+  }
   ASSERT_EQ(rows.sessions.size(), 2u);
   EXPECT_EQ(rows.sessions[0].firstReply, at("2025-03-01T23:59:00Z"));
   EXPECT_EQ(rows.sessions[0].lastReply, at("2025-03-02T10:16:00Z"));
@@ -287,8 +293,9 @@ TEST_F(UsageStoreTest, AnOlderDatabaseKeepsItsDayTotalsForDaysWhoseLogsAreGone) 
   // The logs of the second day are still there, and read again.
   store.ingest(std::vector{event("b", "2025-03-02T12:00:00Z", {7, 0, 0, 0, 7, 0})});
 
-  const LedgerDays days = LedgerDays::of(
-      store.ledger({at("2025-03-01T00:00:00Z"), at("2025-03-03T00:00:00Z"), {}, {}}), utc);
+  const LedgerFilter span{at("2025-03-01T00:00:00Z"), at("2025-03-03T00:00:00Z"), {}, {}};
+  const LedgerDays days = store.days(span, utc);
+  EXPECT_EQ(days, LedgerDays::of(store.ledger(span), utc));
   EXPECT_THAT(
       days.usage,
       ElementsAre(DayUsage{ProviderID::claude, "m1", "2025-03-01", {10, 0, 0, 0, 5, 0}, {}, true},
