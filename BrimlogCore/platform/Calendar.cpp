@@ -92,11 +92,12 @@ bool Calendar::operator==(const Calendar& other) const {
 
 std::string_view Calendar::zoneName() const { return zone()->name(); }
 
-Date Calendar::startOfDay(Date date) const {
-  if (!inRange(date)) return date;
-  const auto [instant, fraction] = split(date);
-  const auto midnight = date::floor<date::days>(zone()->to_local(instant));
-  const auto info = zone()->get_info(midnight);
+namespace {
+
+// The first instant of a local day, as the zone's rules make it.
+Date firstInstant(const date::time_zone* zone, date::local_days day) {
+  const date::local_seconds midnight{day.time_since_epoch()};
+  const auto info = zone->get_info(midnight);
   switch (info.result) {
     case date::local_info::unique:
     case date::local_info::ambiguous:  // the earlier of the two midnights
@@ -104,7 +105,23 @@ Date Calendar::startOfDay(Date date) const {
     case date::local_info::nonexistent:  // midnight skipped: the day starts when the gap ends
       return toDate(info.second.begin);
   }
-  return date;
+  return toDate(date::sys_seconds{midnight.time_since_epoch()});
+}
+
+}  // namespace
+
+Date Calendar::startOfDay(Date date) const {
+  if (!inRange(date)) return date;
+  const auto [instant, fraction] = split(date);
+  return firstInstant(zone(), date::floor<date::days>(zone()->to_local(instant)));
+}
+
+std::optional<Date> Calendar::startOfDay(const CalendarDay& day) const {
+  const date::year_month_day ymd{date::year{day.year},
+                                 date::month{static_cast<unsigned>(day.month)},
+                                 date::day{static_cast<unsigned>(day.day)}};
+  if (!ymd.ok() || day.year < 1 || day.year > 9999) return std::nullopt;
+  return firstInstant(zone(), date::local_days{ymd});
 }
 
 std::optional<Date> Calendar::addingDays(int days, Date date) const {
@@ -136,6 +153,25 @@ bool Calendar::isWeekend(Date date) const {
   const auto local = zone()->to_local(split(date).first);
   const date::weekday weekday{date::floor<date::days>(local)};
   return weekday == date::Saturday || weekday == date::Sunday;
+}
+
+std::optional<CalendarDay> CalendarDay::fromKey(std::string_view key) {
+  if (key.size() != 10 || key[4] != '-' || key[7] != '-') return std::nullopt;
+  auto number = [&](size_t from, size_t count) {
+    int value = 0;
+    for (size_t i = from; i < from + count; ++i) {
+      if (key[i] < '0' || key[i] > '9') return -1;
+      value = value * 10 + (key[i] - '0');
+    }
+    return value;
+  };
+  const CalendarDay day{number(0, 4), number(5, 2), number(8, 2)};
+  if (day.year < 1 || day.month < 1 || day.day < 1) return std::nullopt;
+  const date::year_month_day ymd{date::year{day.year},
+                                 date::month{static_cast<unsigned>(day.month)},
+                                 date::day{static_cast<unsigned>(day.day)}};
+  if (!ymd.ok()) return std::nullopt;
+  return day;
 }
 
 std::string Calendar::dayKey(Date date) const {

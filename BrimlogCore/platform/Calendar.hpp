@@ -18,6 +18,10 @@ struct CalendarDay {
   int month = 0;  // 1 to 12
   int day = 0;    // 1 to 31
   bool operator==(const CalendarDay&) const = default;
+
+  /// The day a day key names: "2026-11-24", exactly four, two and two digits, a date that
+  /// exists (no "2026-02-30"). Nothing for any other text.
+  static std::optional<CalendarDay> fromKey(std::string_view key);
 };
 
 /// A Gregorian calendar in one time zone of the system's tz database.
@@ -56,6 +60,9 @@ class Calendar {
 
   /// The first instant of the local day that holds `date`.
   Date startOfDay(Date date) const;
+
+  /// The first instant of the local day `day`; nothing for a day that does not exist.
+  std::optional<Date> startOfDay(const CalendarDay& day) const;
 
   /// The instant `days` local days after `date` at the same local time of day; a local time that
   /// the target day skips moves forward by the length of the gap, and one it repeats takes the

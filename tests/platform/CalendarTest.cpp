@@ -58,6 +58,20 @@ TEST(CalendarTest, DaysAndDayKeysAreLocal) {
   EXPECT_EQ(Calendar::utc().dayKey(at("0999-01-02T00:00:00Z")), "0999-01-02");
 }
 
+// A day key read back names the same day; its start is the zone's, skipped midnights included.
+TEST(CalendarTest, DayKeysReadBackToTheStartOfTheirDay) {
+  EXPECT_EQ(CalendarDay::fromKey("2024-02-29"), (CalendarDay{2024, 2, 29}));
+  for (const char* bad : {"2026-02-29", "2026-13-01", "2026-1-01", "2026-01-01 ", "20260101x",
+                          "0000-01-01", "２026-01-01", ""}) {
+    EXPECT_FALSE(CalendarDay::fromKey(bad)) << bad;
+  }
+  EXPECT_EQ(Calendar::named("Asia/Kathmandu")->startOfDay(CalendarDay{2026, 11, 23}),
+            at("2026-11-22T18:15:00Z"));
+  EXPECT_EQ(Calendar::named("America/Sao_Paulo")->startOfDay(CalendarDay{2018, 11, 4}),
+            at("2018-11-04T03:00:00Z"));
+  EXPECT_FALSE(Calendar::utc().startOfDay(CalendarDay{2026, 2, 30}));
+}
+
 TEST(CalendarTest, ZonesComeFromNamesOrATZValue) {
   EXPECT_FALSE(Calendar::named("Not/A_Zone"));
   EXPECT_EQ(Calendar::named("Europe/Paris")->zoneName(), "Europe/Paris");
