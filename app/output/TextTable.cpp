@@ -9,12 +9,7 @@
 namespace brimlog {
 namespace {
 
-// Characters in UTF-8 text: every byte that does not continue a sequence starts one.
-size_t displayWidth(const std::string& text) {
-  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-  }));
-}
+bool startsCharacter(char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }
 
 std::string grouped(uint64_t value) {
   std::string digits = std::to_string(value);
@@ -29,6 +24,21 @@ std::string grouped(uint64_t value) {
 
 }  // namespace
 
+size_t textWidth(std::string_view text) {
+  return static_cast<size_t>(std::count_if(text.begin(), text.end(), startsCharacter));
+}
+
+std::string shortened(std::string_view text, size_t width) {
+  if (textWidth(text) <= width) return std::string(text);
+  if (width == 0) return {};
+  // Keep the first width - 1 characters whole, then the ellipsis.
+  size_t kept = 0, end = 0;
+  for (; end < text.size(); ++end) {
+    if (startsCharacter(text[end]) && kept++ == width - 1) break;
+  }
+  return std::string(text.substr(0, end)) + "…";
+}
+
 TextTable::TextTable(std::vector<Column> columns) : columns_(std::move(columns)) {}
 
 void TextTable::addRow(std::vector<std::string> cells) {
@@ -38,17 +48,18 @@ void TextTable::addRow(std::vector<std::string> cells) {
 
 void TextTable::addRule() { rows_.emplace_back(); }
 
-std::string TextTable::render() const {
+std::string TextTable::render(std::optional<size_t> width) const {
   std::vector<size_t> widths;
-  for (const Column& column : columns_) widths.push_back(displayWidth(column.heading));
+  for (const Column& column : columns_) widths.push_back(textWidth(column.heading));
   for (const auto& row : rows_) {
-    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], displayWidth(row[i]));
+    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], textWidth(row[i]));
   }
+  if (width) fit(widths, *width);
   auto line = [&](const std::vector<std::string>& cells) {
     std::string out;
     for (size_t i = 0; i < columns_.size(); ++i) {
-      const std::string& cell = cells[i];
-      const std::string pad(widths[i] - displayWidth(cell), ' ');
+      const std::string cell = shortened(cells[i], widths[i]);
+      const std::string pad(widths[i] - textWidth(cell), ' ');
       if (i > 0) out += "  ";
       if (columns_[i].align == right) out += pad;
       out += cell;
@@ -66,6 +77,25 @@ std::string TextTable::render() const {
   std::string out = line(headings) + rule + '\n';
   for (const auto& row : rows_) out += row.empty() ? rule + '\n' : line(row);
   return out;
+}
+
+void TextTable::fit(std::vector<size_t>& widths, size_t width) const {
+  size_t total = 2 * (widths.empty() ? 0 : widths.size() - 1);
+  for (size_t each : widths) total += each;
+  std::vector<size_t> order;
+  for (size_t i = 0; i < columns_.size(); ++i) {
+    if (columns_[i].shortenOrder > 0) order.push_back(i);
+  }
+  std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) {
+    return columns_[a].shortenOrder < columns_[b].shortenOrder;
+  });
+  for (size_t i : order) {
+    if (total <= width) break;
+    const size_t floor = std::min(widths[i], textWidth(columns_[i].heading));
+    const size_t cut = std::min(total - width, widths[i] - floor);
+    widths[i] -= cut;
+    total -= cut;
+  }
 }
 
 std::string formatCount(int64_t value) {

@@ -41,5 +41,47 @@ TEST(TextTableTest, AlignsColumnsByCharactersAndTrimsLineEnds) {
             "Total               $11.00  ü\n");
 }
 
+// Text columns give up width in their order, down to their heading, and end in "…" (one
+// character, counted as one even after UTF-8 text); numbers keep every digit.
+TEST(TextTableTest, FitsAWidthByShorteningTextColumnsInTheirOrder) {
+  TextTable table{{{"Project", TextTable::left, 2},
+                   {"Models", TextTable::left, 1},
+                   {"Tokens", TextTable::right}}};
+  table.addRow({"/home/ana/src/brimlog", "claude-sonnet-4-5, gpt-5", "1,234,567"});
+  table.addRow({"/home/ana/ünïcødé", "m", "1"});
+  const std::string whole =
+      "Project                Models                       Tokens\n"
+      "----------------------------------------------------------\n"
+      "/home/ana/src/brimlog  claude-sonnet-4-5, gpt-5  1,234,567\n"
+      "/home/ana/ünïcødé      m                                 1\n";
+  const struct {
+    const char* name;
+    std::optional<size_t> width;
+    std::string expected;
+  } rows[] = {
+      {"no width: whole values", std::nullopt, whole},
+      {"wide enough", 58, whole},
+      {"the models give way first", 50,
+       "Project                Models               Tokens\n"
+       "--------------------------------------------------\n"
+       "/home/ana/src/brimlog  claude-sonnet-4…  1,234,567\n"
+       "/home/ana/ünïcødé      m                         1\n"},
+      {"then the project", 36,
+       "Project            Models     Tokens\n"
+       "------------------------------------\n"
+       "/home/ana/src/br…  claud…  1,234,567\n"
+       "/home/ana/ünïcødé  m               1\n"},
+      {"never below the headings, never into numbers", 10,
+       "Project  Models     Tokens\n"
+       "--------------------------\n"
+       "/home/…  claud…  1,234,567\n"
+       "/home/…  m               1\n"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(table.render(row.width), row.expected);
+  }
+}
+
 }  // namespace
 }  // namespace brimlog
