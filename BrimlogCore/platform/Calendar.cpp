@@ -148,6 +148,13 @@ CalendarDay Calendar::day(Date date) const {
           static_cast<int>(static_cast<unsigned>(ymd.day()))};
 }
 
+int Calendar::minuteOfDay(Date date) const {
+  if (!inRange(date)) return 0;
+  const auto local = zone()->to_local(split(date).first);
+  return static_cast<int>(
+      date::floor<std::chrono::minutes>(local - date::floor<date::days>(local)).count());
+}
+
 bool Calendar::isWeekend(Date date) const {
   if (!inRange(date)) return false;
   const auto local = zone()->to_local(split(date).first);

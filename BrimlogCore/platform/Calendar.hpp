@@ -72,6 +72,10 @@ class Calendar {
   /// The local year, month and day of `date`.
   CalendarDay day(Date date) const;
 
+  /// The local wall-clock time of `date` in whole minutes since midnight, 0 to 1439 (after a
+  /// change of the clocks, what the clock shows, not the time elapsed since the day began).
+  int minuteOfDay(Date date) const;
+
   /// The local day of `date` as "YYYY-MM-DD" (years below 1000 zero-padded): the key by which
   /// the store and the reports name a day. Such keys compare chronologically as text.
   std::string dayKey(Date date) const;

@@ -58,7 +58,8 @@ TEST(CalendarTest, DaysAndDayKeysAreLocal) {
   EXPECT_EQ(Calendar::utc().dayKey(at("0999-01-02T00:00:00Z")), "0999-01-02");
 }
 
-// A day key read back names the same day; its start is the zone's, skipped midnights included.
+// A day key read back names the same day, which starts as the zone says, skipped midnights and
+// all; the time of day is what the local clock shows.
 TEST(CalendarTest, DayKeysReadBackToTheStartOfTheirDay) {
   EXPECT_EQ(CalendarDay::fromKey("2024-02-29"), (CalendarDay{2024, 2, 29}));
   for (const char* bad : {"2026-02-29", "2026-13-01", "2026-1-01", "2026-01-01 ", "20260101x",
@@ -70,6 +71,11 @@ TEST(CalendarTest, DayKeysReadBackToTheStartOfTheirDay) {
   EXPECT_EQ(Calendar::named("America/Sao_Paulo")->startOfDay(CalendarDay{2018, 11, 4}),
             at("2018-11-04T03:00:00Z"));
   EXPECT_FALSE(Calendar::utc().startOfDay(CalendarDay{2026, 2, 30}));
+
+  // 01:30 comes twice in New York on 2026-11-01; the clock shows it, not 2 h 30 min.
+  const Calendar ny = *Calendar::named("America/New_York");
+  EXPECT_EQ(ny.minuteOfDay(at("2026-11-01T06:30:59Z")), 90);
+  EXPECT_EQ(Calendar::named("Asia/Kathmandu")->minuteOfDay(at("2026-11-22T18:14:00Z")), 1439);
 }
 
 TEST(CalendarTest, ZonesComeFromNamesOrATZValue) {
