@@ -5,8 +5,9 @@
 #include <string>
 
 #include "model/ProviderID.hpp"
-#include "output/ReportFormatter.hpp"
+#include "output/ReportContent.hpp"
 #include "output/StatusLine.hpp"
+#include "platform/Calendar.hpp"
 
 namespace brimlog {
 
@@ -35,9 +36,18 @@ struct StatusOptions {
 };
 
 struct ReportOptions {
-  ReportFormatter::View view = ReportFormatter::View::daily;
+  enum class Form { table, json, csv };
+
+  ReportContent::View view = ReportContent::View::daily;
+  /// How many days up to `until` (or today); not given with `since`.
   int days = 30;
-  bool json = false;
+  /// The first and last day, both included, in the report's zone.
+  std::optional<CalendarDay> since;
+  std::optional<CalendarDay> until;
+  /// Only this tool's usage, and only that of sessions in this project's folder.
+  std::optional<ProviderID> tool;
+  std::optional<std::string> project;
+  Form form = Form::table;
   /// Report what is stored without reading the logs first.
   bool noSync = false;
 };

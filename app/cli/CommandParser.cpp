@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/HelpFormatter.hpp"
 #include "cli/OptionNames.hpp"
 #include "platform/AppVersion.hpp"
 
@@ -86,6 +87,12 @@ int parseFailure(CLI::App& app, const CLI::ParseError& error) {
   return wrongValue ? 1 : 2;
 }
 
+// A command line that parses but asks for two things that exclude each other.
+int usageMistake(std::string_view message) {
+  fmt::print(stderr, "brimlog: {} (see brimlog --help)\n", message);
+  return 2;
+}
+
 }  // namespace
 
 std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
@@ -95,6 +102,7 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
       "cost at API list prices. Without a command it reads new replies, writes the widgets' "
       "snapshot and shows the dashboard, as brimlog status does.",
       "brimlog"};
+  app.formatter(std::make_shared<HelpFormatter>());
   app.set_version_flag("--version", std::string(appVersion()));
   app.require_subcommand(0, 1);
 
@@ -135,13 +143,50 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
 
   ReportOptions& report = command.report;
   std::string view = "daily";
+  std::string since, until, reportTool, project;
+  bool reportJson = false, reportCsv = false;
   CLI::App* reportCommand = app.add_subcommand(
-      "report", "Show the usage and cost of the last days (reads new replies first)");
-  reportCommand->add_option("view", view, "daily, models or tools (default: daily)")
-      ->check(CLI::IsMember({"daily", "models", "tools"}));
-  reportCommand->add_option("--days", report.days, "How many days up to today (default: 30)")
-      ->check(CLI::Range(1, 3650));
-  reportCommand->add_flag("--json", report.json, "Print the summary as JSON");
+      "report", "Show the usage and cost of a run of days (reads new replies first)");
+  std::vector<std::string> views(ReportContent::kViewNames.begin(),
+                                 ReportContent::kViewNames.end());
+  reportCommand
+      ->add_option("view", view,
+                   "daily, weekly (from Monday), monthly, models, tools, sessions, projects or "
+                   "blocks (five-hour windows of activity) (default: daily)")
+      ->check(CLI::IsMember(views));
+  CLI::Option* daysOption =
+      reportCommand
+          ->add_option("--days", report.days, "How many days up to --until or today (default: 30)")
+          ->check(CLI::Range(1, 3650));
+  const CLI::Validator dayKey(
+      [](std::string& value) -> std::string {
+        if (CalendarDay::fromKey(value)) return {};
+        return value + " is not a day as YYYY-MM-DD (such as 2026-11-24)";
+      },
+      "");
+  CLI::Option* sinceOption =
+      reportCommand->add_option("--since", since, "The first day, in --tz (instead of --days)")
+          ->type_name("DATE")
+          ->check(dayKey);
+  CLI::Option* untilOption =
+      reportCommand->add_option("--until", until, "The last day, in --tz (default: today)")
+          ->type_name("DATE")
+          ->check(dayKey);
+  std::vector<std::string> readable;
+  for (ProviderID tool : ProviderID::readableCases) readable.emplace_back(tool.rawValue());
+  CLI::Option* toolOption =
+      reportCommand
+          ->add_option("--tool", reportTool,
+                       "Only this tool's usage: " + ProviderID::readableChoices())
+          ->type_name("TOOL")
+          ->check(CLI::IsMember(readable));
+  CLI::Option* projectOption =
+      reportCommand
+          ->add_option("--project", project,
+                       "Only sessions run in this folder, as the sessions view names it")
+          ->type_name("DIR");
+  reportCommand->add_flag("--json", reportJson, "Print the report as JSON");
+  reportCommand->add_flag("--csv", reportCsv, "Print the rows as comma-separated values");
   reportCommand->add_flag("--no-sync", report.noSync, "Report what is stored; read no logs");
 
   CLI::App* limitsCommand =
@@ -219,7 +264,27 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
     command.kind = ParsedCommand::Kind::limits;
   } else if (reportCommand->parsed()) {
     command.kind = ParsedCommand::Kind::report;
-    report.view = *ReportFormatter::viewNamed(view);
+    report.view = *ReportContent::viewNamed(view);
+    // Options that say the same thing twice are a mistake in the command line (2); days in the
+    // wrong order are a wrong value (1).
+    if (sinceOption->count() > 0 && daysOption->count() > 0) {
+      return usageMistake(
+          "--since and --days cannot be used together: give the first day or how many days");
+    }
+    if (reportJson && reportCsv) {
+      return usageMistake("--json and --csv cannot be used together: choose one form");
+    }
+    report.form = reportJson  ? ReportOptions::Form::json
+                  : reportCsv ? ReportOptions::Form::csv
+                              : ReportOptions::Form::table;
+    if (sinceOption->count() > 0) report.since = CalendarDay::fromKey(since);
+    if (untilOption->count() > 0) report.until = CalendarDay::fromKey(until);
+    if (report.since && report.until && until < since) {
+      fmt::print(stderr, "brimlog: --until {} comes before --since {}\n", until, since);
+      return 1;
+    }
+    if (toolOption->count() > 0) report.tool = ProviderID::readableNamed(reportTool);
+    if (projectOption->count() > 0) report.project = project;
   } else if (statusCommand->parsed()) {
     command.kind = ParsedCommand::Kind::status;
     if (watchOption->count() > 0) status.watch = watchSeconds;

@@ -10,11 +10,15 @@
 #include "output/ClaudeCodeStatus.hpp"
 #include "output/Dashboard.hpp"
 #include "output/LimitsReport.hpp"
+#include "output/ReportFormatter.hpp"
+#include "output/ReportJson.hpp"
 #include "output/Terminal.hpp"
 #include "output/TextTable.hpp"
 #include "state/BackgroundSync.hpp"
 #include "state/ClaudeCodeReading.hpp"
 #include "store/PriceTable.hpp"
+#include "store/SummaryBuilder.hpp"
+#include "store/UsageReport.hpp"
 #include "store/UsageStore.hpp"
 #include "store/UsageSummary.hpp"
 
@@ -34,6 +38,29 @@ std::string readInput(std::FILE* input) {
     text.append(buffer, count);
   }
   return text;
+}
+
+// The report's days: from --since, or --days back from --until or today, to --until or today.
+SummaryWindow reportDays(const ReportOptions& options, Date now, const Calendar& calendar) {
+  const Date today = calendar.startOfDay(now);
+  auto start = [&](const CalendarDay& day, const char* option) {
+    const std::optional<Date> date = calendar.startOfDay(day);
+    if (!date)
+      throw CommandError(fmt::format("{}: no such day in {}", option, calendar.zoneName()));
+    return *date;
+  };
+  const Date last = options.until ? start(*options.until, "--until") : today;
+  if (options.since) {
+    const Date first = start(*options.since, "--since");
+    if (first > last) {
+      throw CommandError(
+          fmt::format("--since {} comes after {}", calendar.dayKey(first),
+                      options.until ? "--until" : "today, " + calendar.dayKey(today)));
+    }
+    return SummaryWindow::between(first, last, calendar);
+  }
+  return SummaryWindow::between(calendar.addingDays(1 - options.days, last).value_or(last), last,
+                                calendar);
 }
 
 }  // namespace
@@ -85,19 +112,63 @@ int Commands::sync(const SyncOptions& options) {
 }
 
 int Commands::report(const ReportOptions& options) {
+  const HostSettings& settings = context_.settings();
+  const Calendar& calendar = settings.calendar;
+  ReportContent content;
+  content.view = options.view;
+  content.now = settings.now;
+  content.tool = options.tool;
+  content.project = options.project;
+  content.window = reportDays(options, settings.now, calendar);
+  content.endsToday = content.window.lastKey == calendar.dayKey(settings.now);
+
   std::optional<SyncLock> lock;
   if (!options.noSync) lock = context_.lockForSync();
   std::shared_ptr<UsageStore> opened =
       context_.store(options.noSync ? CommandContext::Access::read : CommandContext::Access::write);
   if (!options.noSync) context_.ingest();
-  const HostSettings& settings = context_.settings();
-  const UsageSummary summary =
-      opened->summary(options.days, settings.now, settings.calendar, PriceTable::bundled());
-  if (options.json) {
-    fmt::print(context_.out(), "{}\n", summary.toJson(DateForm::iso8601).dump(2));
+  const PriceTable prices = PriceTable::bundled();
+  if (ReportContent::fromSummary(options.view)) {
+    content.summary =
+        opened->summary(content.window, calendar, prices, options.tool, options.project);
   } else {
-    fmt::print(context_.out(), "{}",
-               ReportFormatter::render(summary, options.view, settings.calendar));
+    // The ledger's rows of the report's days, from the first one's start to the next day's.
+    const Date from =
+        content.window.dates.empty() ? content.window.today : content.window.dates.front();
+    const Date to = calendar.startOfDay(
+        calendar.addingDays(1, content.window.today).value_or(content.window.today));
+    const LedgerRows rows = opened->ledger({from, to, options.tool, options.project});
+    switch (options.view) {
+      case ReportContent::View::weekly:
+      case ReportContent::View::monthly:
+        content.periods = UsageReport::periods(rows,
+                                               options.view == ReportContent::View::weekly
+                                                   ? UsageReport::Period::week
+                                                   : UsageReport::Period::month,
+                                               calendar, prices);
+        content.total = UsageReport::total(rows, calendar, prices);
+        break;
+      case ReportContent::View::blocks:
+        content.blocks = UsageReport::blocks(rows, prices, settings.now);
+        break;
+      default:
+        content.sessions = UsageReport::sessions(rows, prices);
+        content.projects = UsageReport::projects(content.sessions);
+    }
+  }
+
+  std::FILE* out = context_.out();
+  switch (options.form) {
+    case ReportOptions::Form::json:
+      fmt::print(out, "{}", ReportJson::write(content, calendar));
+      break;
+    case ReportOptions::Form::csv:
+      fmt::print(out, "{}", ReportFormatter::sheet(content, calendar).csv());
+      break;
+    case ReportOptions::Form::table:
+      fmt::print(
+          out, "{}",
+          ReportFormatter::render(content, calendar, Terminal::tableWidth(out, settings.columns)));
   }
   return 0;
 }

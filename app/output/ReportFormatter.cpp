@@ -2,21 +2,20 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <map>
-#include <optional>
 
 #include "output/TextTable.hpp"
-#include "store/UsageStore.hpp"
 
 namespace brimlog {
 namespace {
 
-std::string cost(std::optional<double> usd, bool approximate) {
-  if (!usd) return "-";
-  return fmt::format("{}{}", approximate ? "~" : "", formatUSD(*usd));
-}
+using Column = ReportSheet::Column;
+using Kind = ReportSheet::Kind;
+using Money = ReportSheet::Money;
+using Value = ReportSheet::Value;
 
-std::string percent(double share) { return fmt::format("{:.1f}%", share * 100); }
+Money money(const UsageReport::Cost& cost) { return {cost.usd, cost.approximate}; }
 
 bool anyApproximate(const UsageSummary& summary) {
   for (const UsageSummary::Tool& tool : summary.tools) {
@@ -25,57 +24,38 @@ bool anyApproximate(const UsageSummary& summary) {
   return false;
 }
 
-std::string notes(const UsageSummary& summary) {
-  std::string out;
-  if (anyApproximate(summary)) {
-    out +=
-        "~ approximate: some usage is priced at a related model's list price or at the cost "
-        "the tool reported.\n";
+// Whether any of the view's costs is approximate, and whether any usage had no price.
+std::pair<bool, bool> marks(const ReportContent& content) {
+  if (ReportContent::fromSummary(content.view)) {
+    return {anyApproximate(content.summary), content.summary.hasUnknownPrices};
   }
-  if (summary.hasUnknownPrices) {
-    out += "Some usage has no known price and is left out of the costs.\n";
-  }
-  return out;
+  UsageReport::Cost all = content.total.cost;
+  for (const auto& row : content.sessions) all += row.cost;
+  for (const auto& row : content.blocks) all += row.cost;
+  return {all.approximate, all.unknown};
 }
 
-}  // namespace
-
-std::optional<ReportFormatter::View> ReportFormatter::viewNamed(std::string_view name) {
-  if (name == "daily") return View::daily;
-  if (name == "models") return View::models;
-  if (name == "tools") return View::tools;
-  return std::nullopt;
-}
-
-std::string ReportFormatter::render(const UsageSummary& summary, View view,
-                                    const Calendar& calendar) {
-  const std::optional<Date> first = calendar.addingDays(
-      -static_cast<int>(std::max<int64_t>(summary.days, 1) - 1), summary.windowEnd);
-  std::string out = fmt::format("Usage of the last {} days, {} to {} ({})\n\n", summary.days,
-                                calendar.dayKey(first.value_or(summary.windowEnd)),
-                                calendar.dayKey(summary.windowEnd), calendar.zoneName());
-  if (summary.tools.empty()) return out + "No usage recorded in this period.\n";
-  switch (view) {
-    case View::daily:
-      out += daily(summary, calendar);
-      break;
-    case View::models:
-      out += models(summary);
-      break;
-    case View::tools:
-      out += tools(summary);
-      break;
+bool empty(const ReportContent& content) {
+  switch (content.view) {
+    case ReportContent::View::weekly:
+    case ReportContent::View::monthly:
+      return content.periods.empty();
+    case ReportContent::View::sessions:
+    case ReportContent::View::projects:
+      return content.sessions.empty();
+    case ReportContent::View::blocks:
+      return content.blocks.empty();
+    default:
+      return content.summary.tools.empty();
   }
-  const std::string extra = notes(summary);
-  return extra.empty() ? out : out + '\n' + extra;
 }
 
-std::string ReportFormatter::daily(const UsageSummary& summary, const Calendar& calendar) {
+void daily(const UsageSummary& summary, const Calendar& calendar, ReportSheet& sheet) {
   // One cost column per tool with data, in the usual tool order.
-  std::vector<ProviderID> providers;
+  std::vector<const UsageSummary::Tool*> tools;
   for (ProviderID provider : ProviderID::allCases) {
     for (const UsageSummary::Tool& tool : summary.tools) {
-      if (tool.provider == provider) providers.push_back(provider);
+      if (tool.provider == provider) tools.push_back(&tool);
     }
   }
   // (day, provider) -> cost, for the days on which the tool was used.
@@ -84,91 +64,258 @@ std::string ReportFormatter::daily(const UsageSummary& summary, const Calendar& 
     if (point.tokens == 0 && point.costUSD == 0) continue;
     costs[{unixSeconds(point.day), point.provider.index()}] += point.costUSD;
   }
-
-  std::vector<TextTable::Column> columns{{"Day", TextTable::left}};
-  for (ProviderID provider : providers) {
-    columns.push_back({std::string(provider.displayName()), TextTable::right});
+  sheet.columns = {{"Day", "day", Kind::day}};
+  for (const UsageSummary::Tool* tool : tools) {
+    sheet.columns.push_back({std::string(tool->provider.displayName()),
+                             std::string(tool->provider.rawValue()) + "USD", Kind::money});
   }
-  columns.push_back({"Sessions", TextTable::right});
-  columns.push_back({"Tokens", TextTable::right});
-  columns.push_back({"Cost", TextTable::right});
-  TextTable table{columns};
+  sheet.columns.push_back({"Sessions", "sessions", Kind::count});
+  sheet.columns.push_back({"Tokens", "tokens", Kind::count});
+  sheet.columns.push_back({"Cost", "costUSD", Kind::money});
 
   for (const UsageSummary::DayRow& row : summary.perDay) {
-    std::vector<std::string> cells{calendar.dayKey(row.day)};
-    for (ProviderID provider : providers) {
-      auto found = costs.find({unixSeconds(row.day), provider.index()});
-      cells.push_back(found == costs.end() ? "" : formatUSD(found->second));
+    std::vector<Value> cells{calendar.dayKey(row.day)};
+    for (const UsageSummary::Tool* tool : tools) {
+      const auto found = costs.find({unixSeconds(row.day), tool->provider.index()});
+      cells.push_back(found == costs.end() ? Value{} : Money{found->second});
     }
-    cells.push_back(formatCount(row.sessions));
-    cells.push_back(formatCount(row.tokens));
-    cells.push_back(formatUSD(row.costUSD));
-    table.addRow(std::move(cells));
+    cells.insert(cells.end(), {row.sessions, row.tokens, Money{row.costUSD}});
+    sheet.rows.push_back(std::move(cells));
   }
-  table.addRule();
-  std::vector<std::string> total{"Total"};
-  for (ProviderID provider : providers) {
-    for (const UsageSummary::Tool& tool : summary.tools) {
-      if (tool.provider == provider) total.push_back(cost(tool.costUSD, tool.approximate));
-    }
-  }
+  sheet.total = {std::string("Total")};
   int64_t tokens = 0;
-  for (const UsageSummary::Tool& tool : summary.tools) tokens += tool.tokens;
-  total.push_back(formatCount(summary.sessions));
-  total.push_back(formatCount(tokens));
-  total.push_back(cost(summary.totalCostUSD, anyApproximate(summary)));
-  table.addRow(std::move(total));
-  return table.render();
+  for (const UsageSummary::Tool* tool : tools) {
+    sheet.total.push_back(Money{tool->costUSD, tool->approximate});
+    tokens += tool->tokens;
+  }
+  sheet.total.insert(sheet.total.end(), {summary.sessions, tokens,
+                                         Money{summary.totalCostUSD, anyApproximate(summary)}});
 }
 
-std::string ReportFormatter::models(const UsageSummary& summary) {
-  TextTable table{{{"Tool", TextTable::left},
-                   {"Model", TextTable::left},
-                   {"Input", TextTable::right},
-                   {"Cache read", TextTable::right},
-                   {"Cache write", TextTable::right},
-                   {"Output", TextTable::right},
-                   {"Reasoning", TextTable::right},
-                   {"Cost", TextTable::right},
-                   {"Share", TextTable::right}}};
+void models(const UsageSummary& summary, ReportSheet& sheet) {
+  sheet.columns = {{"Tool", "tool", Kind::tool},
+                   {"Model", "model", Kind::text, 1},
+                   {"Input", "input", Kind::count},
+                   {"Cache read", "cacheRead", Kind::count},
+                   {"Cache write", "cacheWrite", Kind::count},
+                   {"Output", "output", Kind::count},
+                   {"Reasoning", "reasoning", Kind::count},
+                   {"Cost", "costUSD", Kind::money},
+                   Column::dataOnly("approximate", Kind::flag),
+                   {"Share", "costShare", Kind::share}};
   for (const UsageSummary::ModelRow& row : summary.models) {
-    table.addRow({std::string(row.provider.displayName()), row.model,
-                  formatCount(row.tokens.uncachedInput), formatCount(row.tokens.cacheRead),
-                  formatCount(row.tokens.cacheWrite()), formatCount(row.tokens.output),
-                  formatCount(row.tokens.reasoning), cost(row.costUSD, row.approximate),
-                  percent(row.costShare)});
+    const TokenCounts& t = row.tokens;
+    sheet.rows.push_back({row.provider, row.model, t.uncachedInput, t.cacheRead, t.cacheWrite(),
+                          t.output, t.reasoning, Money{row.costUSD, row.approximate},
+                          row.approximate, row.costShare});
   }
-  table.addRule();
   const TokenCounts& t = summary.tokens;
-  table.addRow({"Total", "", formatCount(t.uncachedInput), formatCount(t.cacheRead),
-                formatCount(t.cacheWrite()), formatCount(t.output), formatCount(t.reasoning),
-                cost(summary.totalCostUSD, anyApproximate(summary)), "100.0%"});
-  std::string out = table.render();
-  if (summary.cacheSavingsUSD > 0) {
-    out += fmt::format("\nPrompt caching saved {} at list prices.\n",
-                       formatUSD(summary.cacheSavingsUSD));
-  }
-  return out;
+  sheet.total = {std::string("Total"),
+                 std::string(),
+                 t.uncachedInput,
+                 t.cacheRead,
+                 t.cacheWrite(),
+                 t.output,
+                 t.reasoning,
+                 Money{summary.totalCostUSD, anyApproximate(summary)},
+                 Value{},
+                 std::string("100.0%")};
 }
 
-std::string ReportFormatter::tools(const UsageSummary& summary) {
-  TextTable table{{{"Tool", TextTable::left},
-                   {"Sessions", TextTable::right},
-                   {"Tokens", TextTable::right},
-                   {"Token share", TextTable::right},
-                   {"Cost", TextTable::right},
-                   {"Cost share", TextTable::right}}};
+void tools(const UsageSummary& summary, ReportSheet& sheet) {
+  sheet.columns = {{"Tool", "tool", Kind::tool},
+                   {"Sessions", "sessions", Kind::count},
+                   {"Tokens", "tokens", Kind::count},
+                   {"Token share", "tokenShare", Kind::share},
+                   {"Cost", "costUSD", Kind::money},
+                   Column::dataOnly("approximate", Kind::flag),
+                   {"Cost share", "costShare", Kind::share}};
   int64_t tokens = 0;
   for (const UsageSummary::Tool& tool : summary.tools) {
-    table.addRow({std::string(tool.provider.displayName()), formatCount(tool.sessions),
-                  formatCount(tool.tokens), percent(tool.tokenShare),
-                  cost(tool.costUSD, tool.approximate), percent(tool.costShare)});
+    sheet.rows.push_back({tool.provider, tool.sessions, tool.tokens, tool.tokenShare,
+                          Money{tool.costUSD, tool.approximate}, tool.approximate, tool.costShare});
     tokens += tool.tokens;
   }
-  table.addRule();
-  table.addRow({"Total", formatCount(summary.sessions), formatCount(tokens), "100.0%",
-                cost(summary.totalCostUSD, anyApproximate(summary)), "100.0%"});
-  return table.render();
+  sheet.total = {std::string("Total"),
+                 summary.sessions,
+                 tokens,
+                 std::string("100.0%"),
+                 Money{summary.totalCostUSD, anyApproximate(summary)},
+                 Value{},
+                 std::string("100.0%")};
+}
+
+// The columns every ledger view ends with.
+void addFigures(ReportSheet& sheet) {
+  sheet.columns.push_back({"Tokens", "tokens", Kind::count});
+  sheet.columns.push_back({"Cost", "costUSD", Kind::money});
+  sheet.columns.push_back(Column::dataOnly("approximate", Kind::flag));
+}
+
+void periods(const ReportContent& content, ReportSheet& sheet) {
+  const bool weeks = content.view == ReportContent::View::weekly;
+  sheet.columns = {{weeks ? "Week" : "Month", weeks ? "week" : "month", Kind::day},
+                   {"Sessions", "sessions", Kind::count}};
+  addFigures(sheet);
+  for (const UsageReport::Period& period : content.periods) {
+    sheet.rows.push_back(
+        {period.key, period.sessions, period.tokens, money(period.cost), period.cost.approximate});
+  }
+  const UsageReport::Period& total = content.total;
+  sheet.total = {std::string("Total"), total.sessions, total.tokens, money(total.cost)};
+}
+
+// A session's replies as one cell: "2026-11-20 09:30–11:45", the second day given only when it
+// differs.
+std::string activeText(Date first, Date last, const Calendar& calendar) {
+  const std::string firstDay = calendar.dayKey(first), lastDay = calendar.dayKey(last);
+  return fmt::format("{} {}–{}{}", firstDay, formatClock(first, calendar),
+                     firstDay == lastDay ? "" : lastDay + " ", formatClock(last, calendar));
+}
+
+void sessions(const ReportContent& content, const Calendar& calendar, ReportSheet& sheet) {
+  sheet.columns = {{"Tool", "tool", Kind::tool},
+                   Column::dataOnly("session", Kind::text),
+                   {"Project", "project", Kind::text, 2, "(unknown)"},
+                   Column::tableOnly("Active"),
+                   Column::dataOnly("firstReply", Kind::time),
+                   Column::dataOnly("lastReply", Kind::time),
+                   {"Models", "models", Kind::names, 1}};
+  addFigures(sheet);
+  int64_t tokens = 0;
+  UsageReport::Cost cost;
+  for (const UsageReport::Session& session : content.sessions) {
+    sheet.rows.push_back({session.provider, session.sessionID,
+                          session.project.empty() ? Value{} : session.project,
+                          activeText(session.firstReply, session.lastReply, calendar),
+                          session.firstReply, session.lastReply, session.models, session.tokens,
+                          money(session.cost), session.cost.approximate});
+    tokens += session.tokens;
+    cost += session.cost;
+  }
+  sheet.total = {std::string("Total"), Value{}, Value{}, Value{}, Value{}, Value{}, Value{}, tokens,
+                 money(cost)};
+}
+
+void projects(const ReportContent& content, ReportSheet& sheet) {
+  sheet.columns = {{"Project", "project", Kind::text, 1, "(unknown)"},
+                   {"Tools", "tools", Kind::tools},
+                   {"Sessions", "sessions", Kind::count}};
+  addFigures(sheet);
+  sheet.columns.push_back({"Last active", "lastActive", Kind::time});
+  int64_t sessions = 0, tokens = 0;
+  UsageReport::Cost cost;
+  for (const UsageReport::Project& project : content.projects) {
+    sheet.rows.push_back({project.project.empty() ? Value{} : project.project, project.tools,
+                          project.sessions, project.tokens, money(project.cost),
+                          project.cost.approximate, project.lastActive});
+    sessions += project.sessions;
+    tokens += project.tokens;
+    cost += project.cost;
+  }
+  sheet.total = {std::string("Total"), Value{}, sessions, tokens, money(cost)};
+}
+
+void blocks(const ReportContent& content, ReportSheet& sheet) {
+  sheet.columns = {{"Start", "start", Kind::time},
+                   {"End", "end", Kind::clock},
+                   {"Models", "models", Kind::names, 1},
+                   {"Sessions", "sessions", Kind::count}};
+  addFigures(sheet);
+  sheet.columns.push_back(Column::tableOnly(""));
+  sheet.columns.push_back(Column::dataOnly("active", Kind::flag));
+  sheet.columns.push_back(Column::dataOnly("burnRateUSDPerHour", Kind::money));
+  sheet.columns.push_back(Column::dataOnly("tokensPerHour", Kind::count));
+  sheet.columns.push_back(Column::dataOnly("projectedCostUSD", Kind::money));
+  for (const UsageReport::Block& block : content.blocks) {
+    std::vector<Value> row{block.start,  block.end,         block.models,          block.sessions,
+                           block.tokens, money(block.cost), block.cost.approximate};
+    if (block.burn) {
+      row.insert(row.end(), {std::string("active"), true, Money{block.burn->usdPerHour},
+                             static_cast<int64_t>(std::llround(block.burn->tokensPerHour)),
+                             Money{block.burn->projectedUSD}});
+    } else {
+      row.insert(row.end(), {Value{}, false});
+    }
+    sheet.rows.push_back(std::move(row));
+  }
+}
+
+std::string title(const ReportContent& content, const Calendar& calendar) {
+  const SummaryWindow& window = content.window;
+  std::string out = fmt::format(
+      "Usage of {}{} day{}, {} to {} ({})", content.endsToday ? "the last " : "", window.days,
+      window.days == 1 ? "" : "s", window.firstKey, window.lastKey, calendar.zoneName());
+  if (content.tool || content.project) {
+    out += "; only ";
+    if (content.tool) out += content.tool->displayName();
+    if (content.tool && content.project) out += " in ";
+    if (content.project) out += *content.project;
+  }
+  return out + "\n\n";
+}
+
+std::string notes(const ReportContent& content, const Calendar& calendar) {
+  std::string out;
+  if (content.view == ReportContent::View::models && content.summary.cacheSavingsUSD > 0) {
+    out += fmt::format("\nPrompt caching saved {} at list prices.\n",
+                       formatUSD(content.summary.cacheSavingsUSD));
+  }
+  for (const UsageReport::Block& block : content.blocks) {
+    if (!block.burn || content.view != ReportContent::View::blocks) continue;
+    out += fmt::format(
+        "\nThe active block, until {}, spends {} and {} tokens an hour: {} by its end at this "
+        "rate.\n",
+        formatClock(block.end, calendar), formatUSD(block.burn->usdPerHour),
+        formatCount(std::llround(block.burn->tokensPerHour)), formatUSD(block.burn->projectedUSD));
+  }
+  const auto [approximate, unknown] = marks(content);
+  std::string marked;
+  if (approximate) {
+    marked +=
+        "~ approximate: some usage is priced at a related model's list price or at the cost "
+        "the tool reported.\n";
+  }
+  if (unknown) marked += "Some usage has no known price and is left out of the costs.\n";
+  return marked.empty() ? out : out + '\n' + marked;
+}
+
+}  // namespace
+
+ReportSheet ReportFormatter::sheet(const ReportContent& content, const Calendar& calendar) {
+  ReportSheet sheet;
+  switch (content.view) {
+    case View::daily:
+      daily(content.summary, calendar, sheet);
+      break;
+    case View::models:
+      models(content.summary, sheet);
+      break;
+    case View::tools:
+      tools(content.summary, sheet);
+      break;
+    case View::weekly:
+    case View::monthly:
+      periods(content, sheet);
+      break;
+    case View::sessions:
+      sessions(content, calendar, sheet);
+      break;
+    case View::projects:
+      projects(content, sheet);
+      break;
+    case View::blocks:
+      blocks(content, sheet);
+      break;
+  }
+  return sheet;
+}
+
+std::string ReportFormatter::render(const ReportContent& content, const Calendar& calendar,
+                                    std::optional<size_t> width) {
+  const std::string heading = title(content, calendar);
+  if (empty(content)) return heading + "No usage recorded in this period.\n";
+  return heading + sheet(content, calendar).table(calendar, width) + notes(content, calendar);
 }
 
 }  // namespace brimlog

@@ -1,31 +1,29 @@
 #pragma once
 
+#include <optional>
 #include <string>
-#include <string_view>
 
+#include "output/ReportContent.hpp"
+#include "output/ReportSheet.hpp"
 #include "platform/Calendar.hpp"
-#include "store/UsageSummary.hpp"
 
 namespace brimlog {
 
-/// The `brimlog report` views of a usage summary, as aligned plain-text tables with a total row.
-/// Costs are list-price dollars with cents; a "~" before a cost marks it approximate (a borrowed
-/// price or a cost the tool reported), and "-" stands for usage with no known price.
+/// The `brimlog report` views: each as a sheet of named columns (see `ReportSheet`), and as the
+/// text a person reads: a title line, the view's table (with a total row where one adds up), and
+/// notes on approximate or unknown costs. Costs are list-price dollars with cents; a "~" before
+/// a cost marks it approximate (a borrowed price or a cost the tool reported), and "-" stands for
+/// usage with no known price.
 class ReportFormatter {
  public:
-  enum class View { daily, models, tools };
+  using View = ReportContent::View;
 
-  /// "daily", "models" or "tools".
-  static std::optional<View> viewNamed(std::string_view name);
+  /// The view's columns and rows. Days and times are those of `calendar`, the report's zone.
+  static ReportSheet sheet(const ReportContent& content, const Calendar& calendar);
 
-  /// The title line, the table of the view, and notes on approximate or unknown costs. Days are
-  /// shown in `calendar`, the one the summary was built with.
-  static std::string render(const UsageSummary& summary, View view, const Calendar& calendar);
-
- private:
-  static std::string daily(const UsageSummary& summary, const Calendar& calendar);
-  static std::string models(const UsageSummary& summary);
-  static std::string tools(const UsageSummary& summary);
+  /// The title line, the table (fitted to `width` when given) and the notes.
+  static std::string render(const ReportContent& content, const Calendar& calendar,
+                            std::optional<size_t> width = std::nullopt);
 };
 
 }  // namespace brimlog

@@ -13,4 +13,11 @@ int Terminal::width(std::FILE* stream) {
   return 80;
 }
 
+std::optional<size_t> Terminal::tableWidth(std::FILE* stream, std::optional<int> columns) {
+  if (!isTerminal(stream)) return std::nullopt;
+  winsize size{};
+  if (::ioctl(::fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+  return static_cast<size_t>(columns.value_or(80));
+}
+
 }  // namespace brimlog

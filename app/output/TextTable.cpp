@@ -111,6 +111,11 @@ std::string formatUSD(double value) {
   return fmt::format("{}${}.{:02}", value < 0 && cents > 0 ? "-" : "", grouped(whole), rest);
 }
 
+std::string formatClock(Date date, const Calendar& calendar) {
+  const int minute = calendar.minuteOfDay(date);
+  return fmt::format("{:02d}:{:02d}", minute / 60, minute % 60);
+}
+
 std::string formatBytes(int64_t bytes) {
   static constexpr const char* kUnits[] = {"B", "KB", "MB", "GB"};
   double value = static_cast<double>(bytes);

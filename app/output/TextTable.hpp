@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/Calendar.hpp"
+
 namespace brimlog {
 
 /// A plain-text table with aligned columns, for terminals and for pasting into notes.
@@ -63,6 +65,8 @@ std::string shortened(std::string_view text, size_t width);
 std::string formatCount(int64_t value);
 /// 1234.5 as "$1,234.50"; negative amounts as "-$3.00".
 std::string formatUSD(double value);
+/// The local time of day of `date` in `calendar`, as "09:30".
+std::string formatClock(Date date, const Calendar& calendar);
 /// 12.3456 (bytes) as "12 B", 1536 as "1.5 KB", up to "GB".
 std::string formatBytes(int64_t bytes);
 

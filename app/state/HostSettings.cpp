@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -95,6 +96,14 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
 
   const std::optional<std::string> noColor = environment("NO_COLOR");
   settings.noColor = noColor && !noColor->empty();
+  if (const std::optional<std::string> columns = environment("COLUMNS")) {
+    int value = 0;
+    const auto [end, error] =
+        std::from_chars(columns->data(), columns->data() + columns->size(), value);
+    if (error == std::errc{} && end == columns->data() + columns->size() && value > 0) {
+      settings.columns = value;
+    }
+  }
 
   auto nonEmpty = [&](const char* name) -> std::optional<std::string> {
     auto value = environment(name);

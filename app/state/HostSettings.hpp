@@ -54,6 +54,8 @@ struct HostSettings {
   std::filesystem::path stateFolder;
   /// NO_COLOR is set (to anything but the empty text): draw without colours.
   bool noColor = false;
+  /// COLUMNS as set to a positive number: the terminal's width when the terminal cannot tell.
+  std::optional<int> columns;
   /// The brimlog executable, started again for background syncs.
   std::filesystem::path executable = "/proc/self/exe";
   /// BRIMLOG_CLAUDE_USAGE_URL and BRIMLOG_CODEX_USAGE_URL as set; checked when limits are asked.

@@ -20,6 +20,7 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <sstream>
 
 #include "display/SnapshotStore.hpp"
 #include "platform/Json.hpp"
@@ -217,18 +218,54 @@ TEST_F(BrimlogCommandTest, SyncsThenReportsInTheGivenZone) {
   EXPECT_THAT(report.output, HasSubstr("~$2.50"));  // Grok's reported cost
   EXPECT_THAT(report.output, HasSubstr("Claude"));
 
-  // --json prints the stored summary.
+  // --json prints the summary with its days as dates, and only the days a tool was used.
   CommandRun models = brimlog(withHome({"report", "models", "--days", "7", "--json"}));
   ASSERT_EQ(models.status, 0) << models.output;
   const Json printed = Json::parse(models.output);
-
-  UsageStore store{db()};
-  const UsageSummary stored =
-      store.summary(7, *parseISO8601("2026-11-20T12:00:00Z"), *Calendar::named("Europe/Berlin"),
-                    PriceTable::bundled());
-  EXPECT_EQ(printed, json::parse(json::dump(stored.toJson(DateForm::iso8601))));
   EXPECT_EQ(printed["days"], 7);
+  EXPECT_EQ(printed["windowEnd"], "2026-11-20");
   EXPECT_EQ(printed["tools"].size(), 2u);
+  EXPECT_EQ(printed["daily"], Json::parse(R"([
+      {"day": "2026-11-20", "provider": "claude", "tokens": 3000, "costUSD": 0.033},
+      {"day": "2026-11-18", "provider": "grok", "tokens": 600, "costUSD": 2.5}])"));
+  EXPECT_EQ(printed["totalCostUSD"], 2.533);  // to the millionth, as written
+
+  // The same days as comma-separated values, a column per tool.
+  CommandRun csv = brimlog(withHome({"report", "--no-sync", "--csv", "--since", "2026-11-18"}));
+  ASSERT_EQ(csv.status, 0) << csv.output;
+  EXPECT_EQ(csv.output,
+            "day,claudeUSD,grokUSD,sessions,tokens,costUSD\n"
+            "2026-11-18,,2.5,1,600,2.5\n"
+            "2026-11-20,0.033,,1,3000,0.033\n");
+}
+
+// The views of the ledger, in each form, with the filters and days they were asked for (their
+// figures are UsageReportTest's).
+TEST_F(BrimlogCommandTest, ReportsTheLedgerViewsInEveryForm) {
+  writeSampleHome();
+  ASSERT_EQ(brimlog(withHome({"sync", "--offline"})).status, 0);
+
+  CommandRun weeks = brimlog(withHome({"report", "weekly", "--no-sync", "--csv"}));
+  ASSERT_EQ(weeks.status, 0) << weeks.output;
+  EXPECT_THAT(weeks.output, ::testing::StartsWith("week,sessions,tokens,costUSD,approximate\n"));
+
+  CommandRun sessions = brimlog(withHome({"report", "sessions", "--no-sync", "--json", "--tool",
+                                          "claude", "--project", "/work/a, b", "--days", "3"}));
+  ASSERT_EQ(sessions.status, 0) << sessions.output;
+  const Json json = Json::parse(sessions.output);
+  EXPECT_EQ(json["view"], "sessions");
+  EXPECT_EQ(json["tool"], "claude");
+  EXPECT_EQ(json["project"], "/work/a, b");
+  EXPECT_EQ(json["firstDay"], "2026-11-18");
+  EXPECT_EQ(json["lastDay"], "2026-11-20");
+  EXPECT_EQ(json["timeZone"], "Europe/Berlin");
+  EXPECT_TRUE(json["rows"].is_array());
+
+  CommandRun blocks = brimlog(withHome(
+      {"report", "blocks", "--no-sync", "--since", "2026-11-18", "--until", "2026-11-19"}));
+  ASSERT_EQ(blocks.status, 0) << blocks.output;
+  EXPECT_THAT(blocks.output,
+              ::testing::StartsWith("Usage of 2 days, 2026-11-18 to 2026-11-19 (Europe/Berlin)\n"));
 }
 
 TEST_F(BrimlogCommandTest, TellsWhatIsWrongInOneLineWithTheDocumentedStatus) {
@@ -245,7 +282,22 @@ TEST_F(BrimlogCommandTest, TellsWhatIsWrongInOneLineWithTheDocumentedStatus) {
       {"unknown command", {"weekly"}, 2, "weekly"},
       {"days out of range", {"report", "--days", "0"}, 1, "--days"},
       {"days not a number", {"report", "--days", "x"}, 1, "--days"},
-      {"unknown view", {"report", "weekly"}, 1, "weekly"},
+      {"unknown view", {"report", "yearly"}, 1, "yearly"},
+      {"since with days",
+       {"report", "--since", "2026-11-01", "--days", "3"},
+       2,
+       "--since and --days cannot be used together"},
+      {"json with csv", {"report", "--json", "--csv"}, 2, "--json and --csv cannot be used"},
+      {"no such day", {"report", "--until", "2026-02-30"}, 1, "2026-02-30 is not a day as"},
+      {"days the wrong way round",
+       {"report", "--since", "2026-11-20", "--until", "2026-11-01"},
+       1,
+       "--until 2026-11-01 comes before --since 2026-11-20"},
+      {"since after today",
+       {"report", "--since", "2026-11-21", "--now", "2026-11-20T12:00:00Z"},
+       1,
+       "--since 2026-11-21 comes after today, 2026-11-20"},
+      {"a tool not read here", {"report", "--tool", "cursor"}, 1, "--tool"},
       {"unknown zone", {"report", "--tz", "Mars/Olympus_Mons"}, 1, "unknown time zone"},
       {"bad instant", {"report", "--now", "yesterday"}, 1, "--now yesterday: not an ISO 8601"},
       {"missing home", {"report", "--home", (dir() / "nowhere").string()}, 1, "--home"},
@@ -284,6 +336,18 @@ TEST_F(BrimlogCommandTest, TellsWhatIsWrongInOneLineWithTheDocumentedStatus) {
   EXPECT_EQ(help.status, 0);
   EXPECT_THAT(help.output, HasSubstr("--days"));
   EXPECT_THAT(help.output, HasSubstr("--home"));  // shared options are listed too
+  // Every help fits 80 columns.
+  for (const char* command : {"", "sync", "status", "report", "limits", "daemon", "line"}) {
+    SCOPED_TRACE(command);
+    const CommandRun text = brimlog(*command ? std::vector<std::string>{command, "--help"}
+                                             : std::vector<std::string>{"--help"});
+    std::istringstream lines(text.output);
+    for (std::string line; std::getline(lines, line);) {
+      EXPECT_LE(std::count_if(line.begin(), line.end(), [](char c) { return (c & 0xC0) != 0x80; }),
+                80)
+          << line;
+    }
+  }
 }
 
 // Claude Code's folders come from CLAUDE_CONFIG_DIR and Codex's from CODEX_HOME, for the logs and

@@ -8,7 +8,19 @@
 namespace brimlog {
 namespace {
 
-using View = ReportFormatter::View;
+using View = ReportContent::View;
+
+// A report of `summary`'s days, which end today.
+ReportContent contentOf(const UsageSummary& summary, View view, const Calendar& calendar) {
+  ReportContent content;
+  content.view = view;
+  content.summary = summary;
+  content.window = SummaryWindow::between(
+      calendar.addingDays(1 - static_cast<int>(summary.days), summary.windowEnd)
+          .value_or(summary.windowEnd),
+      summary.windowEnd, calendar);
+  return content;
+}
 
 const Calendar newYork = *Calendar::named("America/New_York");
 
@@ -67,7 +79,8 @@ TEST(ReportFormatterTest, ViewsMatchTheirExpectedFiles) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     EXPECT_TRUE(testing::matchesExpectedFile(
-        row.name, ReportFormatter::render(row.summary, row.view, row.calendar)));
+        row.name,
+        ReportFormatter::render(contentOf(row.summary, row.view, row.calendar), row.calendar)));
   }
 }
 

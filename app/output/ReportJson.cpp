@@ -1,0 +1,95 @@
+#include "output/ReportJson.hpp"
+
+#include "output/ReportFormatter.hpp"
+
+namespace brimlog {
+namespace {
+
+// Replaces the instant under "day" of each entry by its day key, keeping the entries `keep` lets
+// through.
+template <typename Point, typename Keep>
+Json asDays(const Json& list, const std::vector<Point>& points, const Calendar& calendar,
+            Keep keep) {
+  Json out = Json::array();
+  for (size_t i = 0; i < points.size() && i < list.size(); ++i) {
+    if (!keep(points[i])) continue;
+    Json entry = list[i];
+    entry["day"] = calendar.dayKey(points[i].day);
+    out.push_back(std::move(entry));
+  }
+  return out;
+}
+
+Json summaryJson(const UsageSummary& summary, const Calendar& calendar) {
+  Json json = summary.toJson(DateForm::iso8601);
+  json["windowEnd"] = calendar.dayKey(summary.windowEnd);
+  json["daily"] = asDays(json["daily"], summary.daily, calendar,
+                         [](const auto& point) { return point.tokens != 0 || point.costUSD != 0; });
+  json["perDay"] =
+      asDays(json["perDay"], summary.perDay, calendar, [](const auto&) { return true; });
+  return json;
+}
+
+Json ledgerJson(const ReportContent& content, const Calendar& calendar) {
+  Json json = {{"view", ReportContent::nameOf(content.view)},
+               {"days", content.window.days},
+               {"firstDay", content.window.firstKey},
+               {"lastDay", content.window.lastKey},
+               {"timeZone", calendar.zoneName()}};
+  if (content.tool) json["tool"] = content.tool->rawValue();
+  if (content.project) json["project"] = *content.project;
+  json["rows"] = ReportFormatter::sheet(content, calendar).rowsJson();
+
+  UsageReport::Cost cost;
+  int64_t tokens = 0;
+  std::optional<int64_t> sessions;
+  switch (content.view) {
+    case ReportContent::View::weekly:
+    case ReportContent::View::monthly:
+      cost = content.total.cost;
+      tokens = content.total.tokens;
+      sessions = content.total.sessions;
+      break;
+    case ReportContent::View::blocks:
+      for (const auto& block : content.blocks) {
+        cost += block.cost;
+        tokens += block.tokens;
+      }
+      break;
+    default:
+      for (const auto& session : content.sessions) {
+        cost += session.cost;
+        tokens += session.tokens;
+      }
+      sessions = static_cast<int64_t>(content.sessions.size());
+  }
+  if (sessions) json["sessions"] = *sessions;
+  json["tokens"] = tokens;
+  json["totalCostUSD"] = json::finite(cost.usd.value_or(0), "totalCostUSD");
+  json["hasUnknownPrices"] = cost.unknown;
+  return json;
+}
+
+// Every fractional number to the millionth, wherever it is.
+void round(Json& json) {
+  if (json.is_number_float()) {
+    json = moneyFigure(json.get<double>());
+  } else if (json.is_structured()) {
+    for (Json& item : json) round(item);
+  }
+}
+
+}  // namespace
+
+Json ReportJson::of(const ReportContent& content, const Calendar& calendar) {
+  if (ReportContent::fromSummary(content.view)) return summaryJson(content.summary, calendar);
+  return ledgerJson(content, calendar);
+}
+
+std::string ReportJson::write(const ReportContent& content, const Calendar& calendar) {
+  Json json = of(content, calendar);
+  round(json);
+  return json.dump(2) + '\n';
+}
+
+}  // namespace brimlog
