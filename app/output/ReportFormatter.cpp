@@ -166,11 +166,15 @@ void periods(const ReportContent& content, ReportSheet& sheet) {
 }
 
 // A session's replies as one cell: "2026-11-20 09:30–11:45", the second day given only when it
-// differs.
+// differs, and one time for replies within a minute.
 std::string activeText(Date first, Date last, const Calendar& calendar) {
   const std::string firstDay = calendar.dayKey(first), lastDay = calendar.dayKey(last);
-  return fmt::format("{} {}–{}{}", firstDay, formatClock(first, calendar),
-                     firstDay == lastDay ? "" : lastDay + " ", formatClock(last, calendar));
+  const std::string from = formatClock(first, calendar), to = formatClock(last, calendar);
+  if (firstDay == lastDay) {
+    return from == to ? fmt::format("{} {}", firstDay, from)
+                      : fmt::format("{} {}–{}", firstDay, from, to);
+  }
+  return fmt::format("{} {}–{} {}", firstDay, from, lastDay, to);
 }
 
 void sessions(const ReportContent& content, const Calendar& calendar, ReportSheet& sheet) {
@@ -263,11 +267,10 @@ std::string notes(const ReportContent& content, const Calendar& calendar) {
   }
   for (const UsageReport::Block& block : content.blocks) {
     if (!block.burn || content.view != ReportContent::View::blocks) continue;
-    out += fmt::format(
-        "\nThe active block, until {}, spends {} and {} tokens an hour: {} by its end at this "
-        "rate.\n",
-        formatClock(block.end, calendar), formatUSD(block.burn->usdPerHour),
-        formatCount(std::llround(block.burn->tokensPerHour)), formatUSD(block.burn->projectedUSD));
+    out += fmt::format("\nActive block: {} and {} tokens an hour so far; {} by {} at this rate.\n",
+                       formatUSD(block.burn->usdPerHour),
+                       formatCount(std::llround(block.burn->tokensPerHour)),
+                       formatUSD(block.burn->projectedUSD), formatClock(block.end, calendar));
   }
   const auto [approximate, unknown] = marks(content);
   std::string marked;

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "output/ReportFormatter.hpp"
+#include "output/ReportJson.hpp"
+#include "store/UsageReport.hpp"
 #include "store/UsageStore.hpp"
 #include "store/UsageSummary.hpp"
 #include "support/ExpectedFile.hpp"
@@ -82,6 +84,91 @@ TEST(ReportFormatterTest, ViewsMatchTheirExpectedFiles) {
         row.name,
         ReportFormatter::render(contentOf(row.summary, row.view, row.calendar), row.calendar)));
   }
+}
+
+// Two weeks of a ledger in Berlin: Claude and Codex in one project, Grok in a folder its log does
+// not name, Claude again in a folder with a comma and quotes in its name; the report is made at
+// 17:20 on 2026-11-24, inside the last block of activity.
+ReportContent ledgerReport(View view) {
+  const auto price = [](double input, double output, std::optional<std::string> proxy = {}) {
+    return ModelPrice{input, output, input / 10, input * 1.25, input * 2, proxy, "t", "2026-01-01"};
+  };
+  const PriceTable prices{{{"claude-sonnet-4-5", price(3, 15)},
+                           {"claude-opus-4-6", price(5, 25)},
+                           {"gpt-5-mini", price(0.25, 2, "gpt-5")}}};
+  const Calendar berlin = *Calendar::named("Europe/Berlin");
+  struct Reply {
+    const char* at;
+    int64_t session;
+    const char* model;
+    TokenCounts tokens;
+    std::optional<double> reportedUSD = std::nullopt;
+  };
+  const std::vector<Reply> replies = {
+      {"2026-11-16T08:10:00Z", 1, "claude-sonnet-4-5", {4'000, 310'000, 12'000, 0, 6'100, 0}},
+      {"2026-11-16T09:40:00Z", 1, "claude-opus-4-6", {1'200, 90'000, 0, 8'000, 2'300, 0}},
+      {"2026-11-18T21:30:00Z", 2, "gpt-5-mini", {120'000, 600'000, 0, 0, 9'000, 4'000}},
+      {"2026-11-22T23:15:00Z", 3, "grok-code-fast-1", {30'000, 0, 0, 0, 2'000, 500}, 0.0425},
+      {"2026-11-24T13:05:00Z", 4, "claude-sonnet-4-5", {9'000, 1'250'000, 40'000, 0, 14'000, 0}},
+      {"2026-11-24T15:50:00Z", 4, "claude-opus-4-6", {2'000, 400'000, 0, 0, 5'000, 0}},
+  };
+  const std::vector<std::tuple<ProviderID, const char*, const char*>> sessions = {
+      {ProviderID::claude, "5e55-0001", "/home/ana/src/harbor"},
+      {ProviderID::codex, "019a-0002", "/home/ana/src/harbor"},
+      {ProviderID::grok, "g-0003", ""},
+      {ProviderID::claude, "5e55-0004", "/home/ana/notes/a, \"b\" and c"}};
+  LedgerRows rows;
+  rows.from = *berlin.startOfDay(CalendarDay{2026, 11, 11});
+  rows.to = *berlin.startOfDay(CalendarDay{2026, 11, 25});
+  for (size_t i = 0; i < sessions.size(); ++i) {
+    LedgerSession session;
+    session.id = static_cast<int64_t>(i + 1);
+    std::tie(session.provider, session.sessionID, session.project) = sessions[i];
+    rows.sessions.push_back(session);
+  }
+  for (const Reply& reply : replies) {
+    const Date at = *parseISO8601(reply.at);
+    rows.slots.push_back({slotOf(at), reply.session, reply.model, reply.tokens, reply.reportedUSD});
+    LedgerSession& session = rows.sessions[static_cast<size_t>(reply.session - 1)];
+    if (session.firstReply == Date{}) session.firstReply = at;
+    session.lastReply = at;
+  }
+
+  ReportContent content;
+  content.view = view;
+  content.now = *parseISO8601("2026-11-24T16:20:00Z");
+  content.window = SummaryWindow::between(rows.from, content.now, berlin);
+  const auto kind = view == View::monthly ? UsageReport::Period::month : UsageReport::Period::week;
+  content.periods = UsageReport::periods(rows, kind, berlin, prices);
+  content.total = UsageReport::total(rows, berlin, prices);
+  content.sessions = UsageReport::sessions(rows, prices);
+  content.projects = UsageReport::projects(content.sessions);
+  content.blocks = UsageReport::blocks(rows, prices, content.now);
+  return content;
+}
+
+TEST(ReportFormatterTest, LedgerViewsMatchTheirExpectedFiles) {
+  const Calendar berlin = *Calendar::named("Europe/Berlin");
+  const struct {
+    const char* name;
+    View view;
+    std::optional<size_t> width;
+  } rows[] = {
+      {"report-weekly.txt", View::weekly, std::nullopt},
+      {"report-sessions-80.txt", View::sessions, 80},
+      {"report-projects.txt", View::projects, std::nullopt},
+      {"report-blocks.txt", View::blocks, std::nullopt},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_TRUE(testing::matchesExpectedFile(
+        row.name, ReportFormatter::render(ledgerReport(row.view), berlin, row.width)));
+  }
+  // The data forms of the same rows: CSV quoting, the active block's figures in JSON.
+  EXPECT_TRUE(testing::matchesExpectedFile(
+      "report-sessions.csv", ReportFormatter::sheet(ledgerReport(View::sessions), berlin).csv()));
+  EXPECT_TRUE(testing::matchesExpectedFile("report-blocks.json",
+                                           ReportJson::write(ledgerReport(View::blocks), berlin)));
 }
 
 }  // namespace
