@@ -94,7 +94,7 @@ void daily(const UsageSummary& summary, const Calendar& calendar, ReportSheet& s
 
 void models(const UsageSummary& summary, ReportSheet& sheet) {
   sheet.columns = {{"Tool", "tool", Kind::tool},
-                   {"Model", "model", Kind::text, 1},
+                   {"Model", "model", Kind::text},
                    {"Input", "input", Kind::count},
                    {"Cache read", "cacheRead", Kind::count},
                    {"Cache write", "cacheWrite", Kind::count},
@@ -180,7 +180,7 @@ std::string activeText(Date first, Date last, const Calendar& calendar) {
 void sessions(const ReportContent& content, const Calendar& calendar, ReportSheet& sheet) {
   sheet.columns = {{"Tool", "tool", Kind::tool},
                    Column::dataOnly("session", Kind::text),
-                   {"Project", "project", Kind::text, 2, "(unknown)"},
+                   {"Project", "project", Kind::text, 1, "(unknown)"},
                    Column::tableOnly("Active"),
                    Column::dataOnly("firstReply", Kind::time),
                    Column::dataOnly("lastReply", Kind::time),

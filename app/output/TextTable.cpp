@@ -82,19 +82,21 @@ std::string TextTable::render(std::optional<size_t> width) const {
 void TextTable::fit(std::vector<size_t>& widths, size_t width) const {
   size_t total = 2 * (widths.empty() ? 0 : widths.size() - 1);
   for (size_t each : widths) total += each;
-  std::vector<size_t> order;
-  for (size_t i = 0; i < columns_.size(); ++i) {
-    if (columns_[i].shortenOrder > 0) order.push_back(i);
-  }
-  std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) {
-    return columns_[a].shortenOrder < columns_[b].shortenOrder;
-  });
-  for (size_t i : order) {
-    if (total <= width) break;
-    const size_t floor = std::min(widths[i], textWidth(columns_[i].heading));
-    const size_t cut = std::min(total - width, widths[i] - floor);
-    widths[i] -= cut;
-    total -= cut;
+  // A column at a time, the widest of the first order that can still give; columns of one order
+  // so end up about as wide as each other.
+  while (total > width) {
+    std::optional<size_t> widest;
+    for (size_t i = 0; i < columns_.size(); ++i) {
+      const int order = columns_[i].shortenOrder;
+      if (order == 0 || widths[i] <= textWidth(columns_[i].heading)) continue;
+      if (!widest || order < columns_[*widest].shortenOrder ||
+          (order == columns_[*widest].shortenOrder && widths[i] > widths[*widest])) {
+        widest = i;
+      }
+    }
+    if (!widest) return;
+    --widths[*widest];
+    --total;
   }
 }
 

@@ -13,9 +13,9 @@ namespace brimlog {
 /// A plain-text table with aligned columns, for terminals and for pasting into notes.
 ///
 /// A table may be fitted to a width: then the text columns that may be shortened give up width,
-/// in their order, each down to its heading's width, and their longer cells end in "…"; every
-/// other column (numbers, dates) keeps its whole values, so a table of many of those may still
-/// be wider. Lines are never wrapped.
+/// in their order (columns of one order evenly), each down to its heading's width, and their
+/// longer cells end in "…"; every other column (numbers, dates) keeps its whole values, so a
+/// table of many of those may still be wider. Lines are never wrapped.
 ///
 ///     TextTable table{{"Day", TextTable::left}, {"Cost", TextTable::right}};
 ///     table.addRow({"2026-11-20", "$1.25"});
@@ -30,7 +30,8 @@ class TextTable {
   struct Column {
     std::string heading;
     Align align = left;
-    /// 0: never shortened; else the order in which columns are shortened to fit (1 first).
+    /// 0: never shortened; else the order in which columns are shortened to fit (1 first;
+    /// columns of the same order give way together).
     int shortenOrder = 0;
   };
 

@@ -81,6 +81,16 @@ TEST(TextTableTest, FitsAWidthByShorteningTextColumnsInTheirOrder) {
     SCOPED_TRACE(row.name);
     EXPECT_EQ(table.render(row.width), row.expected);
   }
+
+  // Columns of one order give way together.
+  TextTable even{{{"Project", TextTable::left, 1},
+                  {"Models", TextTable::left, 1},
+                  {"Tokens", TextTable::right}}};
+  even.addRow({"/home/ana/src/brimlog", "claude-sonnet-4-5, gpt-5", "1,234,567"});
+  EXPECT_EQ(even.render(40),
+            "Project        Models             Tokens\n"
+            "----------------------------------------\n"
+            "/home/ana/sr…  claude-sonnet…  1,234,567\n");
 }
 
 }  // namespace
