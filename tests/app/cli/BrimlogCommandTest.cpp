@@ -185,7 +185,8 @@ TEST_F(BrimlogCommandTest, EveryZonesDaysAreExactWhateverZoneTheSyncRanIn) {
     const std::string report = run("west.db", "UTC", zone, "report");
     EXPECT_EQ(report, run("utc.db", "America/Los_Angeles", zone, "report"));
     std::map<std::string, int64_t> reported;
-    for (const Json& day : Json::parse(report)["perDay"]) {
+    const Json parsed = Json::parse(report);  // kept: a range over a temporary's member dangles
+    for (const Json& day : parsed["perDay"]) {
       reported[day["day"].get<std::string>()] = day["tokens"].get<int64_t>();
     }
     EXPECT_EQ(reported, claudeTokensPerDay(fixtures / "claude", zone));
