@@ -1,5 +1,6 @@
 // Runs the real `brimlog` executable against homes and databases in a temporary folder.
 
+#include <date/tz.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,8 +16,6 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <date/tz.h>
-
 #include <fstream>
 #include <functional>
 #include <map>
@@ -138,9 +137,9 @@ std::map<std::string, int64_t> claudeTokensPerDay(const fs::path& folder, const 
       int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
       std::sscanf(json.value("timestamp", "").c_str(), "%d-%d-%dT%d:%d:%d", &year, &month, &day,
                   &hour, &minute, &second);
-      const date::sys_seconds when =
-          date::sys_days{date::year{year} / month / day} + std::chrono::hours{hour} +
-          std::chrono::minutes{minute} + std::chrono::seconds{second};
+      const date::sys_seconds when = date::sys_days{date::year{year} / month / day} +
+                                     std::chrono::hours{hour} + std::chrono::minutes{minute} +
+                                     std::chrono::seconds{second};
       const auto [found, added] = replies.try_emplace(key);
       if (added) found->second.day = date::format("%F", date::zoned_time{zone, when});
       for (const auto& [field, count] : counts) {
@@ -165,9 +164,15 @@ TEST_F(BrimlogCommandTest, EveryZonesDaysAreExactWhateverZoneTheSyncRanIn) {
   }
   const auto run = [&](const char* database, const char* syncZone, const char* reportZone,
                        const std::string& command) {
-    std::vector<std::string> arguments = {command, "--home", home().string(), "--db",
-                                          (dir() / database).string(), "--now",
-                                          "2026-11-20T12:00:00Z", "--shared-dir", shared()};
+    std::vector<std::string> arguments = {command,
+                                          "--home",
+                                          home().string(),
+                                          "--db",
+                                          (dir() / database).string(),
+                                          "--now",
+                                          "2026-11-20T12:00:00Z",
+                                          "--shared-dir",
+                                          shared()};
     if (command == "report") {
       arguments.insert(arguments.end(),
                        {"daily", "--no-sync", "--json", "--days", "500", "--tz", reportZone});
@@ -241,32 +246,52 @@ TEST_F(BrimlogCommandTest, SyncsThenReportsInTheGivenZone) {
 }
 
 // The views of the ledger, in each form, with the filters and days they were asked for (their
-// figures are UsageReportTest's).
+// rules are UsageReportTest's).
 TEST_F(BrimlogCommandTest, ReportsTheLedgerViewsInEveryForm) {
   writeSampleHome();
   ASSERT_EQ(brimlog(withHome({"sync", "--offline"})).status, 0);
 
+  // Grok's Wednesday and Claude's first minutes of Friday in Berlin are one week.
   CommandRun weeks = brimlog(withHome({"report", "weekly", "--no-sync", "--csv"}));
   ASSERT_EQ(weeks.status, 0) << weeks.output;
-  EXPECT_THAT(weeks.output, ::testing::StartsWith("week,sessions,tokens,costUSD,approximate\n"));
+  EXPECT_EQ(weeks.output,
+            "week,sessions,tokens,costUSD,approximate\n"
+            "2026-11-16,2,3600,2.533,true\n");
 
-  CommandRun sessions = brimlog(withHome({"report", "sessions", "--no-sync", "--json", "--tool",
-                                          "claude", "--project", "/work/a, b", "--days", "3"}));
-  ASSERT_EQ(sessions.status, 0) << sessions.output;
-  const Json json = Json::parse(sessions.output);
+  CommandRun earlier =
+      brimlog(withHome({"report", "monthly", "--no-sync", "--until", "2026-11-19", "--days", "2"}));
+  EXPECT_THAT(earlier.output,
+              ::testing::StartsWith("Usage of 2 days, 2026-11-18 to 2026-11-19 (Europe/Berlin)\n"));
+  EXPECT_THAT(earlier.output, HasSubstr("2026-11         1     600  ~$2.50\n"));
+
+  CommandRun claude = brimlog(
+      withHome({"report", "sessions", "--no-sync", "--json", "--tool", "claude", "--days", "3"}));
+  ASSERT_EQ(claude.status, 0) << claude.output;
+  const Json json = Json::parse(claude.output);
   EXPECT_EQ(json["view"], "sessions");
   EXPECT_EQ(json["tool"], "claude");
-  EXPECT_EQ(json["project"], "/work/a, b");
   EXPECT_EQ(json["firstDay"], "2026-11-18");
-  EXPECT_EQ(json["lastDay"], "2026-11-20");
   EXPECT_EQ(json["timeZone"], "Europe/Berlin");
-  EXPECT_TRUE(json["rows"].is_array());
+  EXPECT_EQ(json["rows"], Json::parse(R"([{"tool": "claude", "session": "c1",
+      "firstReply": "2026-11-19T23:30:00Z", "lastReply": "2026-11-19T23:30:00Z",
+      "models": ["claude-sonnet-4-5"], "tokens": 3000, "costUSD": 0.033,
+      "approximate": false}])"));
+  CommandRun elsewhere =
+      brimlog(withHome({"report", "projects", "--no-sync", "--json", "--project", "/work/a, b"}));
+  EXPECT_EQ(Json::parse(elsewhere.output)["rows"], Json::array());
 
-  CommandRun blocks = brimlog(withHome(
-      {"report", "blocks", "--no-sync", "--since", "2026-11-18", "--until", "2026-11-19"}));
+  // At 00:40 in Berlin, 40 minutes into Claude's block.
+  std::vector<std::string> arguments =
+      withHome({"report", "blocks", "--no-sync", "--since", "2026-11-19", "--until", "2026-11-20"});
+  *(std::find(arguments.begin(), arguments.end(), "--now") + 1) = "2026-11-19T23:40:00Z";
+  CommandRun blocks = brimlog(arguments);
   ASSERT_EQ(blocks.status, 0) << blocks.output;
   EXPECT_THAT(blocks.output,
-              ::testing::StartsWith("Usage of 2 days, 2026-11-18 to 2026-11-19 (Europe/Berlin)\n"));
+              ::testing::StartsWith(
+                  "Usage of the last 2 days, 2026-11-19 to 2026-11-20 (Europe/Berlin)\n"));
+  EXPECT_THAT(blocks.output, HasSubstr("2026-11-20 00:00  05:00  claude-sonnet-4-5"));
+  EXPECT_THAT(blocks.output, HasSubstr("$0.03  active\n"));
+  EXPECT_THAT(blocks.output, HasSubstr("Active block: $0.05 and 4,500 tokens an hour so far"));
 }
 
 TEST_F(BrimlogCommandTest, TellsWhatIsWrongInOneLineWithTheDocumentedStatus) {
