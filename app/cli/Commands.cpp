@@ -40,6 +40,10 @@ std::string readInput(std::FILE* input) {
   return text;
 }
 
+// How far before the report's days the blocks view starts its walk: a day, which holds a gap of
+// five quiet hours, after which blocks start afresh, unless the tools ran all day.
+constexpr double kBlockLookback = 24 * 3600;
+
 // The report's days: from --since, or --days back from --until or today, to --until or today.
 SummaryWindow reportDays(const ReportOptions& options, Date now, const Calendar& calendar) {
   const Date today = calendar.startOfDay(now);
@@ -137,7 +141,11 @@ int Commands::report(const ReportOptions& options) {
         content.window.dates.empty() ? content.window.today : content.window.dates.front();
     const Date to = calendar.startOfDay(
         calendar.addingDays(1, content.window.today).value_or(content.window.today));
-    const LedgerRows rows = opened->ledger({from, to, options.tool, options.project});
+    // Blocks are found by walking the replies from some time before the days, so a block that
+    // runs into them (the current one, just after midnight) starts where it really started.
+    const bool blocks = options.view == ReportContent::View::blocks;
+    const Date walkFrom = blocks ? from - Seconds{kBlockLookback} : from;
+    const LedgerRows rows = opened->ledger({walkFrom, to, options.tool, options.project});
     switch (options.view) {
       case ReportContent::View::weekly:
       case ReportContent::View::monthly:
@@ -150,6 +158,7 @@ int Commands::report(const ReportOptions& options) {
         break;
       case ReportContent::View::blocks:
         content.blocks = UsageReport::blocks(rows, prices, settings.now);
+        std::erase_if(content.blocks, [&](const UsageReport::Block& b) { return b.end <= from; });
         break;
       default:
         content.sessions = UsageReport::sessions(rows, prices);

@@ -280,18 +280,25 @@ TEST_F(BrimlogCommandTest, ReportsTheLedgerViewsInEveryForm) {
       brimlog(withHome({"report", "projects", "--no-sync", "--json", "--project", "/work/a, b"}));
   EXPECT_EQ(Json::parse(elsewhere.output)["rows"], Json::array());
 
-  // At 00:40 in Berlin, 40 minutes into Claude's block.
+  // A reply at 23:10 in Berlin the day before starts the block that holds 00:40 of the one day
+  // asked for: the block is shown from its real start.
+  append("home/.claude/projects/p/s.jsonl",
+         R"({"type":"assistant","sessionId":"c1","timestamp":"2026-11-19T22:10:00Z","message":)"
+         R"({"id":"m2","model":"claude-sonnet-4-5","usage":{"output_tokens":2000}}})"
+         "\n");
+  ASSERT_EQ(brimlog(withHome({"sync", "--offline"})).status, 0);
   std::vector<std::string> arguments =
-      withHome({"report", "blocks", "--no-sync", "--since", "2026-11-19", "--until", "2026-11-20"});
+      withHome({"report", "blocks", "--no-sync", "--since", "2026-11-20"});
   *(std::find(arguments.begin(), arguments.end(), "--now") + 1) = "2026-11-19T23:40:00Z";
   CommandRun blocks = brimlog(arguments);
   ASSERT_EQ(blocks.status, 0) << blocks.output;
-  EXPECT_THAT(blocks.output,
-              ::testing::StartsWith(
-                  "Usage of the last 2 days, 2026-11-19 to 2026-11-20 (Europe/Berlin)\n"));
-  EXPECT_THAT(blocks.output, HasSubstr("2026-11-20 00:00  05:00  claude-sonnet-4-5"));
-  EXPECT_THAT(blocks.output, HasSubstr("$0.03  active\n"));
-  EXPECT_THAT(blocks.output, HasSubstr("Active block: $0.05 and 4,500 tokens an hour so far"));
+  EXPECT_THAT(
+      blocks.output,
+      ::testing::StartsWith("Usage of the last 1 day, 2026-11-20 to 2026-11-20 (Europe/Berlin)\n"));
+  EXPECT_THAT(blocks.output, HasSubstr("2026-11-19 23:00  04:00  claude-sonnet-4-5  "));
+  EXPECT_THAT(blocks.output, HasSubstr("$0.06  active\n"));
+  EXPECT_THAT(blocks.output, HasSubstr("Active block: $0.04 and 3,000 tokens an hour so far"));
+  EXPECT_THAT(blocks.output, Not(HasSubstr("grok")));
 }
 
 TEST_F(BrimlogCommandTest, TellsWhatIsWrongInOneLineWithTheDocumentedStatus) {
