@@ -25,9 +25,7 @@ struct Bundle {
 
 // A span's figures as its local days have them: every (tool, model, day) bundle priced on its
 // own, the sessions active anywhere in it counted once. Nothing when it holds no data.
-std::optional<UsageReport::Period> sumOfDays(const LedgerRows& rows, const Calendar& calendar,
-                                             const PriceTable& prices) {
-  const LedgerDays days = LedgerDays::of(rows, calendar);
+std::optional<UsageReport::Period> sumOfDays(const LedgerDays& days, const PriceTable& prices) {
   if (days.usage.empty() && days.sessionTotals.empty()) return std::nullopt;
   UsageReport::Period period;
   for (const DayUsage& usage : days.usage) {
@@ -36,24 +34,6 @@ std::optional<UsageReport::Period> sumOfDays(const LedgerRows& rows, const Calen
   }
   for (const DaySessions& tool : days.sessionTotals) period.sessions += tool.count;
   return period;
-}
-
-// The rows of [from, to): the slots that start in it, their sessions, and the kept day totals
-// (which `LedgerDays` keeps to the days of the part).
-LedgerRows partOf(const LedgerRows& rows, size_t& nextSlot, Date from, Date to) {
-  LedgerRows part;
-  part.from = from;
-  part.to = to;
-  std::set<int64_t> ids;
-  for (; nextSlot < rows.slots.size() && slotStart(rows.slots[nextSlot].slot) < to; ++nextSlot) {
-    part.slots.push_back(rows.slots[nextSlot]);
-    ids.insert(rows.slots[nextSlot].session);
-  }
-  for (const int64_t id : ids) {
-    if (const LedgerSession* session = rows.session(id)) part.sessions.push_back(*session);
-  }
-  part.keptDays = rows.keptDays;
-  return part;
 }
 
 }  // namespace
@@ -87,16 +67,17 @@ std::string UsageReport::periodOf(std::string_view dayKey, Period::Kind kind) {
                      static_cast<unsigned>(monday.month()), static_cast<unsigned>(monday.day()));
 }
 
-std::vector<UsageReport::Period> UsageReport::periods(const LedgerRows& rows, Period::Kind kind,
+std::vector<UsageReport::Period> UsageReport::periods(Date from, Date to, Period::Kind kind,
                                                       const Calendar& calendar,
-                                                      const PriceTable& prices) {
+                                                      const PriceTable& prices,
+                                                      const DaysOf& daysOf) {
   // Where each period of the span begins, found by walking its local days (a day across a
   // daylight-saving change is not 24 hours long).
   std::vector<std::pair<std::string, Date>> starts;
-  for (Date day = calendar.startOfDay(rows.from); day < rows.to;) {
+  for (Date day = calendar.startOfDay(from); day < to;) {
     std::string key = periodOf(calendar.dayKey(day), kind);
     if (starts.empty() || starts.back().first != key) {
-      starts.emplace_back(std::move(key), std::max(day, rows.from));
+      starts.emplace_back(std::move(key), std::max(day, from));
     }
     const std::optional<Date> next = calendar.addingDays(1, day);
     if (!next || calendar.startOfDay(*next) <= day) break;
@@ -104,11 +85,9 @@ std::vector<UsageReport::Period> UsageReport::periods(const LedgerRows& rows, Pe
   }
 
   std::vector<Period> periods;
-  size_t nextSlot = 0;
   for (size_t i = 0; i < starts.size(); ++i) {
-    const Date end = i + 1 < starts.size() ? starts[i + 1].second : rows.to;
-    const LedgerRows part = partOf(rows, nextSlot, starts[i].second, end);
-    if (std::optional<Period> period = sumOfDays(part, calendar, prices)) {
+    const Date end = i + 1 < starts.size() ? starts[i + 1].second : to;
+    if (std::optional<Period> period = sumOfDays(daysOf(starts[i].second, end), prices)) {
       period->key = starts[i].first;
       periods.push_back(std::move(*period));
     }
@@ -116,9 +95,8 @@ std::vector<UsageReport::Period> UsageReport::periods(const LedgerRows& rows, Pe
   return periods;
 }
 
-UsageReport::Period UsageReport::total(const LedgerRows& rows, const Calendar& calendar,
-                                       const PriceTable& prices) {
-  return sumOfDays(rows, calendar, prices).value_or(Period{});
+UsageReport::Period UsageReport::total(const LedgerDays& days, const PriceTable& prices) {
+  return sumOfDays(days, prices).value_or(Period{});
 }
 
 std::vector<UsageReport::Session> UsageReport::sessions(const LedgerRows& rows,

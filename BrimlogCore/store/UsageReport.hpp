@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,8 +25,10 @@ namespace brimlog {
 /// a week is the sum of its days to the cent. "Tokens" as one number is
 /// `TokenCounts::processed()`, as everywhere.
 ///
-///     LedgerRows rows = store.ledger({from, to});
-///     auto weeks = UsageReport::periods(rows, UsageReport::Period::week, calendar, prices);
+///     auto weeks = UsageReport::periods(from, to, UsageReport::Period::week, calendar, prices,
+///                                       [&](Date a, Date b) { return store.days({a, b}, calendar);
+///                                       });
+///     auto blocks = UsageReport::blocks(store.ledger({from, to}), prices, now);
 struct UsageReport {
   /// The cost of some usage at list prices, with the marks a report shows.
   struct Cost {
@@ -100,13 +103,19 @@ struct UsageReport {
 
   static constexpr double kBlockSeconds = 5 * 3600;
 
-  /// The weeks or months of the calendar that hold usage or sessions in the span, oldest first.
-  /// The first and last may be cut by the span's ends.
-  static std::vector<Period> periods(const LedgerRows& rows, Period::Kind kind,
-                                     const Calendar& calendar, const PriceTable& prices);
+  /// The local days' figures of the span [from, to) of time: `UsageStore::days`, or
+  /// `LedgerDays::of` the ledger's rows of that span.
+  using DaysOf = std::function<LedgerDays(Date from, Date to)>;
 
-  /// The whole span as one period (empty key): the totals of `periods`, sessions counted once.
-  static Period total(const LedgerRows& rows, const Calendar& calendar, const PriceTable& prices);
+  /// The weeks or months of the calendar that hold usage or sessions in [from, to), oldest
+  /// first, each summed from `daysOf` its span. The first and last may be cut by the span's ends.
+  static std::vector<Period> periods(Date from, Date to, Period::Kind kind,
+                                     const Calendar& calendar, const PriceTable& prices,
+                                     const DaysOf& daysOf);
+
+  /// The days of a whole span as one period (empty key): the totals of `periods`, sessions
+  /// counted once.
+  static Period total(const LedgerDays& days, const PriceTable& prices);
 
   /// The key of the period that holds the day "YYYY-MM-DD": its week's Monday, or "YYYY-MM".
   static std::string periodOf(std::string_view dayKey, Period::Kind kind);

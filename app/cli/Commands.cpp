@@ -141,27 +141,30 @@ int Commands::report(const ReportOptions& options) {
         content.window.dates.empty() ? content.window.today : content.window.dates.front();
     const Date to = calendar.startOfDay(
         calendar.addingDays(1, content.window.today).value_or(content.window.today));
-    // Blocks are found by walking the replies from some time before the days, so a block that
-    // runs into them (the current one, just after midnight) starts where it really started.
-    const bool blocks = options.view == ReportContent::View::blocks;
-    const Date walkFrom = blocks ? from - Seconds{kBlockLookback} : from;
-    const LedgerRows rows = opened->ledger({walkFrom, to, options.tool, options.project});
+    const LedgerFilter filter{from, to, options.tool, options.project};
     switch (options.view) {
       case ReportContent::View::weekly:
-      case ReportContent::View::monthly:
-        content.periods = UsageReport::periods(rows,
-                                               options.view == ReportContent::View::weekly
-                                                   ? UsageReport::Period::week
-                                                   : UsageReport::Period::month,
-                                               calendar, prices);
-        content.total = UsageReport::total(rows, calendar, prices);
+      case ReportContent::View::monthly: {
+        const auto daysOf = [&](Date start, Date end) {
+          return opened->days({start, end, options.tool, options.project}, calendar);
+        };
+        const auto kind = options.view == ReportContent::View::weekly ? UsageReport::Period::week
+                                                                      : UsageReport::Period::month;
+        content.periods = UsageReport::periods(from, to, kind, calendar, prices, daysOf);
+        content.total = UsageReport::total(daysOf(from, to), prices);
         break;
-      case ReportContent::View::blocks:
-        content.blocks = UsageReport::blocks(rows, prices, settings.now);
+      }
+      case ReportContent::View::blocks: {
+        // Blocks are found by walking the replies from some time before the days, so a block
+        // that runs into them (the current one, just after midnight) starts where it started.
+        LedgerFilter walk = filter;
+        walk.from = from - Seconds{kBlockLookback};
+        content.blocks = UsageReport::blocks(opened->ledger(walk), prices, settings.now);
         std::erase_if(content.blocks, [&](const UsageReport::Block& b) { return b.end <= from; });
         break;
+      }
       default:
-        content.sessions = UsageReport::sessions(rows, prices);
+        content.sessions = UsageReport::sessions(opened->ledger(filter), prices);
         content.projects = UsageReport::projects(content.sessions);
     }
   }

@@ -52,6 +52,20 @@ LedgerRows ledger(const char* from, const char* to, const std::vector<Reply>& re
   return rows;
 }
 
+// The local days of a span, as the store's `days` gives them: `LedgerDays::of` the slots that
+// start in it, with the kept day totals.
+UsageReport::DaysOf daysOf(const LedgerRows& rows, const Calendar& calendar) {
+  return [&rows, calendar](Date from, Date to) {
+    LedgerRows part = rows;
+    part.from = from;
+    part.to = to;
+    std::erase_if(part.slots, [&](const LedgerSlot& slot) {
+      return slotStart(slot.slot) < from || slotStart(slot.slot) >= to;
+    });
+    return LedgerDays::of(part, calendar);
+  };
+}
+
 // (key, tokens, sessions) of each period.
 using PeriodFigures = std::vector<std::tuple<std::string, int64_t, int64_t>>;
 
@@ -113,7 +127,9 @@ TEST(UsageReportTest, BucketsSlotsIntoTheWeeksAndMonthsOfTheZone) {
     SCOPED_TRACE(c.name);
     const Calendar calendar = *Calendar::named(c.zone);
     const LedgerRows rows = ledger(c.from, c.to, c.replies);
-    EXPECT_EQ(figures(UsageReport::periods(rows, c.kind, calendar, prices)), c.expected);
+    EXPECT_EQ(figures(UsageReport::periods(rows.from, rows.to, c.kind, calendar, prices,
+                                           daysOf(rows, calendar))),
+              c.expected);
   }
 }
 
@@ -132,7 +148,8 @@ TEST(UsageReportTest, PricesAWeekAsTheSumOfItsDays) {
   rows.keptDays = {KeptDay{ProviderID::codex, "m", "2026-11-27", kept, std::nullopt, 2},
                    KeptDay{ProviderID::claude, "m", "2026-11-23", kept, std::nullopt, 5}};
   const Calendar utc = Calendar::utc();
-  const auto weeks = UsageReport::periods(rows, UsageReport::Period::week, utc, prices);
+  const auto weeks = UsageReport::periods(rows.from, rows.to, UsageReport::Period::week, utc,
+                                          prices, daysOf(rows, utc));
   ASSERT_EQ(weeks.size(), 1u);
   const UsageReport::Period& week = weeks[0];
   EXPECT_EQ(week.key, "2026-11-23");
@@ -144,7 +161,7 @@ TEST(UsageReportTest, PricesAWeekAsTheSumOfItsDays) {
   EXPECT_TRUE(week.cost.unknown);
   UsageReport::Period whole = week;
   whole.key.clear();
-  EXPECT_EQ(UsageReport::total(rows, utc, prices), whole);
+  EXPECT_EQ(UsageReport::total(LedgerDays::of(rows, utc), prices), whole);
 }
 
 TEST(UsageReportTest, BlocksAreFiveHoursFromTheHourOfTheirFirstSlot) {

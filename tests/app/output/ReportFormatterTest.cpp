@@ -139,8 +139,15 @@ ReportContent ledgerReport(View view) {
   content.now = *parseISO8601("2026-11-24T16:20:00Z");
   content.window = SummaryWindow::between(rows.from, content.now, berlin);
   const auto kind = view == View::monthly ? UsageReport::Period::month : UsageReport::Period::week;
-  content.periods = UsageReport::periods(rows, kind, berlin, prices);
-  content.total = UsageReport::total(rows, berlin, prices);
+  content.periods =
+      UsageReport::periods(rows.from, rows.to, kind, berlin, prices, [&](Date from, Date to) {
+        LedgerRows part = rows;
+        std::erase_if(part.slots, [&](const LedgerSlot& slot) {
+          return slotStart(slot.slot) < from || slotStart(slot.slot) >= to;
+        });
+        return LedgerDays::of(part, berlin);
+      });
+  content.total = UsageReport::total(LedgerDays::of(rows, berlin), prices);
   content.sessions = UsageReport::sessions(rows, prices);
   content.projects = UsageReport::projects(content.sessions);
   content.blocks = UsageReport::blocks(rows, prices, content.now);
