@@ -391,7 +391,7 @@ LedgerRows UsageStore::ledger(const LedgerFilter& filter) {
         });
     db.query(
         "SELECT slot, session, model, uncached, cache_read, w5m, w1h, output, reasoning, "
-        "reported_usd FROM usage WHERE slot >= ?1 AND slot <= ?2",
+        "reported_usd FROM usage WHERE slot >= ?1 AND slot <= ?2 ORDER BY slot",
         {first, last}, [&](const Row& row) {
           const int64_t session = row.integer(1);
           if (!rows.session(session)) return;  // another tool's, or another project's

@@ -1,5 +1,6 @@
 #include "output/ReportFormatter.hpp"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 #include <cmath>
@@ -64,7 +65,15 @@ void daily(const UsageSummary& summary, const Calendar& calendar, ReportSheet& s
     if (point.tokens == 0 && point.costUSD == 0) continue;
     costs[{unixSeconds(point.day), point.provider.index()}] += point.costUSD;
   }
+  // Days whose figures were kept from an older database, whose logs are gone: marked in the
+  // table, flagged in the data.
+  const bool anyKept = std::any_of(summary.perDay.begin(), summary.perDay.end(),
+                                   [](const UsageSummary::DayRow& row) { return row.kept; });
   sheet.columns = {{"Day", "day", Kind::day}};
+  if (anyKept) {
+    sheet.columns.push_back(Column::tableOnly(""));
+    sheet.columns.push_back(Column::dataOnly("kept", Kind::flag));
+  }
   for (const UsageSummary::Tool* tool : tools) {
     sheet.columns.push_back({std::string(tool->provider.displayName()),
                              std::string(tool->provider.rawValue()) + "USD", Kind::money});
@@ -75,6 +84,10 @@ void daily(const UsageSummary& summary, const Calendar& calendar, ReportSheet& s
 
   for (const UsageSummary::DayRow& row : summary.perDay) {
     std::vector<Value> cells{calendar.dayKey(row.day)};
+    if (anyKept) {
+      cells.push_back(std::string(row.kept ? "*" : ""));
+      cells.push_back(row.kept ? Value{true} : Value{});
+    }
     for (const UsageSummary::Tool* tool : tools) {
       const auto found = costs.find({unixSeconds(row.day), tool->provider.index()});
       cells.push_back(found == costs.end() ? Value{} : Money{found->second});
@@ -83,6 +96,7 @@ void daily(const UsageSummary& summary, const Calendar& calendar, ReportSheet& s
     sheet.rows.push_back(std::move(cells));
   }
   sheet.total = {std::string("Total")};
+  if (anyKept) sheet.total.insert(sheet.total.end(), {std::string(), Value{}});
   int64_t tokens = 0;
   for (const UsageSummary::Tool* tool : tools) {
     sheet.total.push_back(Money{tool->costUSD, tool->approximate});
@@ -280,6 +294,13 @@ std::string notes(const ReportContent& content, const Calendar& calendar) {
         "the tool reported.\n";
   }
   if (unknown) marked += "Some usage has no known price and is left out of the costs.\n";
+  if (content.view == ReportContent::View::daily &&
+      std::any_of(content.summary.perDay.begin(), content.summary.perDay.end(),
+                  [](const UsageSummary::DayRow& row) { return row.kept; })) {
+    marked +=
+        "* day totals kept from an older database: the logs of that day are gone, and its day is "
+        "that of the zone the older Brimlog ran in.\n";
+  }
   return marked.empty() ? out : out + '\n' + marked;
 }
 

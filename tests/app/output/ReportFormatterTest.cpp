@@ -64,6 +64,9 @@ UsageSummary weekAcrossTheClockChange() {
 
 TEST(ReportFormatterTest, ViewsMatchTheirExpectedFiles) {
   const UsageSummary week = weekAcrossTheClockChange();
+  // A day whose figures were kept from an older database is marked.
+  UsageSummary kept = week;
+  kept.perDay[1].kept = true;
   const Calendar utc = Calendar::utc();
   const struct {
     const char* name;
@@ -72,6 +75,7 @@ TEST(ReportFormatterTest, ViewsMatchTheirExpectedFiles) {
     const Calendar& calendar;
   } rows[] = {
       {"report-daily.txt", week, View::daily, newYork},
+      {"report-daily-kept.txt", kept, View::daily, newYork},
       {"report-models.txt", week, View::models, newYork},
       {"report-tools.txt", week, View::tools, newYork},
       {"report-empty.txt", UsageSummary{}, View::daily, utc},
