@@ -68,33 +68,12 @@ class UsageIngestorTest : public testing::TempDirTest {
     return fs::path(".claude/projects") / name;
   }
 
-  // The store, with `beforeCommit` called with each commit's number (from 1) before it is made.
-  struct HookedSink final : IngestSink {
-    IngestSink& next;
-    std::function<void(int)> beforeCommit;
-    int commits = 0;
-    HookedSink(IngestSink& next, std::function<void(int)> beforeCommit)
-        : next(next), beforeCommit(std::move(beforeCommit)) {}
-    std::map<std::string, FileCursor> storedCursors() override { return next.storedCursors(); }
-    PerProvider<int64_t> commit(std::span<const UsageEvent> events,
-                                std::span<const FileCursor> cursors) override {
-      beforeCommit(++commits);
-      return next.commit(events, cursors);
-    }
-    bool keepIfNewer(ProviderID provider, const ProviderLimits& limits) override {
-      return next.keepIfNewer(provider, limits);
-    }
-  };
-
-  IngestResult pass(
-      Date now, IngestOptions options = {}, std::function<void(int)> beforeCommit = [](int) {}) {
+  IngestResult pass(Date now, IngestOptions options = {}) {
     // A commit that meets another writer fails soon, not after the usual wait.
     UsageStore store{dbPath(), {.busyTimeout = 0.2}};
-    StoreIngestSink storeSink{store};
-    HookedSink sink{storeSink, std::move(beforeCommit)};
+    StoreIngestSink sink{store};
     const ToolLocations tools = ToolLocations::resolve(home(), {});
-    UsageIngestor ingestor{sink, tools.logFolders(), std::move(options)};
-    return ingestor.run(now);
+    return UsageIngestor{sink, tools.logFolders(), std::move(options)}.run(now);
   }
 
   // provider|model|uncached|cacheRead|output|reasoning summed over all days.
@@ -268,13 +247,15 @@ TEST_F(UsageIngestorTest, PassesKilledAtAnyPointStillEndWithEachReplysFinalCount
   options.batchEvents = 1;
   options.workers = 1;
   const auto killedPasses = [&] {
-    for (int made = 0; made < 40; made += 3) {
+    for (size_t made = 0; made < 40; made += 3) {
       const pid_t child = ::fork();
       ASSERT_GE(child, 0);
       if (child == 0) {
-        pass(now_, options, [made](int commit) {
-          if (commit > made) ::raise(SIGKILL);
-        });
+        // Killed on its reading thread, wherever the committing thread then stands.
+        options.progress = [made](const IngestProgress& p) {
+          if (p.commits > made) ::raise(SIGKILL);
+        };
+        pass(now_, options);
         ::_exit(0);
       }
       ::waitpid(child, nullptr, 0);
@@ -283,18 +264,18 @@ TEST_F(UsageIngestorTest, PassesKilledAtAnyPointStillEndWithEachReplysFinalCount
   killedPasses();
   // The last reply of the first half may stand at its second line; the rest comes after.
   appendHome(claudeFile(), lines.substr(half));
-  // Another connection takes the write lock before the third commit, which fails as one that
-  // meets another writer does: the pass fails with it, keeping the commits it made.
+  // After two commits another connection takes the write lock, so a later commit fails as one
+  // that meets another writer does: the pass fails with it, keeping the commits it made.
   const size_t before = keys().size();
   std::unique_ptr<RawDatabase> blocker;
-  EXPECT_THROW(pass(now_, options,
-                    [&](int commit) {
-                      if (commit != 3) return;
-                      blocker = std::make_unique<RawDatabase>(dbPath());
-                      EXPECT_EQ(blocker->exec("BEGIN IMMEDIATE"), SQLITE_OK);
-                    }),
-               UsageStoreError);
+  options.progress = [&](const IngestProgress& p) {
+    if (p.commits < 2 || blocker) return;
+    blocker = std::make_unique<RawDatabase>(dbPath());
+    EXPECT_EQ(blocker->exec("PRAGMA busy_timeout = 10000; BEGIN IMMEDIATE"), SQLITE_OK);
+  };
+  EXPECT_THROW(pass(now_, options), UsageStoreError);
   blocker.reset();  // closing the connection rolls its transaction back
+  options.progress = nullptr;
   EXPECT_GT(keys().size(), before);
   killedPasses();
   pass(now_);
