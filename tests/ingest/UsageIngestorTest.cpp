@@ -60,9 +60,9 @@ std::string tokenCount(int64_t total, int64_t lastInput, int64_t lastCached, int
       total, lastInput, lastCached, lastOutput);
 }
 
+// The temporary folder is the home the tools write in.
 class UsageIngestorTest : public testing::TempDirTest {
  protected:
-  fs::path home() const { return dir() / "home"; }
   fs::path dbPath() const { return dir() / "usage.db"; }
   fs::path claudeFile(const std::string& name = "p/s1.jsonl") const {
     return fs::path(".claude/projects") / name;
@@ -72,7 +72,7 @@ class UsageIngestorTest : public testing::TempDirTest {
     // A commit that meets another writer fails soon, not after the usual wait.
     UsageStore store{dbPath(), {.busyTimeout = 0.2}};
     StoreIngestSink sink{store};
-    const ToolLocations tools = ToolLocations::resolve(home(), {});
+    const ToolLocations tools = ToolLocations::resolve(dir(), {});
     return UsageIngestor{sink, tools.logFolders(), std::move(options)}.run(now);
   }
 
@@ -90,23 +90,16 @@ class UsageIngestorTest : public testing::TempDirTest {
     return raw.rows("SELECT key FROM replies ORDER BY key");
   }
 
-  void writeHome(const fs::path& relative, const std::string& contents) {
-    write(fs::path("home") / relative, contents);
-  }
-  void appendHome(const fs::path& relative, const std::string& contents) {
-    append(fs::path("home") / relative, contents);
-  }
-
   const Date now_ = at("2026-11-20T12:00:00Z");
 };
 
 TEST_F(UsageIngestorTest, CountsEachReplyAtOnceAndAddsWhatItsLaterLinesCarry) {
   // One reply over three lines with growing output, tool results in between, then a second
   // reply that is still streaming when the pass runs: both count at once.
-  writeHome(claudeFile(), claudeLine("m1", 3, "2026-11-20T11:50:00Z") + toolLine() +
-                              claudeLine("m1", 3, "2026-11-20T11:50:01Z") + toolLine() +
-                              claudeLine("m1", 623, "2026-11-20T11:50:02Z") +
-                              claudeLine("m2", 5, "2026-11-20T11:55:00Z"));
+  write(claudeFile(), claudeLine("m1", 3, "2026-11-20T11:50:00Z") + toolLine() +
+                          claudeLine("m1", 3, "2026-11-20T11:50:01Z") + toolLine() +
+                          claudeLine("m1", 623, "2026-11-20T11:50:02Z") +
+                          claudeLine("m2", 5, "2026-11-20T11:55:00Z"));
   const IngestResult first = pass(now_);
   EXPECT_EQ(std::tuple(first.filesScanned, first.filesRead, first.linesRead),
             std::tuple(1u, 1u, 6));
@@ -114,8 +107,8 @@ TEST_F(UsageIngestorTest, CountsEachReplyAtOnceAndAddsWhatItsLaterLinesCarry) {
   EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|20|200|628|0"));
 
   // The second reply grows: only its growth is added, and it is not a new reply.
-  appendHome(claudeFile(), claudeLine("m2", 40, "2026-11-20T11:55:01Z") +
-                               claudeLine("m3", 1, "2026-11-20T11:58:00Z"));
+  append(claudeFile(), claudeLine("m2", 40, "2026-11-20T11:55:01Z") +
+                           claudeLine("m3", 1, "2026-11-20T11:58:00Z"));
   const IngestResult second = pass(now_);
   EXPECT_EQ(std::tuple(second.linesRead, second.totalNewEvents()), std::tuple(2, 1));
   EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|30|300|664|0"));
@@ -128,34 +121,28 @@ TEST_F(UsageIngestorTest, CountsEachReplyAtOnceAndAddsWhatItsLaterLinesCarry) {
   EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|30|300|664|0"));
 }
 
-// A log replaced by a new file, truncated, or copied over in place (the same inode and longer
-// than what was read) is read again from its start, without counting any reply twice.
-TEST_F(UsageIngestorTest, RereadsReplacedTruncatedAndRewrittenFiles) {
-  const std::string a = claudeLine("a", 1, "2026-11-20T09:00:00Z");
-  const std::string b = claudeLine("b", 2, "2026-11-20T09:01:00Z");
-  writeHome(claudeFile(), a + b);
+// A log truncated, or copied over in place (the same inode and longer than what was read), is read
+// again from its start, without counting any reply twice. (One replaced by another file starts
+// over in JSONLTail, JSONLTailTest's.)
+TEST_F(UsageIngestorTest, RereadsTruncatedAndRewrittenFiles) {
+  write(claudeFile(),
+        claudeLine("a", 1, "2026-11-20T09:00:00Z") + claudeLine("b", 2, "2026-11-20T09:01:00Z"));
   EXPECT_EQ(pass(now_).totalNewEvents(), 2);
 
-  // Replaced by a new file (new inode) holding the old replies and a new one.
-  fs::rename(write("new.jsonl", a + b + claudeLine("c", 4, "2026-11-20T09:02:00Z")),
-             home() / claudeFile());
-  const IngestResult replaced = pass(now_);
-  EXPECT_EQ(std::tuple(replaced.linesRead, replaced.totalNewEvents()), std::tuple(3, 1));
-
   // Truncated and rewritten shorter.
-  writeHome(claudeFile(), claudeLine("d", 8, "2026-11-20T09:03:00Z"));
+  write(claudeFile(), claudeLine("d", 8, "2026-11-20T09:03:00Z"));
   const IngestResult truncated = pass(now_);
   EXPECT_EQ(std::tuple(truncated.linesRead, truncated.totalNewEvents()), std::tuple(1, 1));
-  EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|40|400|15|0"));
+  EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|30|300|11|0"));
 
   // Copied over in place (truncated and written again: the same inode), longer than what was read.
   std::string longer;
   for (int i = 0; i < 12; ++i) {
     longer += claudeLine(fmt::format("e{}", i), 2, "2026-11-20T10:00:00Z") + toolLine();
   }
-  writeHome(claudeFile(), longer);
+  write(claudeFile(), longer);
   EXPECT_EQ(pass(now_).totalNewEvents(), 12);
-  EXPECT_EQ(keys().size(), 16u);
+  EXPECT_EQ(keys().size(), 15u);
   EXPECT_EQ(pass(now_).filesRead, 0u);
 }
 
@@ -163,20 +150,20 @@ TEST_F(UsageIngestorTest, ALongUnfinishedLineIsNotScannedAgain) {
   // A reply whose line is still being written: a megabyte of text and no line end yet.
   const std::string line = claudeLine("long", 7, "2026-11-20T09:00:00Z");
   const std::string head = line.substr(0, line.size() - 3) + std::string(1 << 20, ' ');
-  writeHome(claudeFile(), claudeLine("m0", 1, "2026-11-20T08:00:00Z") + head);
+  write(claudeFile(), claudeLine("m0", 1, "2026-11-20T08:00:00Z") + head);
   const IngestResult first = pass(now_);
   EXPECT_EQ(std::tuple(first.linesRead, first.totalNewEvents()), std::tuple(1, 1));
   auto scanned = [&] {
     UsageStore store{dbPath()};
-    return store.cursor((home() / claudeFile()).string())->integerEntry("scanned");
+    return store.cursor((dir() / claudeFile()).string())->integerEntry("scanned");
   };
-  EXPECT_EQ(scanned(), static_cast<int64_t>(fs::file_size(home() / claudeFile())));
+  EXPECT_EQ(scanned(), static_cast<int64_t>(fs::file_size(dir() / claudeFile())));
 
-  appendHome(claudeFile(), std::string(1000, ' '));
+  append(claudeFile(), std::string(1000, ' '));
   EXPECT_EQ(pass(now_).totalNewEvents(), 0);
-  EXPECT_EQ(scanned(), static_cast<int64_t>(fs::file_size(home() / claudeFile())));
+  EXPECT_EQ(scanned(), static_cast<int64_t>(fs::file_size(dir() / claudeFile())));
 
-  appendHome(claudeFile(), line.substr(line.size() - 3));
+  append(claudeFile(), line.substr(line.size() - 3));
   const IngestResult completed = pass(now_);
   EXPECT_EQ(std::tuple(completed.linesRead, completed.totalNewEvents()), std::tuple(1, 1));
   EXPECT_EQ(scanned(), std::nullopt);
@@ -187,19 +174,19 @@ TEST_F(UsageIngestorTest, ALongUnfinishedLineIsNotScannedAgain) {
 // file with usage records counts those alone.
 TEST_F(UsageIngestorTest, CodexCountsRisingTotalsOrUsageRecordsAndKeepsItsContextBetweenReads) {
   const fs::path file = ".codex/sessions/2026/11/20/rollout-1.jsonl";
-  writeHome(file, codexMeta("s1", "gpt-5.3-codex") + tokenCount(100, 100, 30, 5));
-  writeHome(".codex/archived_sessions/rollout-2.jsonl",
-            codexMeta("s3", "m1") + tokenCount(100, 100, 30, 5) +
-                R"({"timestamp":"2026-11-20T10:02:00Z","type":"token_usage_record","payload":{)"
-                R"("response_id":"r1","usage":{"input_tokens":100,"cached_input_tokens":30,)"
-                R"("output_tokens":20,"reasoning_output_tokens":5}}})"
-                "\n");
+  write(file, codexMeta("s1", "gpt-5.3-codex") + tokenCount(100, 100, 30, 5));
+  write(".codex/archived_sessions/rollout-2.jsonl",
+        codexMeta("s3", "m1") + tokenCount(100, 100, 30, 5) +
+            R"({"timestamp":"2026-11-20T10:02:00Z","type":"token_usage_record","payload":{)"
+            R"("response_id":"r1","usage":{"input_tokens":100,"cached_input_tokens":30,)"
+            R"("output_tokens":20,"reasoning_output_tokens":5}}})"
+            "\n");
   EXPECT_EQ(pass(now_).newEvents[ProviderID::codex], 2);
 
   // The next read starts mid-file: session and model come from the stored context. A repeated
   // total counts nothing; a new session in the same file counts from zero.
-  appendHome(file, tokenCount(100, 100, 30, 5) + tokenCount(250, 150, 100, 8) +
-                       codexMeta("s2", "gpt-5.5") + tokenCount(90, 90, 0, 2));
+  append(file, tokenCount(100, 100, 30, 5) + tokenCount(250, 150, 100, 8) +
+                   codexMeta("s2", "gpt-5.5") + tokenCount(90, 90, 0, 2));
   EXPECT_EQ(pass(now_).newEvents[ProviderID::codex], 2);
   EXPECT_THAT(keys(), ElementsAre("r1", "s1#100", "s1#250", "s2#90"));
   EXPECT_THAT(totals(), ElementsAre("codex|gpt-5.3-codex|120|130|13|2", "codex|gpt-5.5|90|0|2|1",
@@ -215,13 +202,13 @@ TEST_F(UsageIngestorTest, CodexCountsRisingTotalsOrUsageRecordsAndKeepsItsContex
 // Turns 3 and 1 have ended and turn 2 is running; then turn 2 ends too.
 TEST_F(UsageIngestorTest, GrokTurnsFinishedOutOfOrderAreCountedOnceEach) {
   const fs::path file = ".grok/sessions/g1.json";
-  writeHome(file, testing::dataText("ingest/grok-session-turn2-running.json"));
+  write(file, testing::readFile(testing::dataPath("ingest/grok-session-turn2-running.json")));
   EXPECT_EQ(pass(now_).newEvents[ProviderID::grok], 2);
   EXPECT_THAT(keys(), ElementsAre("g1#1#grok-4", "g1#3#grok-4"));
 
   EXPECT_EQ(pass(now_).filesRead, 0u);
 
-  writeHome(file, testing::dataText("ingest/grok-session-turn2-ended.json"));
+  write(file, testing::readFile(testing::dataPath("ingest/grok-session-turn2-ended.json")));
   EXPECT_EQ(pass(now_).newEvents[ProviderID::grok], 1);
   EXPECT_THAT(totals(), ElementsAre("grok|grok-4|90|60|21|0"));
   RawDatabase raw{dbPath()};
@@ -241,7 +228,7 @@ TEST_F(UsageIngestorTest, PassesKilledAtAnyPointStillEndWithEachReplysFinalCount
     }
   }
   const size_t half = lines.find("k075");
-  writeHome(claudeFile(), lines.substr(0, half));
+  write(claudeFile(), lines.substr(0, half));
   IngestOptions options;
   options.chunkBytes = 2048;
   options.batchEvents = 1;
@@ -263,7 +250,7 @@ TEST_F(UsageIngestorTest, PassesKilledAtAnyPointStillEndWithEachReplysFinalCount
   };
   killedPasses();
   // The last reply of the first half may stand at its second line; the rest comes after.
-  appendHome(claudeFile(), lines.substr(half));
+  append(claudeFile(), lines.substr(half));
   // After two commits another connection takes the write lock, so a later commit fails as one
   // that meets another writer does: the pass fails with it, keeping the commits it made.
   const size_t before = keys().size();
@@ -286,28 +273,28 @@ TEST_F(UsageIngestorTest, PassesKilledAtAnyPointStillEndWithEachReplysFinalCount
 
 // A file whose name is no UTF-8 is still read once, by the cursor kept under its name.
 TEST_F(UsageIngestorTest, ReportsFilesItCannotReadAndGoesOn) {
-  writeHome(claudeFile("p/g\xff\xfe.jsonl"), claudeLine("g", 1, "2026-11-20T09:00:00Z"));
-  writeHome(claudeFile("p/gone.jsonl"), claudeLine("x", 1, "2026-11-20T09:00:00Z"));
+  write(claudeFile("p/g\xff\xfe.jsonl"), claudeLine("g", 1, "2026-11-20T09:00:00Z"));
+  write(claudeFile("p/gone.jsonl"), claudeLine("x", 1, "2026-11-20T09:00:00Z"));
   // A link inside the tree is not followed, so this file is not counted twice.
-  fs::create_symlink(home() / claudeFile("p/g\xff\xfe.jsonl"), home() / claudeFile("p/link.jsonl"));
+  fs::create_symlink(dir() / claudeFile("p/g\xff\xfe.jsonl"), dir() / claudeFile("p/link.jsonl"));
 
   // The file vanishes between the walk and its read, as when the tool deletes a session.
   IngestOptions options;
   options.progress = [&](const IngestProgress& progress) {
-    if (progress.filesDone == 0) fs::remove(home() / claudeFile("p/gone.jsonl"));
+    if (progress.filesDone == 0) fs::remove(dir() / claudeFile("p/gone.jsonl"));
   };
   IngestResult result = pass(now_, options);
   EXPECT_EQ(result.filesScanned, 2u);
   ASSERT_EQ(result.skipped.size(), 1u);
-  EXPECT_EQ(result.skipped[0].path, (home() / claudeFile("p/gone.jsonl")).string());
+  EXPECT_EQ(result.skipped[0].path, (dir() / claudeFile("p/gone.jsonl")).string());
   EXPECT_THAT(result.skipped[0].reason, ::testing::HasSubstr("No such file"));
   EXPECT_THAT(keys(), ElementsAre("g"));
   EXPECT_EQ(result.toJson()["skipped"][0]["path"], result.skipped[0].path);
   EXPECT_EQ(pass(now_).filesRead, 0u);
 
   if (::geteuid() != 0) {  // permissions do not stop root
-    writeHome(claudeFile("p/locked.jsonl"), claudeLine("l", 1, "2026-11-20T09:00:00Z"));
-    fs::permissions(home() / claudeFile("p/locked.jsonl"), fs::perms::none);
+    write(claudeFile("p/locked.jsonl"), claudeLine("l", 1, "2026-11-20T09:00:00Z"));
+    fs::permissions(dir() / claudeFile("p/locked.jsonl"), fs::perms::none);
     IngestResult locked = pass(now_);
     ASSERT_EQ(locked.skipped.size(), 1u);
     EXPECT_THAT(locked.skipped[0].reason, ::testing::HasSubstr("denied"));
@@ -322,10 +309,8 @@ TEST_F(UsageIngestorTest, RealLogsGiveTheirTrueTotals) {
   // One log alone in a fresh home, read in small chunks so that runs of one reply and Codex
   // contexts also cross read boundaries: uncached|output|cacheRead|cacheWrite|reasoning.
   auto sums = [&](const fs::path& log, const fs::path& folder) {
-    fs::remove_all(home());
-    fs::remove(dbPath());
-    fs::create_directories(home() / folder);
-    fs::copy_file(log, home() / folder / log.filename());
+    for (const char* old : {".claude", ".codex", "usage.db"}) fs::remove_all(dir() / old);
+    write(folder / log.filename(), testing::readFile(log));
     IngestOptions options;
     options.chunkBytes = 64 << 10;
     pass(now_, options);
