@@ -192,7 +192,11 @@ TEST_F(UsageStoreTest, ABatchIsStoredWholeOrNotAtAll) {
   EXPECT_EQ(UsageStore{dbPath()}.ingest(std::vector{event("late", "2025-03-02T12:00:00Z")}), 1);
 }
 
-TEST_F(UsageStoreTest, CursorsAreReplacedReadBackTogetherAndResetPerProvider) {
+// Cursors are saved alone or with a batch, replaced per path, and read back together under the
+// path they were stored under, leaving out rows that do not decode; they are reset per provider.
+// Limits are kept per provider, their dates as seconds since 2001. Pruning drops the usage,
+// replies and sessions before the cutoff's local day, and keeps cursors and limits.
+TEST_F(UsageStoreTest, CursorsAndLimitsAreKeptBesideTheUsageThatIsPruned) {
   UsageStore store{dbPath()};
   FileCursor codex{"/c1", 42, 1024, {{"provider", "codex"}, {"model", "gpt-5"}}};
   store.save(codex);
@@ -200,7 +204,9 @@ TEST_F(UsageStoreTest, CursorsAreReplacedReadBackTogetherAndResetPerProvider) {
   const FileCursor claude{"/k1", 3, 30, {{"provider", "claude"}}};
   const FileCursor none{"/n1", 4, 40, {}};
   const FileCursor upper{"/u1", 5, 50, {{"provider", "Codex"}}};
-  store.ingest(std::vector<UsageEvent>{}, std::vector{codex, claude, none, upper});
+  store.ingest(std::vector{event("old", "2025-03-09T23:59:59Z", {}, std::nullopt, "s-old"),
+                           event("keep", "2025-03-10T00:00:00Z", {}, std::nullopt, "s-keep")},
+               std::vector{codex, claude, none, upper});
   RawDatabase raw{dbPath()};
   raw.exec("INSERT INTO cursors VALUES('/bad', '{\"path\":1}')");
   // Stored under one path, naming another: the row's own path is the one deleted.
@@ -210,34 +216,24 @@ TEST_F(UsageStoreTest, CursorsAreReplacedReadBackTogetherAndResetPerProvider) {
   EXPECT_THAT(store.allCursors(),
               ElementsAre(Pair("/c1", codex), Pair("/k1", claude), Pair("/moved", ::testing::_),
                           Pair("/n1", none), Pair("/u1", upper)));
-
   store.resetCursors(ProviderID::codex);
-  EXPECT_THAT(raw.rows("SELECT path FROM cursors ORDER BY path"),
-              ElementsAre("/bad", "/k1", "/n1", "/u1"));
-}
+  const auto paths = [&] { return raw.rows("SELECT path FROM cursors ORDER BY path"); };
+  EXPECT_THAT(paths(), ElementsAre("/bad", "/k1", "/n1", "/u1"));
 
-// Limits are kept per provider with their dates as seconds since 2001. Pruning drops the usage,
-// replies and sessions before the cutoff's local day, and keeps the cursors and the limits.
-TEST_F(UsageStoreTest, LimitsRoundTripAndPruningKeepsThemWithTheCutoffDay) {
-  UsageStore store{dbPath()};
   EXPECT_FALSE(store.limits(ProviderID::codex));
   ProviderLimits limits;
   limits.plan = "Plus";
   limits.fetchedAt = at("2025-03-01T10:00:00.25Z");
   store.setLimits(limits, ProviderID::codex);
   EXPECT_FALSE(store.limits(ProviderID::claude));
-  RawDatabase raw{dbPath()};
   EXPECT_EQ(json::parse(raw.rows("SELECT json FROM limits")[0])["fetchedAt"], 762516000.25);
 
-  store.ingest(std::vector{event("old", "2025-03-09T23:59:59Z", {}, std::nullopt, "s-old"),
-                           event("keep", "2025-03-10T00:00:00Z", {}, std::nullopt, "s-keep")},
-               std::vector<FileCursor>{{"/c", 1, 1, {}}});
   store.prune(at("2025-03-10T18:00:00Z"), utc);
   EXPECT_THAT(raw.rows("SELECT slot FROM usage"),
               ElementsAre(std::to_string(slotOf(at("2025-03-10T00:00:00Z")))));
   EXPECT_THAT(raw.rows("SELECT session_id FROM sessions"), ElementsAre("s-keep"));
   EXPECT_THAT(raw.rows("SELECT key FROM replies"), ElementsAre("keep"));
-  EXPECT_THAT(store.allCursors(), ElementsAre(Pair("/c", FileCursor{"/c", 1, 1, {}})));
+  EXPECT_THAT(paths(), ElementsAre("/bad", "/k1", "/n1", "/u1"));
   EXPECT_EQ(store.limits(ProviderID::codex), limits);
   // A pruned key counts again when its line is read again.
   EXPECT_EQ(store.ingest(std::vector{event("old", "2025-03-09T23:59:59Z")}), 1);
