@@ -229,10 +229,7 @@ TEST_F(UsageIngestorTest, PassesKilledAtAnyPointStillEndWithEachReplysFinalCount
   }
   const size_t half = lines.find("k075");
   write(claudeFile(), lines.substr(0, half));
-  IngestOptions options;
-  options.chunkBytes = 2048;
-  options.batchEvents = 1;
-  options.workers = 1;
+  IngestOptions options{.workers = 1, .chunkBytes = 2048, .batchEvents = 1, .progress = {}};
   const auto killedPasses = [&] {
     for (size_t made = 0; made < 40; made += 3) {
       const pid_t child = ::fork();
@@ -283,7 +280,7 @@ TEST_F(UsageIngestorTest, ReportsFilesItCannotReadAndGoesOn) {
   options.progress = [&](const IngestProgress& progress) {
     if (progress.filesDone == 0) fs::remove(dir() / claudeFile("p/gone.jsonl"));
   };
-  IngestResult result = pass(now_, options);
+  const IngestResult result = pass(now_, options);
   EXPECT_EQ(result.filesScanned, 2u);
   ASSERT_EQ(result.skipped.size(), 1u);
   EXPECT_EQ(result.skipped[0].path, (dir() / claudeFile("p/gone.jsonl")).string());
@@ -311,9 +308,7 @@ TEST_F(UsageIngestorTest, RealLogsGiveTheirTrueTotals) {
   auto sums = [&](const fs::path& log, const fs::path& folder) {
     for (const char* old : {".claude", ".codex", "usage.db"}) fs::remove_all(dir() / old);
     write(folder / log.filename(), testing::readFile(log));
-    IngestOptions options;
-    options.chunkBytes = 64 << 10;
-    pass(now_, options);
+    pass(now_, {.chunkBytes = 64 << 10, .progress = {}});
     RawDatabase raw{dbPath()};
     return raw.rows(
         "SELECT COALESCE(SUM(uncached),0), COALESCE(SUM(output),0), COALESCE(SUM(cache_read),0), "

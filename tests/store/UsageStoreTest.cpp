@@ -221,9 +221,7 @@ TEST_F(UsageStoreTest, CursorsAndLimitsAreKeptBesideTheUsageThatIsPruned) {
   EXPECT_THAT(paths(), ElementsAre("/bad", "/k1", "/n1", "/u1"));
 
   EXPECT_FALSE(store.limits(ProviderID::codex));
-  ProviderLimits limits;
-  limits.plan = "Plus";
-  limits.fetchedAt = at("2025-03-01T10:00:00.25Z");
+  const ProviderLimits limits{"Plus", {}, {}, ProviderStatus::ok, at("2025-03-01T10:00:00.25Z")};
   store.setLimits(limits, ProviderID::codex);
   EXPECT_FALSE(store.limits(ProviderID::claude));
   EXPECT_EQ(json::parse(raw.rows("SELECT json FROM limits")[0])["fetchedAt"], 762516000.25);
