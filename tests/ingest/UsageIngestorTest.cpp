@@ -78,16 +78,14 @@ class UsageIngestorTest : public testing::TempDirTest {
 
   // provider|model|uncached|cacheRead|output|reasoning summed over all days.
   std::vector<std::string> totals() {
-    RawDatabase raw{dbPath()};
-    return raw.rows(
+    return RawDatabase{dbPath()}.rows(
         "SELECT provider, model, SUM(uncached), SUM(cache_read), SUM(output), SUM(reasoning) "
         "FROM usage JOIN sessions ON sessions.id = usage.session "
         "GROUP BY provider, model ORDER BY provider, model");
   }
 
   std::vector<std::string> keys() {
-    RawDatabase raw{dbPath()};
-    return raw.rows("SELECT key FROM replies ORDER BY key");
+    return RawDatabase{dbPath()}.rows("SELECT key FROM replies ORDER BY key");
   }
 
   const Date now_ = at("2026-11-20T12:00:00Z");
@@ -151,8 +149,7 @@ TEST_F(UsageIngestorTest, ALongUnfinishedLineIsNotScannedAgain) {
   const std::string line = claudeLine("long", 7, "2026-11-20T09:00:00Z");
   const std::string head = line.substr(0, line.size() - 3) + std::string(1 << 20, ' ');
   write(claudeFile(), claudeLine("m0", 1, "2026-11-20T08:00:00Z") + head);
-  const IngestResult first = pass(now_);
-  EXPECT_EQ(std::tuple(first.linesRead, first.totalNewEvents()), std::tuple(1, 1));
+  EXPECT_EQ(pass(now_).totalNewEvents(), 1);
   auto scanned = [&] {
     UsageStore store{dbPath()};
     return store.cursor((dir() / claudeFile()).string())->integerEntry("scanned");

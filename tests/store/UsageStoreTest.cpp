@@ -153,12 +153,6 @@ TEST_F(UsageStoreTest, ABatchIsStoredWholeOrNotAtAll) {
   };
   UsageStore store{dbPath(), {.busyTimeout = 0.05}};
   RawDatabase raw{dbPath()};
-  // A batch that got partly written would leave rows in one of these tables.
-  const auto counts = [&] {
-    return raw.rows(
-        "SELECT (SELECT COUNT(*) FROM replies), (SELECT COUNT(*) FROM usage), "
-        "(SELECT COUNT(*) FROM sessions), (SELECT COUNT(*) FROM cursors)");
-  };
 
   // Another program is writing: past the wait, the error names the file, what was being done,
   // SQLite's reason and what to do.
@@ -178,7 +172,10 @@ TEST_F(UsageStoreTest, ABatchIsStoredWholeOrNotAtAll) {
             SQLITE_OK);
   EXPECT_EQ(failure([&] { store.ingest(batch, std::vector{cursor}); }),
             UsageStoreError::sqlite(SQLITE_CONSTRAINT, "refused"));
-  EXPECT_THAT(counts(), ElementsAre("0|0|0|0"));
+  // A batch that got partly written would leave rows in one of these tables.
+  EXPECT_THAT(raw.rows("SELECT (SELECT COUNT(*) FROM replies), (SELECT COUNT(*) FROM usage), "
+                       "(SELECT COUNT(*) FROM sessions), (SELECT COUNT(*) FROM cursors)"),
+              ElementsAre("0|0|0|0"));
   ASSERT_EQ(raw.exec("DROP TRIGGER refuse"), SQLITE_OK);
   EXPECT_EQ(store.ingest(batch, std::vector{cursor}), 2);
   EXPECT_EQ(store.cursor(cursor.path), cursor);
