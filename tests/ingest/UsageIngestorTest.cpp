@@ -192,8 +192,7 @@ TEST_F(UsageIngestorTest, CodexCountsRisingTotalsOrUsageRecordsAndKeepsItsContex
   // The limits read from the logs are stored, being newer than anything stored.
   const std::optional<ProviderLimits> limits = UsageStore{dbPath()}.limits(ProviderID::codex);
   ASSERT_TRUE(limits);
-  ASSERT_EQ(limits->windows.size(), 1u);
-  EXPECT_DOUBLE_EQ(limits->windows[0].usedFraction, 0.4);
+  EXPECT_THAT(limits->windows, ElementsAre(::testing::Field(&LimitWindow::usedFraction, 0.4)));
 }
 
 // Turns 3 and 1 have ended and turn 2 is running; then turn 2 ends too.

@@ -73,12 +73,12 @@ TEST_F(UsageStoreTest, OpensOnlyItsOwnDatabases) {
     const std::string before = testing::readFile(dbPath());
     if (!row.refusal) {
       { UsageStore store{dbPath()}; }
-      RawDatabase raw{dbPath()};
-      EXPECT_THAT(raw.rows("PRAGMA application_id"),
-                  ElementsAre(std::to_string(UsageStore::applicationId)));
-      EXPECT_THAT(raw.rows("PRAGMA user_version"), ElementsAre("2"));
-      EXPECT_THAT(raw.rows("PRAGMA journal_mode"), ElementsAre("wal"));
-      EXPECT_THAT(raw.rows("PRAGMA page_size"), ElementsAre(row.pageSize));
+      // The id, the schema version, the journal and the page size.
+      EXPECT_THAT(
+          RawDatabase(dbPath()).rows("SELECT * FROM pragma_application_id, "
+                                     "pragma_user_version, pragma_journal_mode, "
+                                     "pragma_page_size"),
+          ElementsAre(std::to_string(UsageStore::applicationId) + "|2|wal|" + row.pageSize));
       continue;
     }
     for (bool readOnly : {false, true}) {
