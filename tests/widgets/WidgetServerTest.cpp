@@ -37,10 +37,10 @@ TEST_F(WidgetServerTest, AnswersEveryWidgetAndRefusesWhatItCannotShow) {
   EXPECT_THAT(gallery->get_header_value("Content-Security-Policy"),
               HasSubstr("default-src 'none'"));
 
-  // Ten minutes after the sample was made: an entry now and one when it turns stale.
+  // Ten minutes after the sample was made: an entry now and one when it turns stale. (That the
+  // page shows the tool asked for is the browser test's.)
   const auto small = http.Get("/widgets/app.brimlog.small?provider=codex");
   ASSERT_TRUE(small);
-  EXPECT_THAT(small->body, HasSubstr("data-provider=\"codex\""));
   EXPECT_THAT(small->body, HasSubstr("<section class=\"entry\" data-date=\"1793277001\" hidden>"));
 
   const auto unknownProvider = http.Get("/widgets/app.brimlog.small?provider=gemini");
