@@ -21,8 +21,8 @@ class IngestSink {
   virtual std::map<std::string, FileCursor> storedCursors() = 0;
 
   /// Stores a batch of events and the cursors of the reads that produced them, together or not
-  /// at all, and returns how many events were new, per provider. An event whose key was counted
-  /// before changes nothing.
+  /// at all, and returns how many replies were new, per provider. An event of a reply counted
+  /// before adds only what its counts grew by.
   virtual PerProvider<int64_t> commit(std::span<const UsageEvent> events,
                                       std::span<const FileCursor> cursors) = 0;
 

@@ -119,8 +119,8 @@ std::unique_ptr<SQLiteDatabase> UsageStore::open(const std::string& path,
   }
   if (options.readOnly) return db;
 
-  // A new file gets 16 KiB pages: every reply is a `seen` row whose random key lands anywhere in
-  // its index, and with pages four times the default the index is a level shallower and a batch
+  // A new file gets 16 KiB pages: every reply is a `replies` row whose random key lands anywhere
+  // in the table, and with pages four times the default its tree is a level shallower and a batch
   // dirties fewer pages; a first pass over a large home takes a tenth less time. The size can
   // only be chosen before the file turns to WAL; a file made earlier keeps its own.
   if (tables == 0 && version == 0) db->exec("PRAGMA page_size=16384");

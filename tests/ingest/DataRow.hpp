@@ -1,7 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <filesystem>
 #include <iterator>
@@ -22,13 +20,6 @@ struct DataRow {
 
   int64_t integer(size_t index) const { return std::stoll(fields.at(index)); }
 };
-
-/// The text of tests/data/<relative>; the test fails when there is none.
-inline std::string dataText(std::string_view relative) {
-  std::string text = readFile(dataPath(relative));
-  EXPECT_FALSE(text.empty()) << "no data in " << dataPath(relative);
-  return text;
-}
 
 /// The rows of tests/data/<relative> (see `dataRows`), each with its first field as its name.
 inline std::vector<DataRow> namedRows(std::string_view relative) {

@@ -2,13 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <thread>
 
 #include "ingest/DataRow.hpp"
 #include "ingest/ToolLocations.hpp"
@@ -23,7 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::DataRow;
-using testing::dataRows;
 using ::testing::ElementsAre;
 using testing::RawDatabase;
 
@@ -64,62 +60,32 @@ std::string tokenCount(int64_t total, int64_t lastInput, int64_t lastCached, int
       total, lastInput, lastCached, lastOutput);
 }
 
+// The temporary folder is the home the tools write in.
 class UsageIngestorTest : public testing::TempDirTest {
  protected:
-  fs::path home() const { return dir() / "home"; }
   fs::path dbPath() const { return dir() / "usage.db"; }
   fs::path claudeFile(const std::string& name = "p/s1.jsonl") const {
     return fs::path(".claude/projects") / name;
   }
 
-  // The store, with `beforeCommit` called with each commit's number (from 1) before it is made.
-  struct HookedSink final : IngestSink {
-    IngestSink& next;
-    std::function<void(int)> beforeCommit;
-    int commits = 0;
-    HookedSink(IngestSink& next, std::function<void(int)> beforeCommit)
-        : next(next), beforeCommit(std::move(beforeCommit)) {}
-    std::map<std::string, FileCursor> storedCursors() override { return next.storedCursors(); }
-    PerProvider<int64_t> commit(std::span<const UsageEvent> events,
-                                std::span<const FileCursor> cursors) override {
-      beforeCommit(++commits);
-      return next.commit(events, cursors);
-    }
-    bool keepIfNewer(ProviderID provider, const ProviderLimits& limits) override {
-      return next.keepIfNewer(provider, limits);
-    }
-  };
-
-  IngestResult pass(
-      Date now, IngestOptions options = {}, std::function<void(int)> beforeCommit = [](int) {}) {
+  IngestResult pass(Date now, IngestOptions options = {}) {
     // A commit that meets another writer fails soon, not after the usual wait.
     UsageStore store{dbPath(), {.busyTimeout = 0.2}};
-    StoreIngestSink storeSink{store};
-    HookedSink sink{storeSink, std::move(beforeCommit)};
-    const ToolLocations tools = ToolLocations::resolve(home(), {});
-    UsageIngestor ingestor{sink, tools.logFolders(), std::move(options)};
-    return ingestor.run(now);
+    StoreIngestSink sink{store};
+    const ToolLocations tools = ToolLocations::resolve(dir(), {});
+    return UsageIngestor{sink, tools.logFolders(), std::move(options)}.run(now);
   }
 
   // provider|model|uncached|cacheRead|output|reasoning summed over all days.
   std::vector<std::string> totals() {
-    RawDatabase raw{dbPath()};
-    return raw.rows(
+    return RawDatabase{dbPath()}.rows(
         "SELECT provider, model, SUM(uncached), SUM(cache_read), SUM(output), SUM(reasoning) "
         "FROM usage JOIN sessions ON sessions.id = usage.session "
         "GROUP BY provider, model ORDER BY provider, model");
   }
 
   std::vector<std::string> keys() {
-    RawDatabase raw{dbPath()};
-    return raw.rows("SELECT key FROM replies ORDER BY key");
-  }
-
-  void writeHome(const fs::path& relative, const std::string& contents) {
-    write(fs::path("home") / relative, contents);
-  }
-  void appendHome(const fs::path& relative, const std::string& contents) {
-    append(fs::path("home") / relative, contents);
+    return RawDatabase{dbPath()}.rows("SELECT key FROM replies ORDER BY key");
   }
 
   const Date now_ = at("2026-11-20T12:00:00Z");
@@ -128,203 +94,127 @@ class UsageIngestorTest : public testing::TempDirTest {
 TEST_F(UsageIngestorTest, CountsEachReplyAtOnceAndAddsWhatItsLaterLinesCarry) {
   // One reply over three lines with growing output, tool results in between, then a second
   // reply that is still streaming when the pass runs: both count at once.
-  writeHome(claudeFile(), claudeLine("m1", 3, "2026-11-20T11:50:00Z") + toolLine() +
-                              claudeLine("m1", 3, "2026-11-20T11:50:01Z") + toolLine() +
-                              claudeLine("m1", 623, "2026-11-20T11:50:02Z") +
-                              claudeLine("m2", 5, "2026-11-20T11:55:00Z"));
-  IngestResult first = pass(now_);
-  EXPECT_EQ(first.filesScanned, 1u);
-  EXPECT_EQ(first.filesRead, 1u);
-  EXPECT_EQ(first.linesRead, 6);
+  write(claudeFile(), claudeLine("m1", 3, "2026-11-20T11:50:00Z") + toolLine() +
+                          claudeLine("m1", 3, "2026-11-20T11:50:01Z") + toolLine() +
+                          claudeLine("m1", 623, "2026-11-20T11:50:02Z") +
+                          claudeLine("m2", 5, "2026-11-20T11:55:00Z"));
+  const IngestResult first = pass(now_);
+  EXPECT_EQ(std::tuple(first.filesScanned, first.filesRead, first.linesRead),
+            std::tuple(1u, 1u, 6));
   EXPECT_EQ(first.newEvents[ProviderID::claude], 2);
   EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|20|200|628|0"));
 
   // The second reply grows: only its growth is added, and it is not a new reply.
-  appendHome(claudeFile(), claudeLine("m2", 40, "2026-11-20T11:55:01Z") +
-                               claudeLine("m3", 1, "2026-11-20T11:58:00Z"));
-  IngestResult second = pass(now_);
-  EXPECT_EQ(second.linesRead, 2);
-  EXPECT_EQ(second.totalNewEvents(), 1);
+  append(claudeFile(), claudeLine("m2", 40, "2026-11-20T11:55:01Z") +
+                           claudeLine("m3", 1, "2026-11-20T11:58:00Z"));
+  const IngestResult second = pass(now_);
+  EXPECT_EQ(std::tuple(second.linesRead, second.totalNewEvents()), std::tuple(2, 1));
   EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|30|300|664|0"));
 
   // Nothing changed: the file is not read again, at once or later.
   for (const Date when : {now_, at("2026-11-20T13:00:00Z")}) {
-    IngestResult idle = pass(when);
-    EXPECT_EQ(idle.filesRead, 0u);
-    EXPECT_EQ(idle.bytesRead, 0);
+    const IngestResult idle = pass(when);
+    EXPECT_EQ(std::tuple(idle.filesRead, idle.bytesRead), std::tuple(0u, 0));
   }
   EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|30|300|664|0"));
 }
 
-// A log replaced by a new file, truncated, or copied over in place (the same inode and longer
-// than what was read) is read again from its start, without counting any reply twice.
-TEST_F(UsageIngestorTest, RereadsReplacedTruncatedAndRewrittenFiles) {
-  const std::string a = claudeLine("a", 1, "2026-11-20T09:00:00Z");
-  const std::string b = claudeLine("b", 2, "2026-11-20T09:01:00Z");
-  writeHome(claudeFile(), a + b);
+// A log truncated, or copied over in place (the same inode and longer than what was read), is read
+// again from its start, without counting any reply twice. (One replaced by another file starts
+// over in JSONLTail, JSONLTailTest's.)
+TEST_F(UsageIngestorTest, RereadsTruncatedAndRewrittenFiles) {
+  write(claudeFile(),
+        claudeLine("a", 1, "2026-11-20T09:00:00Z") + claudeLine("b", 2, "2026-11-20T09:01:00Z"));
   EXPECT_EQ(pass(now_).totalNewEvents(), 2);
 
-  // Replaced by a new file (new inode) holding the old replies and a new one.
-  const fs::path path = home() / claudeFile();
-  write("replacement.jsonl", a + b + claudeLine("c", 4, "2026-11-20T09:02:00Z"));
-  fs::rename(dir() / "replacement.jsonl", path);
-  IngestResult replaced = pass(now_);
-  EXPECT_EQ(replaced.linesRead, 3);
-  EXPECT_EQ(replaced.totalNewEvents(), 1);
-
   // Truncated and rewritten shorter.
-  writeHome(claudeFile(), claudeLine("d", 8, "2026-11-20T09:03:00Z"));
-  IngestResult truncated = pass(now_);
-  EXPECT_EQ(truncated.linesRead, 1);
-  EXPECT_EQ(truncated.totalNewEvents(), 1);
-  EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|40|400|15|0"));
+  write(claudeFile(), claudeLine("d", 8, "2026-11-20T09:03:00Z"));
+  const IngestResult truncated = pass(now_);
+  EXPECT_EQ(std::tuple(truncated.linesRead, truncated.totalNewEvents()), std::tuple(1, 1));
+  EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|30|300|11|0"));
 
-  // Copied over in place: the same inode, and longer than what was read.
+  // Copied over in place (truncated and written again: the same inode), longer than what was read.
   std::string longer;
   for (int i = 0; i < 12; ++i) {
     longer += claudeLine(fmt::format("e{}", i), 2, "2026-11-20T10:00:00Z") + toolLine();
   }
-  struct stat before {
-  }, after{};
-  ASSERT_EQ(::stat(path.c_str(), &before), 0);
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << longer;
-  ASSERT_EQ(::stat(path.c_str(), &after), 0);
-  ASSERT_EQ(after.st_ino, before.st_ino);
+  write(claudeFile(), longer);
   EXPECT_EQ(pass(now_).totalNewEvents(), 12);
-  EXPECT_EQ(keys().size(), 16u);
+  EXPECT_EQ(keys().size(), 15u);
   EXPECT_EQ(pass(now_).filesRead, 0u);
-}
-
-TEST_F(UsageIngestorTest, ALogWhoseNameIsNotUTF8IsReadOnce) {
-  writeHome(claudeFile("p/s\xff\xfe.jsonl"), claudeLine("m1", 3, "2026-11-20T09:00:00Z"));
-  EXPECT_EQ(pass(now_).totalNewEvents(), 1);
-  const IngestResult again = pass(now_);
-  EXPECT_EQ(again.filesRead, 0u);
-  EXPECT_EQ(again.bytesRead, 0);
-  RawDatabase raw{dbPath()};
-  EXPECT_THAT(raw.rows("SELECT COUNT(*) FROM cursors"), ElementsAre("1"));
 }
 
 TEST_F(UsageIngestorTest, ALongUnfinishedLineIsNotScannedAgain) {
   // A reply whose line is still being written: a megabyte of text and no line end yet.
   const std::string line = claudeLine("long", 7, "2026-11-20T09:00:00Z");
   const std::string head = line.substr(0, line.size() - 3) + std::string(1 << 20, ' ');
-  writeHome(claudeFile(), claudeLine("m0", 1, "2026-11-20T08:00:00Z") + head);
-  const IngestResult first = pass(now_);
-  EXPECT_EQ(first.linesRead, 1);
-  EXPECT_EQ(first.totalNewEvents(), 1);
+  write(claudeFile(), claudeLine("m0", 1, "2026-11-20T08:00:00Z") + head);
+  EXPECT_EQ(pass(now_).totalNewEvents(), 1);
   auto scanned = [&] {
     UsageStore store{dbPath()};
-    return store.cursor((home() / claudeFile()).string())->integerEntry("scanned");
+    return store.cursor((dir() / claudeFile()).string())->integerEntry("scanned");
   };
-  EXPECT_EQ(scanned(), static_cast<int64_t>(fs::file_size(home() / claudeFile())));
+  EXPECT_EQ(scanned(), static_cast<int64_t>(fs::file_size(dir() / claudeFile())));
 
-  appendHome(claudeFile(), std::string(1000, ' '));
+  append(claudeFile(), std::string(1000, ' '));
   EXPECT_EQ(pass(now_).totalNewEvents(), 0);
-  EXPECT_EQ(scanned(), static_cast<int64_t>(fs::file_size(home() / claudeFile())));
+  EXPECT_EQ(scanned(), static_cast<int64_t>(fs::file_size(dir() / claudeFile())));
 
-  appendHome(claudeFile(), line.substr(line.size() - 3));
+  append(claudeFile(), line.substr(line.size() - 3));
   const IngestResult completed = pass(now_);
-  EXPECT_EQ(completed.linesRead, 1);
-  EXPECT_EQ(completed.totalNewEvents(), 1);
+  EXPECT_EQ(std::tuple(completed.linesRead, completed.totalNewEvents()), std::tuple(1, 1));
   EXPECT_EQ(scanned(), std::nullopt);
   EXPECT_THAT(keys(), ElementsAre("long", "m0"));
 }
 
-TEST_F(UsageIngestorTest, CodexCountsRisingTotalsAndKeepsItsContextBetweenReads) {
+// A file's rising totals count their growth and keep their session and model between reads; a
+// file with usage records counts those alone.
+TEST_F(UsageIngestorTest, CodexCountsRisingTotalsOrUsageRecordsAndKeepsItsContextBetweenReads) {
   const fs::path file = ".codex/sessions/2026/11/20/rollout-1.jsonl";
-  writeHome(file, codexMeta("s1", "gpt-5.3-codex") + tokenCount(100, 100, 30, 5));
-  EXPECT_EQ(pass(now_).newEvents[ProviderID::codex], 1);
+  write(file, codexMeta("s1", "gpt-5.3-codex") + tokenCount(100, 100, 30, 5));
+  write(".codex/archived_sessions/rollout-2.jsonl",
+        codexMeta("s3", "m1") + tokenCount(100, 100, 30, 5) +
+            R"({"timestamp":"2026-11-20T10:02:00Z","type":"token_usage_record","payload":{)"
+            R"("response_id":"r1","usage":{"input_tokens":100,"cached_input_tokens":30,)"
+            R"("output_tokens":20,"reasoning_output_tokens":5}}})"
+            "\n");
+  EXPECT_EQ(pass(now_).newEvents[ProviderID::codex], 2);
 
   // The next read starts mid-file: session and model come from the stored context. A repeated
   // total counts nothing; a new session in the same file counts from zero.
-  appendHome(file, tokenCount(100, 100, 30, 5) + tokenCount(250, 150, 100, 8) +
-                       codexMeta("s2", "gpt-5.5") + tokenCount(90, 90, 0, 2));
+  append(file, tokenCount(100, 100, 30, 5) + tokenCount(250, 150, 100, 8) +
+                   codexMeta("s2", "gpt-5.5") + tokenCount(90, 90, 0, 2));
   EXPECT_EQ(pass(now_).newEvents[ProviderID::codex], 2);
-  EXPECT_THAT(keys(), ElementsAre("s1#100", "s1#250", "s2#90"));
-  EXPECT_THAT(totals(), ElementsAre("codex|gpt-5.3-codex|120|130|13|2", "codex|gpt-5.5|90|0|2|1"));
+  EXPECT_THAT(keys(), ElementsAre("r1", "s1#100", "s1#250", "s2#90"));
+  EXPECT_THAT(totals(), ElementsAre("codex|gpt-5.3-codex|120|130|13|2", "codex|gpt-5.5|90|0|2|1",
+                                    "codex|m1|70|30|20|5"));
 
   // The limits read from the logs are stored, being newer than anything stored.
-  UsageStore store{dbPath()};
-  std::optional<ProviderLimits> limits = store.limits(ProviderID::codex);
+  const std::optional<ProviderLimits> limits = UsageStore{dbPath()}.limits(ProviderID::codex);
   ASSERT_TRUE(limits);
-  ASSERT_EQ(limits->windows.size(), 1u);
-  EXPECT_DOUBLE_EQ(limits->windows[0].usedFraction, 0.4);
-}
-
-TEST_F(UsageIngestorTest, CodexFilesWithUsageRecordsCountThoseAlone) {
-  const std::string record =
-      R"({"timestamp":"2026-11-20T10:02:00Z","type":"token_usage_record","payload":{)"
-      R"("response_id":"r1","usage":{"input_tokens":100,"cached_input_tokens":30,)"
-      R"("output_tokens":20,"reasoning_output_tokens":5}}})"
-      "\n";
-  writeHome(".codex/archived_sessions/rollout-2.jsonl",
-            codexMeta("s1", "m1") + tokenCount(100, 100, 30, 5) + record);
-  IngestResult result = pass(now_);
-  EXPECT_EQ(result.newEvents[ProviderID::codex], 1);
-  EXPECT_THAT(keys(), ElementsAre("r1"));
-  EXPECT_THAT(totals(), ElementsAre("codex|m1|70|30|20|5"));
+  EXPECT_THAT(limits->windows, ElementsAre(::testing::Field(&LimitWindow::usedFraction, 0.4)));
 }
 
 // Turns 3 and 1 have ended and turn 2 is running; then turn 2 ends too.
 TEST_F(UsageIngestorTest, GrokTurnsFinishedOutOfOrderAreCountedOnceEach) {
   const fs::path file = ".grok/sessions/g1.json";
-  writeHome(file, testing::dataText("ingest/grok-session-turn2-running.json"));
+  write(file, testing::readFile(testing::dataPath("ingest/grok-session-turn2-running.json")));
   EXPECT_EQ(pass(now_).newEvents[ProviderID::grok], 2);
   EXPECT_THAT(keys(), ElementsAre("g1#1#grok-4", "g1#3#grok-4"));
 
-  IngestResult unchanged = pass(now_);
-  EXPECT_EQ(unchanged.filesRead, 0u);
+  EXPECT_EQ(pass(now_).filesRead, 0u);
 
-  writeHome(file, testing::dataText("ingest/grok-session-turn2-ended.json"));
+  write(file, testing::readFile(testing::dataPath("ingest/grok-session-turn2-ended.json")));
   EXPECT_EQ(pass(now_).newEvents[ProviderID::grok], 1);
   EXPECT_THAT(totals(), ElementsAre("grok|grok-4|90|60|21|0"));
   RawDatabase raw{dbPath()};
   EXPECT_THAT(raw.rows("SELECT reported_usd FROM usage"), ElementsAre("0.3"));
 }
 
-TEST_F(UsageIngestorTest, APassThatFailsPartWayLosesAndRepeatsNothing) {
-  auto transcript = [](const char* prefix, int replies) {
-    std::string lines;
-    for (int i = 0; i < replies; ++i) {
-      lines += claudeLine(fmt::format("{}{:02}", prefix, i), i + 1, "2026-11-20T09:00:00Z");
-    }
-    return lines;
-  };
-  writeHome(claudeFile("p/a.jsonl"), transcript("a", 40));
-  writeHome(claudeFile("p/b.jsonl"), transcript("b", 20));
-  writeHome(".codex/sessions/r.jsonl", codexMeta("s1", "m") + tokenCount(10, 10, 0, 1));
-
-  // Small chunks and one commit per chunk; before the third commit another connection takes the
-  // write lock, so that commit fails as one that meets another writer does.
-  IngestOptions options;
-  options.chunkBytes = 2048;
-  options.batchEvents = 1;
-  options.workers = 1;
-  std::unique_ptr<RawDatabase> blocker;
-  EXPECT_THROW(pass(now_, options,
-                    [&](int commit) {
-                      if (commit != 3) return;
-                      blocker = std::make_unique<RawDatabase>(dbPath());
-                      EXPECT_EQ(blocker->exec("BEGIN IMMEDIATE"), SQLITE_OK);
-                    }),
-               UsageStoreError);
-  ASSERT_TRUE(blocker);
-  blocker->exec("ROLLBACK");
-  blocker.reset();
-  EXPECT_FALSE(keys().empty());
-
-  pass(now_);
-  // Every reply once: 40 + 20, output 1..40 and 1..20, and the Codex reply.
-  EXPECT_EQ(keys().size(), 61u);
-  EXPECT_THAT(totals(),
-              ElementsAre("claude|claude-sonnet-4-5|600|6000|1030|0", "codex|m|10|0|1|1"));
-}
-
 // Replies written over three lines each, the later ones carrying more output, read by passes
-// killed (SIGKILL) after ever more commits (small chunks, a commit per chunk), then by one left to
-// finish: each reply ends up with its final counts, once, whichever commits the killed passes
-// made.
+// killed (SIGKILL) after ever more commits (small chunks, a commit per chunk), by one whose commit
+// fails, then by one left to finish: each reply ends up with its final counts, once, whichever
+// commits the cut passes made.
 TEST_F(UsageIngestorTest, PassesKilledAtAnyPointStillEndWithEachReplysFinalCounts) {
   std::string lines;
   for (int i = 0; i < 150; ++i) {
@@ -334,19 +224,18 @@ TEST_F(UsageIngestorTest, PassesKilledAtAnyPointStillEndWithEachReplysFinalCount
     }
   }
   const size_t half = lines.find("k075");
-  writeHome(claudeFile(), lines.substr(0, half));
-  IngestOptions options;
-  options.chunkBytes = 2048;
-  options.batchEvents = 1;
-  options.workers = 1;
+  write(claudeFile(), lines.substr(0, half));
+  IngestOptions options{.workers = 1, .chunkBytes = 2048, .batchEvents = 1, .progress = {}};
   const auto killedPasses = [&] {
-    for (int made = 0; made < 40; made += 3) {
+    for (size_t made = 0; made < 40; made += 3) {
       const pid_t child = ::fork();
       ASSERT_GE(child, 0);
       if (child == 0) {
-        pass(now_, options, [made](int commit) {
-          if (commit > made) ::raise(SIGKILL);
-        });
+        // Killed on its reading thread, wherever the committing thread then stands.
+        options.progress = [made](const IngestProgress& p) {
+          if (p.commits > made) ::raise(SIGKILL);
+        };
+        pass(now_, options);
         ::_exit(0);
       }
       ::waitpid(child, nullptr, 0);
@@ -354,7 +243,20 @@ TEST_F(UsageIngestorTest, PassesKilledAtAnyPointStillEndWithEachReplysFinalCount
   };
   killedPasses();
   // The last reply of the first half may stand at its second line; the rest comes after.
-  appendHome(claudeFile(), lines.substr(half));
+  append(claudeFile(), lines.substr(half));
+  // After two commits another connection takes the write lock, so a later commit fails as one
+  // that meets another writer does: the pass fails with it, keeping the commits it made.
+  const size_t before = keys().size();
+  std::unique_ptr<RawDatabase> blocker;
+  options.progress = [&](const IngestProgress& p) {
+    if (p.commits < 2 || blocker) return;
+    blocker = std::make_unique<RawDatabase>(dbPath());
+    EXPECT_EQ(blocker->exec("PRAGMA busy_timeout = 10000; BEGIN IMMEDIATE"), SQLITE_OK);
+  };
+  EXPECT_THROW(pass(now_, options), UsageStoreError);
+  blocker.reset();  // closing the connection rolls its transaction back
+  options.progress = nullptr;
+  EXPECT_GT(keys().size(), before);
   killedPasses();
   pass(now_);
   EXPECT_EQ(keys().size(), 150u);
@@ -362,28 +264,30 @@ TEST_F(UsageIngestorTest, PassesKilledAtAnyPointStillEndWithEachReplysFinalCount
   EXPECT_THAT(totals(), ElementsAre("claude|claude-sonnet-4-5|1500|15000|12675|0"));
 }
 
+// A file whose name is no UTF-8 is still read once, by the cursor kept under its name.
 TEST_F(UsageIngestorTest, ReportsFilesItCannotReadAndGoesOn) {
-  writeHome(claudeFile("p/good.jsonl"), claudeLine("g", 1, "2026-11-20T09:00:00Z"));
-  writeHome(claudeFile("p/gone.jsonl"), claudeLine("x", 1, "2026-11-20T09:00:00Z"));
+  write(claudeFile("p/g\xff\xfe.jsonl"), claudeLine("g", 1, "2026-11-20T09:00:00Z"));
+  write(claudeFile("p/gone.jsonl"), claudeLine("x", 1, "2026-11-20T09:00:00Z"));
   // A link inside the tree is not followed, so this file is not counted twice.
-  fs::create_symlink(home() / claudeFile("p/good.jsonl"), home() / claudeFile("p/link.jsonl"));
+  fs::create_symlink(dir() / claudeFile("p/g\xff\xfe.jsonl"), dir() / claudeFile("p/link.jsonl"));
 
   // The file vanishes between the walk and its read, as when the tool deletes a session.
   IngestOptions options;
   options.progress = [&](const IngestProgress& progress) {
-    if (progress.filesDone == 0) fs::remove(home() / claudeFile("p/gone.jsonl"));
+    if (progress.filesDone == 0) fs::remove(dir() / claudeFile("p/gone.jsonl"));
   };
-  IngestResult result = pass(now_, options);
+  const IngestResult result = pass(now_, options);
   EXPECT_EQ(result.filesScanned, 2u);
   ASSERT_EQ(result.skipped.size(), 1u);
-  EXPECT_EQ(result.skipped[0].path, (home() / claudeFile("p/gone.jsonl")).string());
+  EXPECT_EQ(result.skipped[0].path, (dir() / claudeFile("p/gone.jsonl")).string());
   EXPECT_THAT(result.skipped[0].reason, ::testing::HasSubstr("No such file"));
   EXPECT_THAT(keys(), ElementsAre("g"));
   EXPECT_EQ(result.toJson()["skipped"][0]["path"], result.skipped[0].path);
+  EXPECT_EQ(pass(now_).filesRead, 0u);
 
   if (::geteuid() != 0) {  // permissions do not stop root
-    writeHome(claudeFile("p/locked.jsonl"), claudeLine("l", 1, "2026-11-20T09:00:00Z"));
-    fs::permissions(home() / claudeFile("p/locked.jsonl"), fs::perms::none);
+    write(claudeFile("p/locked.jsonl"), claudeLine("l", 1, "2026-11-20T09:00:00Z"));
+    fs::permissions(dir() / claudeFile("p/locked.jsonl"), fs::perms::none);
     IngestResult locked = pass(now_);
     ASSERT_EQ(locked.skipped.size(), 1u);
     EXPECT_THAT(locked.skipped[0].reason, ::testing::HasSubstr("denied"));
@@ -398,13 +302,9 @@ TEST_F(UsageIngestorTest, RealLogsGiveTheirTrueTotals) {
   // One log alone in a fresh home, read in small chunks so that runs of one reply and Codex
   // contexts also cross read boundaries: uncached|output|cacheRead|cacheWrite|reasoning.
   auto sums = [&](const fs::path& log, const fs::path& folder) {
-    fs::remove_all(home());
-    fs::remove(dbPath());
-    fs::create_directories(home() / folder);
-    fs::copy_file(log, home() / folder / log.filename());
-    IngestOptions options;
-    options.chunkBytes = 64 << 10;
-    pass(now_, options);
+    for (const char* old : {".claude", ".codex", "usage.db"}) fs::remove_all(dir() / old);
+    write(folder / log.filename(), testing::readFile(log));
+    pass(now_, {.chunkBytes = 64 << 10, .progress = {}});
     RawDatabase raw{dbPath()};
     return raw.rows(
         "SELECT COALESCE(SUM(uncached),0), COALESCE(SUM(output),0), COALESCE(SUM(cache_read),0), "

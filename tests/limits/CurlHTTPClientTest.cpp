@@ -55,7 +55,7 @@ TEST(CurlHTTPClientTest, AnyStatusIsAResponseAndRedirectsAndCookiesAreNotFollowe
   StubHTTPServer server;
   const std::tuple<int, std::string, std::string, std::string> rows[] = {
       {401, R"({"error":"token expired"})", "Set-Cookie", "session=abc123; Path=/"},
-      {302, "moved", "Location", server.url("/elsewhere")}};
+      {302, "moved", "Location", server.url() + "/elsewhere"}};
   for (const auto& [status, body, name, value] : rows) {
     server.respond(status, body, {{name, value}});
     HTTPRequest request = get(server.url());

@@ -47,7 +47,8 @@ class UsageStoreTest : public testing::TempDirTest {
 };
 
 // Another program's database, or one of a newer Brimlog, is refused and left as it was; an empty
-// file (as good as none) and a database of ours written before it carried the id are taken.
+// file (as good as none) and a database of ours written before it carried the id are taken. A
+// file that is no database, or cannot be made, fails with SQLite's words.
 TEST_F(UsageStoreTest, OpensOnlyItsOwnDatabases) {
   struct Row {
     const char* name;
@@ -72,12 +73,12 @@ TEST_F(UsageStoreTest, OpensOnlyItsOwnDatabases) {
     const std::string before = testing::readFile(dbPath());
     if (!row.refusal) {
       { UsageStore store{dbPath()}; }
-      RawDatabase raw{dbPath()};
-      EXPECT_THAT(raw.rows("PRAGMA application_id"),
-                  ElementsAre(std::to_string(UsageStore::applicationId)));
-      EXPECT_THAT(raw.rows("PRAGMA user_version"), ElementsAre("2"));
-      EXPECT_THAT(raw.rows("PRAGMA journal_mode"), ElementsAre("wal"));
-      EXPECT_THAT(raw.rows("PRAGMA page_size"), ElementsAre(row.pageSize));
+      // The id, the schema version, the journal and the page size.
+      EXPECT_THAT(
+          RawDatabase(dbPath()).rows("SELECT * FROM pragma_application_id, "
+                                     "pragma_user_version, pragma_journal_mode, "
+                                     "pragma_page_size"),
+          ElementsAre(std::to_string(UsageStore::applicationId) + "|2|wal|" + row.pageSize));
       continue;
     }
     for (bool readOnly : {false, true}) {
@@ -88,36 +89,16 @@ TEST_F(UsageStoreTest, OpensOnlyItsOwnDatabases) {
     EXPECT_TRUE(testing::readFile(dbPath()) == before) << "the file was changed";
     EXPECT_FALSE(std::filesystem::exists(dbPath().string() + "-wal"));
   }
-}
 
-// A second writer waits for the first; past the wait, the error names the file, what was being
-// done, SQLite's reason and what to do, and the store writes once the lock is gone.
-TEST_F(UsageStoreTest, ABusyDatabaseIsWaitedForThenReportedPlainly) {
-  { UsageStore create{dbPath()}; }
-  auto blocker = std::make_unique<RawDatabase>(dbPath());
-  ASSERT_EQ(blocker->exec("BEGIN IMMEDIATE"), SQLITE_OK);
-  std::thread release{[&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    blocker->exec("COMMIT");
-  }};
-  UsageStore waiting{dbPath()};
-  EXPECT_EQ(waiting.ingest(std::vector{event("a", "2025-03-01T10:00:00Z")}), 1);
-  release.join();
-
-  ASSERT_EQ(blocker->exec("BEGIN IMMEDIATE"), SQLITE_OK);
-  UsageStore impatient{dbPath(), {.busyTimeout = 0.05}};
-  const auto ingestB = [&] {
-    return impatient.ingest(std::vector{event("b", "2025-03-01T10:00:00Z")});
-  };
-  const auto error = failure(ingestB);
-  ASSERT_TRUE(error) << "wrote past the lock";
-  EXPECT_EQ(*error, UsageStoreError::sqlite(SQLITE_BUSY, "database is locked"));
-  EXPECT_EQ(std::string(error->what()),
-            dbPath().string() +
-                ": cannot save the new replies: database is locked. Another program is "
-                "writing to it (a second brimlog sync?); try again when it is done.");
-  blocker->exec("ROLLBACK");
-  EXPECT_EQ(ingestB(), 1);
+  EXPECT_EQ(failure([&] { UsageStore{write("not.db", std::string(4096, 'x'))}; }),
+            UsageStoreError::sqlite(SQLITE_NOTADB, "file is not a database"));
+  EXPECT_EQ(failure([&] { UsageStore{dir() / "missing" / "usage.db"}; }).value().code(),
+            SQLITE_CANTOPEN);
+  // A last component of ":memory:" opens a private database in memory, and no file.
+  UsageStore first{dir() / ":memory:"};
+  first.save({"/c", 1, 1, {}});
+  EXPECT_FALSE(UsageStore{":memory:"}.cursor("/c"));
+  EXPECT_FALSE(std::filesystem::exists(dir() / ":memory:"));
 }
 
 // A reply is counted once, with the largest counts any of its lines carried, in the slot it was
@@ -168,49 +149,67 @@ TEST_F(UsageStoreTest, AReplyIsCountedOnceWithItsLargestCountsInItsFirstSlot) {
   EXPECT_EQ(rows.sessions[1].provider, ProviderID::grok);
 }
 
-TEST_F(UsageStoreTest, AFailingStatementRollsTheWholeBatchBack) {
+// A batch either is stored whole, with its cursors, or leaves nothing behind; either way the same
+// store goes on working.
+TEST_F(UsageStoreTest, ABatchIsStoredWholeOrNotAtAll) {
   const FileCursor cursor{"/logs/a.jsonl", 7, 100, {{"provider", "claude"}}};
-  UsageStore store{dbPath()};
-  store.ingest(std::vector{event("before", "2025-03-01T10:00:00Z")});
-  RawDatabase raw{dbPath()};
-  ASSERT_EQ(raw.exec("CREATE TRIGGER refuse BEFORE INSERT ON usage WHEN NEW.model = 'explode' "
-                     "BEGIN SELECT RAISE(ABORT, 'refused'); END"),
-            SQLITE_OK);
-  // A batch that got partly written would leave more rows in one of these tables.
-  const auto counts = [&] {
-    return raw.rows(
-        "SELECT (SELECT COUNT(*) FROM replies), (SELECT COUNT(*) FROM usage), "
-        "(SELECT COUNT(*) FROM sessions), (SELECT COUNT(*) FROM cursors)");
-  };
-  ASSERT_THAT(counts(), ElementsAre("1|1|1|0"));
-
   const std::vector<UsageEvent> batch = {
       event("new", "2025-03-02T10:00:00Z", {5, 5, 5, 5, 5, 5}, 1.0, "s2"),
       event("boom", "2025-03-02T11:00:00Z", {}, std::nullopt, "s3", "explode"),
   };
+  UsageStore store{dbPath(), {.busyTimeout = 0.05}};
+  RawDatabase raw{dbPath()};
+
+  // Another program is writing: past the wait, the error names the file, what was being done,
+  // SQLite's reason and what to do.
+  ASSERT_EQ(raw.exec("BEGIN IMMEDIATE"), SQLITE_OK);
+  const auto busy = failure([&] { store.ingest(batch, std::vector{cursor}); });
+  ASSERT_TRUE(busy) << "wrote past the lock";
+  EXPECT_EQ(*busy, UsageStoreError::sqlite(SQLITE_BUSY, "database is locked"));
+  EXPECT_EQ(std::string(busy->what()),
+            dbPath().string() +
+                ": cannot save the new replies: database is locked. Another program is "
+                "writing to it (a second brimlog sync?); try again when it is done.");
+  ASSERT_EQ(raw.exec("ROLLBACK"), SQLITE_OK);
+
+  // A statement fails part way through the batch.
+  ASSERT_EQ(raw.exec("CREATE TRIGGER refuse BEFORE INSERT ON usage WHEN NEW.model = 'explode' "
+                     "BEGIN SELECT RAISE(ABORT, 'refused'); END"),
+            SQLITE_OK);
   EXPECT_EQ(failure([&] { store.ingest(batch, std::vector{cursor}); }),
             UsageStoreError::sqlite(SQLITE_CONSTRAINT, "refused"));
-  EXPECT_THAT(counts(), ElementsAre("1|1|1|0"));
-  EXPECT_FALSE(store.cursor(cursor.path));
-
-  // The same store goes on working, and the events are new on the next try.
+  // A batch that got partly written would leave rows in one of these tables.
+  EXPECT_THAT(raw.rows("SELECT (SELECT COUNT(*) FROM replies), (SELECT COUNT(*) FROM usage), "
+                       "(SELECT COUNT(*) FROM sessions), (SELECT COUNT(*) FROM cursors)"),
+              ElementsAre("0|0|0|0"));
   ASSERT_EQ(raw.exec("DROP TRIGGER refuse"), SQLITE_OK);
   EXPECT_EQ(store.ingest(batch, std::vector{cursor}), 2);
   EXPECT_EQ(store.cursor(cursor.path), cursor);
+
+  // A store with time to wait writes once the other program is done.
+  ASSERT_EQ(raw.exec("BEGIN IMMEDIATE"), SQLITE_OK);
+  std::jthread release{[&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    raw.exec("COMMIT");
+  }};
+  EXPECT_EQ(UsageStore{dbPath()}.ingest(std::vector{event("late", "2025-03-02T12:00:00Z")}), 1);
 }
 
-TEST_F(UsageStoreTest, CursorsAreReplacedReadBackTogetherAndResetPerProvider) {
+// Cursors are saved alone or with a batch, replaced per path, and read back together under the
+// path they were stored under, leaving out rows that do not decode; they are reset per provider.
+// Limits are kept per provider, their dates as seconds since 2001. Pruning drops the usage,
+// replies and sessions before the cutoff's local day, and keeps cursors and limits.
+TEST_F(UsageStoreTest, CursorsAndLimitsAreKeptBesideTheUsageThatIsPruned) {
   UsageStore store{dbPath()};
-  EXPECT_FALSE(store.cursor("/nowhere"));
   FileCursor codex{"/c1", 42, 1024, {{"provider", "codex"}, {"model", "gpt-5"}}};
   store.save(codex);
   codex.offset = 2048;
-  store.save(codex);
-  EXPECT_EQ(store.cursor(codex.path), codex);
   const FileCursor claude{"/k1", 3, 30, {{"provider", "claude"}}};
   const FileCursor none{"/n1", 4, 40, {}};
   const FileCursor upper{"/u1", 5, 50, {{"provider", "Codex"}}};
-  store.ingest(std::vector<UsageEvent>{}, std::vector{claude, none, upper});
+  store.ingest(std::vector{event("old", "2025-03-09T23:59:59Z", {}, std::nullopt, "s-old"),
+                           event("keep", "2025-03-10T00:00:00Z", {}, std::nullopt, "s-keep")},
+               std::vector{codex, claude, none, upper});
   RawDatabase raw{dbPath()};
   raw.exec("INSERT INTO cursors VALUES('/bad', '{\"path\":1}')");
   // Stored under one path, naming another: the row's own path is the one deleted.
@@ -220,45 +219,28 @@ TEST_F(UsageStoreTest, CursorsAreReplacedReadBackTogetherAndResetPerProvider) {
   EXPECT_THAT(store.allCursors(),
               ElementsAre(Pair("/c1", codex), Pair("/k1", claude), Pair("/moved", ::testing::_),
                           Pair("/n1", none), Pair("/u1", upper)));
-
   store.resetCursors(ProviderID::codex);
-  EXPECT_THAT(raw.rows("SELECT path FROM cursors ORDER BY path"),
-              ElementsAre("/bad", "/k1", "/n1", "/u1"));
-}
+  const auto paths = [&] { return raw.rows("SELECT path FROM cursors ORDER BY path"); };
+  EXPECT_THAT(paths(), ElementsAre("/bad", "/k1", "/n1", "/u1"));
 
-TEST_F(UsageStoreTest, LimitsRoundTripWithDatesAsSecondsSince2001) {
-  UsageStore store{dbPath()};
   EXPECT_FALSE(store.limits(ProviderID::codex));
-  ProviderLimits limits;
-  limits.plan = "Plus";
-  limits.fetchedAt = at("2025-03-01T10:00:00.25Z");
+  const ProviderLimits limits{"Plus", {}, {}, ProviderStatus::ok, at("2025-03-01T10:00:00.25Z")};
   store.setLimits(limits, ProviderID::codex);
-  EXPECT_EQ(store.limits(ProviderID::codex), limits);
   EXPECT_FALSE(store.limits(ProviderID::claude));
-
-  RawDatabase raw{dbPath()};
   EXPECT_EQ(json::parse(raw.rows("SELECT json FROM limits")[0])["fetchedAt"], 762516000.25);
-  raw.exec("UPDATE limits SET json = '{\"windows\":[]}'");
-  EXPECT_THROW(store.limits(ProviderID::codex), JsonDecodeError);
-}
 
-TEST_F(UsageStoreTest, PruningKeepsTheCutoffDayCursorsAndLimits) {
-  UsageStore store{dbPath()};
-  store.ingest(std::vector{event("old", "2025-03-09T23:59:59Z", {}, std::nullopt, "s-old"),
-                           event("keep", "2025-03-10T00:00:00Z", {}, std::nullopt, "s-keep")});
-  store.save({"/c", 1, 1, {}});
-  store.setLimits(ProviderLimits{}, ProviderID::grok);
   store.prune(at("2025-03-10T18:00:00Z"), utc);
-
-  RawDatabase raw{dbPath()};
   EXPECT_THAT(raw.rows("SELECT slot FROM usage"),
               ElementsAre(std::to_string(slotOf(at("2025-03-10T00:00:00Z")))));
   EXPECT_THAT(raw.rows("SELECT session_id FROM sessions"), ElementsAre("s-keep"));
   EXPECT_THAT(raw.rows("SELECT key FROM replies"), ElementsAre("keep"));
-  EXPECT_THAT(raw.rows("SELECT (SELECT COUNT(*) FROM cursors), (SELECT COUNT(*) FROM limits)"),
-              ElementsAre("1|1"));
+  EXPECT_THAT(paths(), ElementsAre("/bad", "/k1", "/n1", "/u1"));
+  EXPECT_EQ(store.limits(ProviderID::codex), limits);
   // A pruned key counts again when its line is read again.
   EXPECT_EQ(store.ingest(std::vector{event("old", "2025-03-09T23:59:59Z")}), 1);
+
+  raw.exec("UPDATE limits SET json = '{\"windows\":[]}'");
+  EXPECT_THROW(store.limits(ProviderID::codex), JsonDecodeError);
 }
 
 // A database of schema 1 kept day totals in the zone of each sync. It is migrated on first open:
@@ -266,16 +248,12 @@ TEST_F(UsageStoreTest, PruningKeepsTheCutoffDayCursorsAndLimits) {
 // on which the logs left nothing of its tool.
 TEST_F(UsageStoreTest, AnOlderDatabaseKeepsItsDayTotalsForDaysWhoseLogsAreGone) {
   ASSERT_EQ(RawDatabase(dbPath()).exec(R"(
-      CREATE TABLE seen(key TEXT PRIMARY KEY, day TEXT NOT NULL);
-      CREATE TABLE daily(provider TEXT NOT NULL, model TEXT NOT NULL, day TEXT NOT NULL,
-        uncached INTEGER NOT NULL DEFAULT 0, cache_read INTEGER NOT NULL DEFAULT 0,
-        w5m INTEGER NOT NULL DEFAULT 0, w1h INTEGER NOT NULL DEFAULT 0,
-        output INTEGER NOT NULL DEFAULT 0, reasoning INTEGER NOT NULL DEFAULT 0,
-        reported_usd REAL, PRIMARY KEY(provider, model, day));
-      CREATE TABLE sessions(provider TEXT NOT NULL, session_id TEXT NOT NULL, day TEXT NOT NULL,
-        PRIMARY KEY(provider, session_id));
-      CREATE TABLE cursors(path TEXT PRIMARY KEY, json TEXT NOT NULL);
-      CREATE TABLE limits(provider TEXT PRIMARY KEY, json TEXT NOT NULL);
+      CREATE TABLE seen(key TEXT PRIMARY KEY, day TEXT);
+      CREATE TABLE daily(provider, model, day, uncached, cache_read, w5m, w1h, output, reasoning,
+                         reported_usd, PRIMARY KEY(provider, model, day));
+      CREATE TABLE sessions(provider, session_id, day, PRIMARY KEY(provider, session_id));
+      CREATE TABLE cursors(path TEXT PRIMARY KEY, json TEXT);
+      CREATE TABLE limits(provider TEXT PRIMARY KEY, json TEXT);
       INSERT INTO seen VALUES('a', '2025-03-01'), ('b', '2025-03-02');
       INSERT INTO daily VALUES('claude', 'm1', '2025-03-01', 10, 0, 0, 0, 5, 0, NULL),
                               ('claude', 'm2', '2025-03-01', 1, 0, 0, 0, 1, 0, NULL),
@@ -303,24 +281,6 @@ TEST_F(UsageStoreTest, AnOlderDatabaseKeepsItsDayTotalsForDaysWhoseLogsAreGone) 
                   DayUsage{ProviderID::claude, "m1", "2025-03-02", {7, 0, 0, 0, 7, 0}, {}, false}));
   EXPECT_THAT(days.sessions, ElementsAre(DaySessions{ProviderID::claude, "2025-03-01", 1},
                                          DaySessions{ProviderID::claude, "2025-03-02", 1}));
-}
-
-TEST_F(UsageStoreTest, InMemoryStoresArePrivate) {
-  UsageStore first{dir() / ":memory:"};
-  first.ingest(std::vector{event("a", "2025-03-01T00:00:00Z")});
-  first.save({"/c", 1, 1, {}});
-  UsageStore second{":memory:"};
-  EXPECT_FALSE(second.cursor("/c"));
-  EXPECT_EQ(second.ingest(std::vector{event("a", "2025-03-01T00:00:00Z")}), 1);
-  EXPECT_FALSE(std::filesystem::exists(dir() / ":memory:"));
-}
-
-TEST_F(UsageStoreTest, FilesThatAreNotDatabasesFailWithSQLitesWords) {
-  write("not.db", std::string(4096, 'x'));
-  EXPECT_EQ(failure([&] { UsageStore{dir() / "not.db"}; }),
-            UsageStoreError::sqlite(SQLITE_NOTADB, "file is not a database"));
-  EXPECT_EQ(failure([&] { UsageStore{dir() / "missing" / "usage.db"}; }).value().code(),
-            SQLITE_CANTOPEN);
 }
 
 }  // namespace

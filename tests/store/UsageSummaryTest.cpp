@@ -3,7 +3,6 @@
 #include "store/UsageStore.hpp"
 #include "store/UsageSummary.hpp"
 #include "support/ExpectedFile.hpp"
-#include "support/RawDatabase.hpp"
 #include "support/TempDir.hpp"
 
 namespace brimlog {
@@ -33,9 +32,8 @@ class UsageSummaryTest : public ::testing::Test {
  protected:
   void add(ProviderID provider, const char* model, const char* timestamp, TokenCounts tokens,
            std::optional<double> reported = std::nullopt, std::string session = "s") {
-    const UsageEvent event{
-        provider, model,   std::move(session), std::to_string(next_++), at(timestamp),
-        tokens,   reported, ""};
+    const UsageEvent event{provider,      model,  std::move(session), std::to_string(next_++),
+                           at(timestamp), tokens, reported,           ""};
     store_.ingest(std::vector{event});
   }
 

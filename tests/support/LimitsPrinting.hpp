@@ -26,10 +26,6 @@ inline void PrintTo(const ProviderLimits& limits, std::ostream* out) {
   printJson(out, [&] { return limits.toJson(DateForm::iso8601); });
 }
 
-inline void PrintTo(const Credits& credits, std::ostream* out) {
-  printJson(out, [&] { return credits.toJson(); });
-}
-
 inline void PrintTo(ProviderStatus status, std::ostream* out) { *out << caseName(status); }
 
 }  // namespace brimlog

@@ -101,11 +101,8 @@ class StubHTTPServer {
     thread_.join();
   }
 
-  /// The full URL of `path`, by default the endpoint's.
-  std::string url() const { return url(path_); }
-  std::string url(const std::string& path) const {
-    return "http://127.0.0.1:" + std::to_string(port_) + path;
-  }
+  /// The endpoint's full URL.
+  std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + path_; }
 
   /// What every following request to the endpoint's path is answered with.
   void respond(int status, std::string body,
