@@ -1,5 +1,5 @@
 // Benchmarks of the usage store: ingesting a quarter of usage into a fresh database file (beside
-// the bare SQLite inserts of its `seen` keys, the part of it no code of ours can speed up), and
+// the bare SQLite inserts of its reply keys, the part of it no code of ours can speed up), and
 // summarising 30 days out of two years of stored rows.
 
 #include <benchmark/benchmark.h>
