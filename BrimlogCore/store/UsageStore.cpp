@@ -117,7 +117,16 @@ std::unique_ptr<SQLiteDatabase> UsageStore::open(const std::string& path,
                            "schema {}",
                            path_, version, schemaVersion));
   }
-  if (options.readOnly) return db;
+  if (options.readOnly) {
+    // An older schema is brought up to date by the first program that may write to the file.
+    if (version > 0 && version < schemaVersion) {
+      throw UsageStoreError::refused(
+          path_, fmt::format("{} was written by an older Brimlog (schema {}); run `brimlog sync` "
+                             "once to bring it up to date",
+                             path_, version));
+    }
+    return db;
+  }
 
   // A new file gets 16 KiB pages: every reply is a `replies` row whose random key lands anywhere
   // in the table, and with pages four times the default its tree is a level shallower and a batch

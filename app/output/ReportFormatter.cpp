@@ -1,8 +1,8 @@
 #include "output/ReportFormatter.hpp"
 
-#include <algorithm>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 

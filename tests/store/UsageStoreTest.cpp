@@ -263,6 +263,11 @@ TEST_F(UsageStoreTest, AnOlderDatabaseKeepsItsDayTotalsForDaysWhoseLogsAreGone) 
       INSERT INTO limits VALUES('codex', '{}');
       PRAGMA user_version = 1;)"),
             SQLITE_OK);
+  // Only a program that may write brings it up to date.
+  const auto readOnly = failure([&] { UsageStore{dbPath(), {.readOnly = true}}; });
+  ASSERT_TRUE(readOnly);
+  EXPECT_THAT(readOnly->what(),
+              ::testing::HasSubstr("older Brimlog (schema 1); run `brimlog sync`"));
   UsageStore store{dbPath()};
   RawDatabase raw{dbPath()};
   EXPECT_THAT(raw.rows("SELECT (SELECT COUNT(*) FROM cursors), (SELECT COUNT(*) FROM limits), "
