@@ -59,13 +59,15 @@ Bind costBind(std::optional<double> cost) { return cost ? Bind{*cost} : Bind{nul
 
 void LedgerWriter::write(std::span<const UsageEvent> events, PerProvider<int64_t>& added) {
   // Fold the batch first: one statement per session, per reply and per usage row, not per line.
+  // The maps look at the events' own strings, which outlive this call: no key is copied.
   std::vector<Session> sessions;
   std::vector<Reply> replies;
-  std::unordered_map<std::string, size_t> sessionIndex, replyIndex;
-  std::string key;
+  PerProvider<std::unordered_map<std::string_view, size_t>> sessionIndex;
+  std::unordered_map<std::string_view, size_t> replyIndex;
+  replyIndex.reserve(events.size());
   for (const UsageEvent& event : events) {
-    key.assign(event.provider.rawValue()).append(1, '\x1f').append(event.sessionID);
-    const auto [foundSession, newSession] = sessionIndex.try_emplace(key, sessions.size());
+    const auto [foundSession, newSession] =
+        sessionIndex[event.provider].try_emplace(event.sessionID, sessions.size());
     if (newSession) sessions.push_back({&event, {}, event.timestamp, event.timestamp});
     Session& session = sessions[foundSession->second];
     session.firstReply = std::min(session.firstReply, event.timestamp);
@@ -94,7 +96,9 @@ void LedgerWriter::write(std::span<const UsageEvent> events, PerProvider<int64_t
   const PreparedStatement selectReply = db_.prepared(kSelectReply);
   const PreparedStatement updateReply = db_.prepared(kUpdateReply);
   std::vector<UsageRow> usage;
-  std::unordered_map<std::string, size_t> usageIndex;
+  // (slot, session, model) -> row; a model's name is compared, not hashed, within its slot and
+  // session.
+  std::unordered_multimap<uint64_t, size_t> usageIndex;
   for (const Reply& reply : replies) {
     const UsageEvent& event = *reply.first;
     const TokenCounts& t = reply.folded.tokens;
@@ -128,11 +132,22 @@ void LedgerWriter::write(std::span<const UsageEvent> events, PerProvider<int64_t
                                        : std::optional<double>(*nowUSD - countedUSD.value_or(0));
     }
     const int64_t session = sessions[reply.session].id;
-    key.assign(std::to_string(slot)).append(1, '\x1f').append(std::to_string(session));
-    key.append(1, '\x1f').append(event.model);
-    const auto [found, inserted] = usageIndex.try_emplace(key, usage.size());
-    if (inserted) usage.push_back({slot, session, event.provider, event.model, {}, std::nullopt});
-    UsageRow& row = usage[found->second];
+    const uint64_t hash = static_cast<uint64_t>(slot) * 0x9E3779B97F4A7C15ull ^
+                          static_cast<uint64_t>(session) * 0xC2B2AE3D27D4EB4Full;
+    size_t index = usage.size();
+    for (auto [at, end] = usageIndex.equal_range(hash); at != end; ++at) {
+      const UsageRow& candidate = usage[at->second];
+      if (candidate.slot == slot && candidate.session == session &&
+          candidate.model == event.model) {
+        index = at->second;
+        break;
+      }
+    }
+    if (index == usage.size()) {
+      usageIndex.emplace(hash, index);
+      usage.push_back({slot, session, event.provider, event.model, {}, std::nullopt});
+    }
+    UsageRow& row = usage[index];
     row.tokens += delta;
     if (costDelta) row.reportedUSD = row.reportedUSD.value_or(0) + *costDelta;
   }
