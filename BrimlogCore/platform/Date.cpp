@@ -1,6 +1,7 @@
 #include "platform/Date.hpp"
 
 #include <date/date.h>
+#include <fmt/format.h>
 
 #include <cmath>
 #include <cstdint>
@@ -123,7 +124,17 @@ std::optional<Date> parseISO8601(std::string_view text) {
 std::string formatISO8601(Date date) {
   const auto seconds = static_cast<int64_t>(std::floor(unixSeconds(date)));
   const date::sys_seconds instant{std::chrono::seconds{seconds}};
-  return date::format("%Y-%m-%dT%H:%M:%SZ", instant);
+  const date::sys_days day = date::floor<date::days>(instant);
+  const date::year_month_day ymd{day};
+  const int year = static_cast<int>(ymd.year());
+  // Reports write an instant for every day of their window: formatted directly, not through a
+  // stream, which costs a locale set-up each time. Years outside four digits keep the general
+  // form.
+  if (year < 0 || year > 9999) return date::format("%Y-%m-%dT%H:%M:%SZ", instant);
+  const date::hh_mm_ss<std::chrono::seconds> time{instant - day};
+  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", year,
+                     static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()),
+                     time.hours().count(), time.minutes().count(), time.seconds().count());
 }
 
 }  // namespace brimlog

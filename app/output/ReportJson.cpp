@@ -20,11 +20,16 @@ Json asDays(const Json& list, const std::vector<Point>& points, const Calendar& 
   return out;
 }
 
-Json summaryJson(const UsageSummary& summary, const Calendar& calendar) {
+Json summaryJson(const UsageSummary& whole, const Calendar& calendar) {
+  // A tool's series has no row for a day without usage: those points are dropped before any
+  // JSON is made of them (a year's report has a point per tool and day).
+  UsageSummary summary = whole;
+  std::erase_if(summary.daily, [](const UsageSummary::DayPoint& point) {
+    return point.tokens == 0 && point.costUSD == 0;
+  });
   Json json = summary.toJson(DateForm::iso8601);
   json["windowEnd"] = calendar.dayKey(summary.windowEnd);
-  json["daily"] = asDays(json["daily"], summary.daily, calendar,
-                         [](const auto& point) { return point.tokens != 0 || point.costUSD != 0; });
+  json["daily"] = asDays(json["daily"], summary.daily, calendar, [](const auto&) { return true; });
   json["perDay"] =
       asDays(json["perDay"], summary.perDay, calendar, [](const auto&) { return true; });
   return json;
