@@ -13,6 +13,7 @@
 
 #include "display/SnapshotStore.hpp"
 #include "platform/AppVersion.hpp"
+#include "platform/CommandLineMistake.hpp"
 #include "platform/StateFolder.hpp"
 #include "server/WidgetPage.hpp"
 #include "server/WidgetServer.hpp"
@@ -69,69 +70,54 @@ int serve(int port, const std::string& shared) {
   return 0;
 }
 
-int render(const std::string& kind, const std::string& providerName, bool preview,
-           const std::string& nowText, const std::string& shared) {
-  const std::optional<WidgetDescription> description = BrimlogWidgets::widget(kind);
-  if (!description) {
-    throw std::runtime_error(fmt::format(
-        "no widget of kind \"{}\": use app.brimlog.small, app.brimlog.medium or app.brimlog.large",
-        kind));
-  }
-  const std::optional<ProviderChoice> choice = ProviderChoice::fromRawValue(providerName);
-  if (!choice) {
-    throw std::runtime_error(fmt::format("unknown provider \"{}\": choose {}", providerName,
-                                         ProviderID::readableChoices()));
-  }
-  Date now = currentDate();
-  if (!nowText.empty()) {
-    const std::optional<Date> parsed = parseISO8601(nowText);
-    if (!parsed) {
-      throw std::runtime_error(
-          fmt::format("--now {} is not an ISO 8601 instant such as 2026-11-20T12:00:00Z", nowText));
-    }
-    now = *parsed;
-  }
+int render(const WidgetDescription& description, ProviderChoice choice, bool preview, Date now,
+           const std::string& shared) {
   const Timeline timeline =
-      BrimlogWidgets::timeline(*description, stateFolder(shared), *choice, preview, now);
-  fmt::print("{}", WidgetPage::page(
-                       description->displayName,
-                       WidgetPage::widget(*description, timeline, choice->providerID(), now)));
+      BrimlogWidgets::timeline(description, stateFolder(shared), choice, preview, now);
+  fmt::print("{}",
+             WidgetPage::page(description.displayName,
+                              WidgetPage::widget(description, timeline, choice.providerID(), now)));
   return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  using Mistake = CommandLineMistake;
   CLI::App app{
       "Draws Brimlog's widgets (small, medium, large) from the snapshot that `brimlog` writes, as "
       "pages of a web server on 127.0.0.1 that any browser can show.",
       "brimlog-widgets"};
   app.set_version_flag("--version", std::string(appVersion()));
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);
   std::string shared;
   const char* sharedHelp =
       "The state folder that brimlog writes snapshot.json into: brimlog's --shared-dir, or the "
       "folder of its --db (default: $XDG_STATE_HOME/brimlog, else ~/.local/state/brimlog)";
 
-  int port = 8717;
+  // Values are taken as text and checked once the whole line is known (see CommandLineMistake).
+  std::string portText;
   CLI::App* serveCommand = app.add_subcommand("serve", "Serve the widgets until Ctrl-C");
-  serveCommand->add_option("--port", port, "The port on 127.0.0.1 (default 8717; 0: any free one)")
-      ->check(CLI::Range(0, 65535));
+  CLI::Option* portOption =
+      serveCommand
+          ->add_option("--port", portText, "The port on 127.0.0.1 (default 8717; 0: any free one)")
+          ->type_name("N");
   serveCommand->add_option("--shared-dir", shared, sharedHelp)->type_name("DIR");
 
-  std::string kind, provider = "claude", now;
+  std::string kind, provider = "claude", nowText;
   bool preview = false;
   CLI::App* renderCommand =
       app.add_subcommand("render", "Print the page of one widget's current entry");
-  renderCommand
-      ->add_option("--kind", kind, "app.brimlog.small, app.brimlog.medium or app.brimlog.large")
-      ->required();
+  CLI::Option* kindOption = renderCommand->add_option(
+      "--kind", kind, "app.brimlog.small, app.brimlog.medium or app.brimlog.large (required)");
   renderCommand->add_option(
       "--provider", provider,
       "What the small widget shows: " + ProviderID::readableChoices() + " (default claude)");
   renderCommand->add_flag("--preview", preview,
                           "The gallery's entry: your data, or the sample when there is none");
-  renderCommand->add_option("--now", now, "An ISO 8601 instant taken as now")->type_name("TIME");
+  CLI::Option* nowOption =
+      renderCommand->add_option("--now", nowText, "An ISO 8601 instant taken as now")
+          ->type_name("TIME");
   renderCommand->add_option("--shared-dir", shared, sharedHelp)->type_name("DIR");
 
   CLI::App* refreshCommand =
@@ -140,24 +126,53 @@ int main(int argc, char** argv) {
                          "refresh button does; fails when none is running");
   refreshCommand->add_option("--shared-dir", shared, sharedHelp)->type_name("DIR");
 
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error);
+  int port = 8717;
+  std::optional<WidgetDescription> description;
+  std::optional<ProviderChoice> choice;
+  Date now = currentDate();
+  const auto understand = [&] {
+    if (app.get_subcommands().empty()) {
+      throw Mistake(Mistake::Kind::unparsable,
+                    "a command is needed; choose serve, render or refresh (see brimlog-widgets "
+                    "--help)");
+    }
+    if (portOption->count() > 0) {
+      port = static_cast<int>(Mistake::wholeNumber("--port", portText, 0, 65535, "a port number"));
+    }
+    if (!renderCommand->parsed()) return;
+    std::vector<std::string> kinds, tools;
+    for (const WidgetDescription& each : BrimlogWidgets::widgets()) kinds.emplace_back(each.kind);
+    for (ProviderChoice each : ProviderChoice::allCases) tools.emplace_back(each.rawValue());
+    if (kindOption->count() == 0) {
+      throw Mistake(Mistake::Kind::unparsable,
+                    "render needs --kind; give " + Mistake::sentence(kinds));
+    }
+    description = BrimlogWidgets::widget(Mistake::choice("--kind", kind, kinds, "a widget"));
+    choice = ProviderChoice::fromRawValue(
+        Mistake::choice("--provider", provider, tools, "a tool Brimlog reads"));
+    if (nowOption->count() > 0) {
+      const std::optional<Date> parsed = parseISO8601(nowText);
+      if (!parsed) {
+        throw Mistake::wrongValue("--now", nowText, "an ISO 8601 instant",
+                                  "write it as 2026-11-20T12:00:00Z");
+      }
+      now = *parsed;
+    }
+  };
+  if (const std::optional<int> status = Mistake::parse(app, argc, argv, understand)) {
+    return *status;
   }
   try {
     if (serveCommand->parsed()) return serve(port, shared);
-    if (renderCommand->parsed()) return render(kind, provider, preview, now, shared);
-    if (refreshCommand->parsed()) {
-      if (!RefreshIntent{}.perform(stateFolder(shared))) {
-        fmt::print(stderr, "brimlog-widgets: {}\n", RefreshIntent::nobodyListening);
-        return 1;
-      }
-      fmt::print(
-          "Asked the Brimlog daemon to refresh; the widgets show the new data once it is "
-          "written.\n");
-      return 0;
+    if (renderCommand->parsed()) return render(*description, *choice, preview, now, shared);
+    if (!RefreshIntent{}.perform(stateFolder(shared))) {
+      fmt::print(stderr, "brimlog-widgets: {}\n", RefreshIntent::nobodyListening);
+      return 1;
     }
+    fmt::print(
+        "Asked the Brimlog daemon to refresh; the widgets show the new data once it is "
+        "written.\n");
+    return 0;
   } catch (const std::exception& error) {
     fmt::print(stderr, "brimlog-widgets: {}\n", error.what());
   }

@@ -9,6 +9,7 @@
 #include "cli/HelpFormatter.hpp"
 #include "cli/OptionNames.hpp"
 #include "platform/AppVersion.hpp"
+#include "platform/CommandLineMistake.hpp"
 
 namespace brimlog {
 namespace {
@@ -72,25 +73,23 @@ struct SharedOptions {
   }
 };
 
-// The exit status of a command line that asks for help or the version, or does not parse.
-int parseFailure(CLI::App& app, const CLI::ParseError& error) {
-  if (dynamic_cast<const CLI::CallForHelp*>(&error) != nullptr ||
-      dynamic_cast<const CLI::CallForAllHelp*>(&error) != nullptr ||
-      dynamic_cast<const CLI::CallForVersion*>(&error) != nullptr) {
-    return app.exit(error);
-  }
-  // A value that parses but is not allowed is the user's setting to fix (1); a command line
-  // that does not parse at all is a usage mistake (2).
-  const bool wrongValue = dynamic_cast<const CLI::ValidationError*>(&error) != nullptr ||
-                          dynamic_cast<const CLI::ConversionError*>(&error) != nullptr;
-  fmt::print(stderr, "brimlog: {} (see brimlog --help)\n", error.what());
-  return wrongValue ? 1 : 2;
+using Mistake = CommandLineMistake;
+
+// A day as --since and --until take it.
+CalendarDay dayNamed(std::string_view option, const std::string& text) {
+  if (std::optional<CalendarDay> day = CalendarDay::fromKey(text)) return *day;
+  throw Mistake::wrongValue(option, text, "a day", "write it as YYYY-MM-DD, such as 2026-11-24");
 }
 
-// A command line that parses but asks for two things that exclude each other.
-int usageMistake(std::string_view message) {
-  fmt::print(stderr, "brimlog: {} (see brimlog --help)\n", message);
-  return 2;
+std::vector<std::string> readableTools() {
+  std::vector<std::string> tools;
+  for (ProviderID tool : ProviderID::readableCases) tools.emplace_back(tool.rawValue());
+  return tools;
+}
+
+// --watch as given, without a value or with SECONDS between passes.
+double watchSeconds(const std::string& text) {
+  return text.empty() ? 5 : Mistake::number("--watch", text, 1, 86400, "a number of seconds");
 }
 
 }  // namespace
@@ -106,12 +105,25 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
   app.set_version_flag("--version", std::string(appVersion()));
   app.require_subcommand(0, 1);
 
+  // Values are taken as text and checked once the whole line is known (see CommandLineMistake).
   ParsedCommand command;
   SharedOptions shared;
   shared.addTo(app);
+  // Bare `brimlog` is `brimlog status`, with the same options.
   StatusOptions bare;
-  app.add_flag("--offline", bare.offline, "Fetch nothing from the tools' services");
-  app.add_flag("--json", bare.json, "Print the snapshot as JSON instead of the dashboard");
+  std::string bareWatch, watch;
+  const auto addStatusOptions = [](CLI::App& to, StatusOptions& options, std::string& watchText) {
+    std::vector<CLI::Option*> added = {
+        to.add_flag("--offline", options.offline, "Fetch nothing from the tools' services"),
+        to.add_flag("--json", options.json, "Print the snapshot as JSON instead of the dashboard"),
+        to.add_option("--watch", watchText,
+                      "Keep the dashboard on screen, passing every SECONDS (default 5), until q "
+                      "or Ctrl-C")
+            ->expected(0, 1)
+            ->type_name("SECONDS")};
+    return added;
+  };
+  const std::vector<CLI::Option*> bareOptions = addStatusOptions(app, bare, bareWatch);
 
   SyncOptions& sync = command.sync;
   CLI::App* syncCommand =
@@ -122,64 +134,38 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
   syncCommand->add_flag("--json", sync.json, "Print the pass's result as JSON");
   shared.addSharedDir(*syncCommand);
   // Not for people: how `brimlog line` hands the background sync the lock it took for it.
-  syncCommand->add_option("--lock-fd", sync.lockFd)->group("");
+  std::string lockFd;
+  CLI::Option* lockFdOption = syncCommand->add_option("--lock-fd", lockFd)->group("");
 
-  StatusOptions& status = command.status;
-  double watchSeconds = 5;
   CLI::App* statusCommand = app.add_subcommand(
       "status", "Read new replies, then show each tool's limits and costs at a glance");
-  statusCommand->add_flag("--offline", status.offline, "Fetch nothing from the tools' services");
-  statusCommand->add_flag("--json", status.json,
-                          "Print the snapshot as JSON instead of the dashboard");
-  CLI::Option* watchOption =
-      statusCommand
-          ->add_option("--watch", watchSeconds,
-                       "Keep the dashboard on screen, passing every SECONDS (default 5) until "
-                       "Ctrl-C")
-          ->expected(0, 1)
-          ->type_name("SECONDS")
-          ->check(CLI::Range(1.0, 86400.0));
+  CLI::Option* watchOption = addStatusOptions(*statusCommand, command.status, watch).back();
   shared.addSharedDir(*statusCommand);
 
   ReportOptions& report = command.report;
   std::string view = "daily";
-  std::string since, until, reportTool, project;
+  std::string days, since, until, reportTool, project;
   bool reportJson = false, reportCsv = false;
   CLI::App* reportCommand = app.add_subcommand(
       "report", "Show the usage and cost of a run of days (reads new replies first)");
-  std::vector<std::string> views(ReportContent::kViewNames.begin(),
-                                 ReportContent::kViewNames.end());
-  reportCommand
-      ->add_option("view", view,
-                   "daily, weekly (from Monday), monthly, models, tools, sessions, projects or "
-                   "blocks (five-hour windows of activity) (default: daily)")
-      ->check(CLI::IsMember(views));
+  reportCommand->add_option("view", view,
+                            "daily, weekly (from Monday), monthly, models, tools, sessions, "
+                            "projects or blocks (five-hour windows of activity) (default: daily)");
   CLI::Option* daysOption =
       reportCommand
-          ->add_option("--days", report.days, "How many days up to --until or today (default: 30)")
-          ->check(CLI::Range(1, 3650));
-  const CLI::Validator dayKey(
-      [](std::string& value) -> std::string {
-        if (CalendarDay::fromKey(value)) return {};
-        return value + " is not a day as YYYY-MM-DD (such as 2026-11-24)";
-      },
-      "");
+          ->add_option("--days", days, "How many days up to --until or today (default: 30)")
+          ->type_name("N");
   CLI::Option* sinceOption =
       reportCommand->add_option("--since", since, "The first day, in --tz (instead of --days)")
-          ->type_name("DATE")
-          ->check(dayKey);
+          ->type_name("DATE");
   CLI::Option* untilOption =
       reportCommand->add_option("--until", until, "The last day, in --tz (default: today)")
-          ->type_name("DATE")
-          ->check(dayKey);
-  std::vector<std::string> readable;
-  for (ProviderID tool : ProviderID::readableCases) readable.emplace_back(tool.rawValue());
+          ->type_name("DATE");
   CLI::Option* toolOption =
       reportCommand
           ->add_option("--tool", reportTool,
                        "Only this tool's usage: " + ProviderID::readableChoices())
-          ->type_name("TOOL")
-          ->check(CLI::IsMember(readable));
+          ->type_name("TOOL");
   CLI::Option* projectOption =
       reportCommand
           ->add_option("--project", project,
@@ -198,36 +184,33 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
       "daemon",
       "Keep the database and the widgets' snapshot current until stopped: a pass soon after a "
       "log changes, each tool's limits on their schedule, the widgets' refresh button answered");
-  daemonCommand
-      ->add_option("--interval", daemon.interval,
-                   "Seconds between passes when no change was seen (default 60)")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(1.0, 86400.0));
+  std::string interval;
+  CLI::Option* intervalOption =
+      daemonCommand
+          ->add_option("--interval", interval,
+                       "Seconds between passes when no change was seen (default 60)")
+          ->type_name("SECONDS");
   daemonCommand->add_flag("--offline", daemon.offline, "Fetch nothing from the tools' services");
   bool noNotify = false;
   daemonCommand->add_flag("--no-notify", noNotify,
                           "No desktop notifications when a limit gets tight or resets");
   shared.addSharedDir(*daemonCommand);
 
+  const std::vector<std::string> lineFormats = {"plain", "claude-code", "tmux", "waybar",
+                                                "polybar"};
   std::string lineFormat = "plain";
   std::string lineProvider;
   CLI::App* lineCommand = app.add_subcommand(
       "line",
       "Print one line for a status bar from the widgets' snapshot: the tightest limit, its reset "
       "and today's cost; starts a background sync when the snapshot is over a minute old");
-  lineCommand
-      ->add_option(name(option::format), lineFormat,
-                   "plain, claude-code (reads Claude Code's status input), tmux, waybar (JSON) "
-                   "or polybar (default: plain)")
-      ->check(CLI::IsMember({"plain", "claude-code", "tmux", "waybar", "polybar"}));
-  std::vector<std::string> tools;
-  for (ProviderID tool : ProviderID::readableCases) tools.emplace_back(tool.rawValue());
+  lineCommand->add_option(name(option::format), lineFormat,
+                          "plain, claude-code (reads Claude Code's status input), tmux, waybar "
+                          "(JSON) or polybar (default: plain)");
   CLI::Option* providerOption =
-      lineCommand
-          ->add_option(name(option::provider), lineProvider,
-                       "Show this tool's tightest limit: " + ProviderID::readableChoices() +
-                           " (default: the tightest of all; Claude's for claude-code)")
-          ->check(CLI::IsMember(tools));
+      lineCommand->add_option(name(option::provider), lineProvider,
+                              "Show this tool's tightest limit: " + ProviderID::readableChoices() +
+                                  " (default: the tightest of all; Claude's for claude-code)");
   shared.addSharedDir(*lineCommand);
 
   for (CLI::App* each :
@@ -238,59 +221,95 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
         "--now TIME (see brimlog --help).");
   }
 
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    return parseFailure(app, error);
-  }
-
-  if (lineCommand->parsed()) {
-    command.kind = ParsedCommand::Kind::line;
-    command.line.format = *StatusLine::formatNamed(lineFormat);
-    if (providerOption->count() > 0)
-      command.line.provider = ProviderID::readableNamed(lineProvider);
-    command.line.zone = given(shared.zoneOption, shared.zone);
-    // The status line works without days, and so without the tz database's load.
-    command.shared = shared.given(false);
-    return command;
-  }
-  command.shared = shared.given(true);
-  if (syncCommand->parsed()) {
-    command.kind = ParsedCommand::Kind::sync;
-  } else if (daemonCommand->parsed()) {
-    command.kind = ParsedCommand::Kind::daemon;
-    daemon.notify = !noNotify;
-  } else if (limitsCommand->parsed()) {
-    command.kind = ParsedCommand::Kind::limits;
-  } else if (reportCommand->parsed()) {
-    command.kind = ParsedCommand::Kind::report;
-    report.view = *ReportContent::viewNamed(view);
-    // Options that say the same thing twice are a mistake in the command line (2); days in the
-    // wrong order are a wrong value (1).
-    if (sinceOption->count() > 0 && daysOption->count() > 0) {
-      return usageMistake(
-          "--since and --days cannot be used together: give the first day or how many days");
+  // Turns the texts into the command, or throws the first mistake in them.
+  const auto understand = [&] {
+    const std::vector<CLI::App*> named = app.get_subcommands();
+    for (const CLI::Option* option : bareOptions) {
+      if (named.empty() || option->count() == 0) continue;
+      // Given with a command, an option of bare `brimlog` is misplaced or unknown there.
+      const std::string& command = named.front()->get_name();
+      throw Mistake(Mistake::Kind::unparsable,
+                    named.front()->get_option_no_throw(option->get_name()) != nullptr
+                        ? fmt::format("{0} before {1} is for brimlog without a command; put it "
+                                      "after {1}",
+                                      option->get_name(), command)
+                        : fmt::format("unknown option {}; see brimlog {} --help",
+                                      option->get_name(), command));
     }
-    if (reportJson && reportCsv) {
-      return usageMistake("--json and --csv cannot be used together: choose one form");
+    if (lineCommand->parsed()) {
+      command.kind = ParsedCommand::Kind::line;
+      command.line.format = *StatusLine::formatNamed(
+          Mistake::choice(option::format, lineFormat, lineFormats, "a line format"));
+      if (providerOption->count() > 0) {
+        command.line.provider = ProviderID::readableNamed(Mistake::choice(
+            option::provider, lineProvider, readableTools(), "a tool Brimlog reads"));
+      }
+      command.line.zone = given(shared.zoneOption, shared.zone);
+      // The status line works without days, and so without the tz database's load.
+      command.shared = shared.given(false);
+      return;
     }
-    report.form = reportJson  ? ReportOptions::Form::json
-                  : reportCsv ? ReportOptions::Form::csv
-                              : ReportOptions::Form::table;
-    if (sinceOption->count() > 0) report.since = CalendarDay::fromKey(since);
-    if (untilOption->count() > 0) report.until = CalendarDay::fromKey(until);
-    if (report.since && report.until && until < since) {
-      fmt::print(stderr, "brimlog: --until {} comes before --since {}\n", until, since);
-      return 1;
+    command.shared = shared.given(true);
+    if (syncCommand->parsed()) {
+      command.kind = ParsedCommand::Kind::sync;
+      if (lockFdOption->count() > 0) {
+        sync.lockFd =
+            static_cast<int>(Mistake::wholeNumber("--lock-fd", lockFd, 0, 1 << 30, "a descriptor"));
+      }
+    } else if (daemonCommand->parsed()) {
+      command.kind = ParsedCommand::Kind::daemon;
+      daemon.notify = !noNotify;
+      if (intervalOption->count() > 0) {
+        daemon.interval = Mistake::number("--interval", interval, 1, 86400, "a number of seconds");
+      }
+    } else if (limitsCommand->parsed()) {
+      command.kind = ParsedCommand::Kind::limits;
+    } else if (reportCommand->parsed()) {
+      command.kind = ParsedCommand::Kind::report;
+      // Options that say the same thing twice are a mistake in the command line (2); values
+      // that are not allowed, days in the wrong order among them, are wrong values (1).
+      if (sinceOption->count() > 0 && daysOption->count() > 0) {
+        throw Mistake(Mistake::Kind::unparsable,
+                      "--since and --days cannot be used together; give the first day or how "
+                      "many days");
+      }
+      if (reportJson && reportCsv) {
+        throw Mistake(Mistake::Kind::unparsable,
+                      "--json and --csv cannot be used together; choose one form");
+      }
+      std::vector<std::string> views(ReportContent::kViewNames.begin(),
+                                     ReportContent::kViewNames.end());
+      report.view = *ReportContent::viewNamed(Mistake::choice("report", view, views, "a view"));
+      if (daysOption->count() > 0) {
+        report.days =
+            static_cast<int>(Mistake::wholeNumber("--days", days, 1, 3650, "a number of days"));
+      }
+      report.form = reportJson  ? ReportOptions::Form::json
+                    : reportCsv ? ReportOptions::Form::csv
+                                : ReportOptions::Form::table;
+      if (sinceOption->count() > 0) report.since = dayNamed("--since", since);
+      if (untilOption->count() > 0) report.until = dayNamed("--until", until);
+      if (report.since && report.until && until < since) {
+        throw Mistake(Mistake::Kind::wrongValue,
+                      fmt::format("--until {} comes before --since {}; give the first day first",
+                                  until, since));
+      }
+      if (toolOption->count() > 0) {
+        report.tool = ProviderID::readableNamed(
+            Mistake::choice("--tool", reportTool, readableTools(), "a tool Brimlog reads"));
+      }
+      if (projectOption->count() > 0) report.project = project;
+    } else if (statusCommand->parsed()) {
+      command.kind = ParsedCommand::Kind::status;
+      if (watchOption->count() > 0) command.status.watch = watchSeconds(watch);
+    } else {
+      command.kind = ParsedCommand::Kind::status;
+      command.status = bare;
+      if (bareOptions.back()->count() > 0) command.status.watch = watchSeconds(bareWatch);
     }
-    if (toolOption->count() > 0) report.tool = ProviderID::readableNamed(reportTool);
-    if (projectOption->count() > 0) report.project = project;
-  } else if (statusCommand->parsed()) {
-    command.kind = ParsedCommand::Kind::status;
-    if (watchOption->count() > 0) status.watch = watchSeconds;
-  } else {
-    command.kind = ParsedCommand::Kind::status;
-    command.status = bare;
+  };
+  if (const std::optional<int> status = Mistake::parse(app, argc, argv, understand)) {
+    return *status;
   }
   return command;
 }
