@@ -4,25 +4,25 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <string>
-#include <system_error>
 
 #include "platform/WholeFile.hpp"
+#include "state/LockFile.hpp"
 
 namespace brimlog {
 
+namespace {
+
+constexpr std::string_view kSuffix = ".daemon.lock";
+
+}  // namespace
+
 std::filesystem::path DaemonLock::pathFor(const std::filesystem::path& database) {
-  return database.string() + ".daemon.lock";
+  return LockFile::pathFor(database, kSuffix);
 }
 
 std::optional<DaemonLock> DaemonLock::acquire(const std::filesystem::path& database) {
-  const std::filesystem::path path = pathFor(database);
-  FileDescriptor fd{::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)};
-  if (!fd) {
-    throw std::filesystem::filesystem_error("Cannot open the daemon's lock file", path,
-                                            std::error_code(errno, std::generic_category()));
-  }
+  FileDescriptor fd = LockFile::open(database, kSuffix);
   if (::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) return std::nullopt;
   // Only the holder writes, so a reader sees either the old id or the new one.
   const std::string pid = std::to_string(::getpid()) + "\n";

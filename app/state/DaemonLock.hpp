@@ -17,8 +17,8 @@ namespace brimlog {
 ///     if (!lock) fail("another daemon, process " + DaemonLock::holder(database));
 class DaemonLock {
  public:
-  /// The lock, or nothing when another process holds it. Throws std::filesystem::filesystem_error
-  /// when the lock file cannot be opened.
+  /// The lock, or nothing when another process holds it. Throws CommandError when the lock file
+  /// cannot be made (see LockFile).
   static std::optional<DaemonLock> acquire(const std::filesystem::path& database);
 
   /// Whether a daemon holds the lock of `database` now. Creates nothing; false when the lock file

@@ -119,7 +119,7 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
 namespace {
 
 // Creates from the top down so every new level gets mode 0700, not the process's umask.
-void createPrivateFolders(const fs::path& folder, const char* what) {
+void createPrivateFolders(const fs::path& folder, const char* what, const char* remedy) {
   std::vector<fs::path> missing;
   for (fs::path dir = folder; !dir.empty(); dir = dir.parent_path()) {
     std::error_code error;
@@ -129,8 +129,8 @@ void createPrivateFolders(const fs::path& folder, const char* what) {
   }
   for (auto it = missing.rbegin(); it != missing.rend(); ++it) {
     if (::mkdir(it->c_str(), 0700) != 0 && errno != EEXIST) {
-      throw CommandError(std::string("Cannot create the ") + what + " " + it->string() + ": " +
-                         std::strerror(errno));
+      throw CommandError(std::string("cannot create the ") + what + " " + it->string() + " (" +
+                         std::strerror(errno) + "); " + remedy);
     }
   }
 }
@@ -139,9 +139,12 @@ void createPrivateFolders(const fs::path& folder, const char* what) {
 
 void HostSettings::prepareDatabaseDirectory() const {
   if (database.filename() == ":memory:") return;
-  createPrivateFolders(database.parent_path(), "database directory");
+  createPrivateFolders(database.parent_path(), "database's folder",
+                       "choose another database with --db");
 }
 
-void HostSettings::prepareStateFolder() const { createPrivateFolders(stateFolder, "state folder"); }
+void HostSettings::prepareStateFolder() const {
+  createPrivateFolders(stateFolder, "state folder", "choose another with --shared-dir");
+}
 
 }  // namespace brimlog

@@ -7,8 +7,12 @@
 #include <cerrno>
 #include <system_error>
 
+#include "state/LockFile.hpp"
+
 namespace brimlog {
 namespace {
+
+constexpr std::string_view kSuffix = ".sync.lock";
 
 std::filesystem::filesystem_error failure(const char* what, const std::filesystem::path& path) {
   return std::filesystem::filesystem_error(what, path,
@@ -18,14 +22,11 @@ std::filesystem::filesystem_error failure(const char* what, const std::filesyste
 }  // namespace
 
 std::filesystem::path SyncLock::pathFor(const std::filesystem::path& database) {
-  return database.string() + ".sync.lock";
+  return LockFile::pathFor(database, kSuffix);
 }
 
 FileDescriptor SyncLock::open(const std::filesystem::path& database) {
-  const std::filesystem::path path = pathFor(database);
-  FileDescriptor fd{::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)};
-  if (!fd) throw failure("Cannot open the sync lock file", path);
-  return fd;
+  return LockFile::open(database, kSuffix);
 }
 
 std::optional<SyncLock> SyncLock::tryAcquire(const std::filesystem::path& database) {

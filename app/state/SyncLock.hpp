@@ -19,8 +19,8 @@ class SyncLock {
  public:
   static std::filesystem::path pathFor(const std::filesystem::path& database);
 
-  /// The lock, or nothing when another holds it. Throws std::filesystem::filesystem_error naming
-  /// the file when it cannot be opened or created.
+  /// The lock, or nothing when another holds it. Throws CommandError when the lock file cannot
+  /// be made (see LockFile), std::filesystem::filesystem_error when it cannot be locked.
   static std::optional<SyncLock> tryAcquire(const std::filesystem::path& database);
 
   /// The lock, once whoever holds it lets go. Throws like `tryAcquire`.
