@@ -50,16 +50,17 @@ SummaryWindow reportDays(const ReportOptions& options, Date now, const Calendar&
   auto start = [&](const CalendarDay& day, const char* option) {
     const std::optional<Date> date = calendar.startOfDay(day);
     if (!date)
-      throw CommandError(fmt::format("{}: no such day in {}", option, calendar.zoneName()));
+      throw CommandError(
+          fmt::format("{}: no such day in {}; give another day", option, calendar.zoneName()));
     return *date;
   };
   const Date last = options.until ? start(*options.until, "--until") : today;
   if (options.since) {
     const Date first = start(*options.since, "--since");
     if (first > last) {
-      throw CommandError(
-          fmt::format("--since {} comes after {}", calendar.dayKey(first),
-                      options.until ? "--until" : "today, " + calendar.dayKey(today)));
+      throw CommandError(fmt::format(
+          "--since {} comes after {}; give a day up to it", calendar.dayKey(first),
+          options.until ? "--until " + calendar.dayKey(last) : "today, " + calendar.dayKey(today)));
     }
     return SummaryWindow::between(first, last, calendar);
   }

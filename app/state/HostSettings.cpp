@@ -9,6 +9,7 @@
 #include <cstring>
 #include <vector>
 
+#include "platform/CommandLineMistake.hpp"
 #include "platform/StateFolder.hpp"
 
 namespace brimlog {
@@ -33,12 +34,12 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
   if (given.home) {
     const std::string& home = *given.home;
     std::error_code error;
-    if (!fs::is_directory(home, error)) {
-      throw CommandError("--home " + home + ": " +
-                         (error ? error.message() : std::string("no such directory")));
-    }
-    if (::access(home.c_str(), R_OK | X_OK) != 0) {
-      throw CommandError("--home " + home + ": " + std::strerror(errno));
+    const char* unreadable = !fs::is_directory(home, error)             ? "a folder"
+                             : ::access(home.c_str(), R_OK | X_OK) != 0 ? "a folder you can read"
+                                                                        : nullptr;
+    if (unreadable) {
+      throw CommandLineMistake::wrongValue("--home", home, unreadable,
+                                           "give the home folder that holds the tools' logs");
     }
     settings.home = home;
   } else {
@@ -74,8 +75,8 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
   } else if (given.zone) {
     std::optional<Calendar> calendar = Calendar::named(*given.zone);
     if (!calendar) {
-      throw CommandError("--tz " + *given.zone +
-                         ": unknown time zone (use an IANA name such as Europe/Berlin)");
+      throw CommandLineMistake::wrongValue("--tz", *given.zone, "a time zone",
+                                           "give an IANA name such as Europe/Berlin");
     }
     settings.calendar = *calendar;
   } else {
@@ -86,8 +87,8 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
   if (given.now) {
     std::optional<Date> date = parseISO8601(*given.now);
     if (!date) {
-      throw CommandError("--now " + *given.now +
-                         ": not an ISO 8601 date-time with a zone (such as 2026-11-20T09:30:00Z)");
+      throw CommandLineMistake::wrongValue("--now", *given.now, "an ISO 8601 instant",
+                                           "write it with its zone, as 2026-11-20T09:30:00Z");
     }
     settings.now = *date;
   } else {

@@ -68,8 +68,8 @@ struct HostSettings {
   /// Defaults: home $HOME (else the user database's), the database
   /// ${XDG_DATA_HOME:-$HOME/.local/share}/brimlog/usage.db (the user's, whatever --home says), the
   /// zone of TZ (else /etc/localtime; UTC, unresolved, when the command needs no calendar), the
-  /// clock. Throws CommandError naming the option for an
-  /// unknown zone, an unparsable instant, or a home directory that is missing or cannot be read.
+  /// clock. Throws CommandLineMistake (a wrong value) naming the option for an unknown zone, an
+  /// unparsable instant, or a home directory that is missing or cannot be read.
   static HostSettings resolve(const CommandLine& given,
                               const EnvironmentLookup& environment = processEnvironment);
 

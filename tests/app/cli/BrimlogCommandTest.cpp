@@ -301,70 +301,9 @@ TEST_F(BrimlogCommandTest, ReportsTheLedgerViewsInEveryForm) {
   EXPECT_THAT(blocks.output, Not(HasSubstr("grok")));
 }
 
-TEST_F(BrimlogCommandTest, TellsWhatIsWrongInOneLineWithTheDocumentedStatus) {
-  fs::create_directories(home());
-  struct Case {
-    const char* name;
-    std::vector<std::string> arguments;
-    int status;
-    const char* message;
-  };
-  const std::vector<Case> cases = {
-      {"unknown option", {"--bogus"}, 2, "--bogus"},
-      {"missing value", {"report", "--days"}, 2, "--days"},
-      {"unknown command", {"weekly"}, 2, "weekly"},
-      {"days out of range", {"report", "--days", "0"}, 1, "--days"},
-      {"days not a number", {"report", "--days", "x"}, 1, "--days"},
-      {"unknown view", {"report", "yearly"}, 1, "yearly"},
-      {"since with days",
-       {"report", "--since", "2026-11-01", "--days", "3"},
-       2,
-       "--since and --days cannot be used together"},
-      {"json with csv", {"report", "--json", "--csv"}, 2, "--json and --csv cannot be used"},
-      {"no such day", {"report", "--until", "2026-02-30"}, 1, "2026-02-30 is not a day as"},
-      {"days the wrong way round",
-       {"report", "--since", "2026-11-20", "--until", "2026-11-01"},
-       1,
-       "--until 2026-11-01 comes before --since 2026-11-20"},
-      {"since after today",
-       {"report", "--since", "2026-11-21", "--now", "2026-11-20T12:00:00Z"},
-       1,
-       "--since 2026-11-21 comes after today, 2026-11-20"},
-      {"a tool not read here", {"report", "--tool", "cursor"}, 1, "--tool"},
-      {"unknown zone", {"report", "--tz", "Mars/Olympus_Mons"}, 1, "unknown time zone"},
-      {"bad instant", {"report", "--now", "yesterday"}, 1, "--now yesterday: not an ISO 8601"},
-      {"missing home", {"report", "--home", (dir() / "nowhere").string()}, 1, "--home"},
-      {"database under a file",
-       {"report", "--db", (dir() / "file-not-dir" / "usage.db").string()},
-       1,
-       "usage.db"},
-      {"another program's database",
-       {"report", "--db", (dir() / "foreign.db").string()},
-       1,
-       "foreign.db is not a Brimlog database"},
-      {"watch without a terminal", {"status", "--watch", "2"}, 1, "standard output is not one"},
-      {"unknown line format", {"line", "--format", "i3"}, 1, "--format"},
-      {"unknown line provider", {"line", "--provider", "gemini"}, 1, "--provider"},
-  };
-  write("file-not-dir", "a file where a folder should be");
-  ASSERT_EQ(testing::RawDatabase(dir() / "foreign.db").exec("CREATE TABLE notes(text)"), SQLITE_OK);
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    // The case's own arguments come last, so a missing value stays missing.
-    std::vector<std::string> arguments;
-    for (const char* option : {"--home", "--db"}) {
-      if (std::find(c.arguments.begin(), c.arguments.end(), option) != c.arguments.end()) continue;
-      arguments.insert(arguments.end(),
-                       {option, option == std::string("--home") ? home().string() : db().string()});
-    }
-    arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
-    CommandRun run = brimlog(arguments);
-    EXPECT_EQ(run.status, c.status) << run.output;
-    EXPECT_THAT(run.output, HasSubstr(c.message));
-    EXPECT_THAT(run.output, ::testing::StartsWith("brimlog: "));
-    EXPECT_EQ(std::count(run.output.begin(), run.output.end(), '\n'), 1) << run.output;
-  }
-
+// Help is whole: a command's own options and the shared ones, every line within 80 columns (how
+// mistakes are told is ErrorStyleTest's).
+TEST_F(BrimlogCommandTest, HelpListsEveryOptionWithinEightyColumns) {
   CommandRun help = brimlog({"report", "--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_THAT(help.output, HasSubstr("--days"));
