@@ -32,11 +32,79 @@ size_t columns(std::string_view text) {
   return count;
 }
 
-// `left` and `right` on one line of `width` columns, at least two spaces apart.
+// `line` cut to `width` columns, ending in "…" where it was cut; a colour in force is reset.
+std::string fitted(const std::string& line, size_t width) {
+  if (columns(line) <= width) return line;
+  std::string out;
+  size_t used = 0;
+  bool painted = false;
+  for (size_t i = 0; i < line.size();) {
+    if (line[i] == '\x1b') {
+      const size_t end = std::min(line.find('m', i), line.size() - 1) + 1;
+      out.append(line, i, end - i);
+      painted = line.compare(i, end - i, kReset) != 0;
+      i = end;
+      continue;
+    }
+    size_t next = i + 1;
+    while (next < line.size() && (static_cast<unsigned char>(line[next]) & 0xC0) == 0x80) ++next;
+    if (used + 1 == width) break;
+    out.append(line, i, next - i);
+    ++used;
+    i = next;
+  }
+  out += "…";
+  if (painted) out.append(kReset);
+  return out;
+}
+
+// Every line of `text` fitted to `width` columns: a terminal never wraps one.
+std::string fittedLines(const std::string& text, size_t width) {
+  std::string out;
+  for (size_t start = 0; start < text.size();) {
+    const size_t end = std::min(text.find('\n', start), text.size());
+    out += fitted(text.substr(start, end - start), width) + "\n";
+    start = end + 1;
+  }
+  return out;
+}
+
+// A sentence broken between words into lines of at most `width` columns, each in `paint` when
+// one is given.
+std::string wrapped(std::string_view sentence, size_t width, std::string_view paint = "") {
+  std::string out, line;
+  const auto finish = [&] {
+    if (paint.empty()) {
+      out.append(line);
+    } else {
+      out.append(paint).append(line).append(kReset);
+    }
+    out += '\n';
+    line.clear();
+  };
+  for (size_t start = 0; start < sentence.size();) {
+    const size_t end = std::min(sentence.find(' ', start), sentence.size());
+    const std::string_view word = sentence.substr(start, end - start);
+    if (!line.empty() && columns(line) + 1 + columns(word) > width) finish();
+    if (!line.empty()) line += ' ';
+    line.append(word);
+    start = end + 1;
+  }
+  finish();
+  return out;
+}
+
+// `left` and `right` on one line of `width` columns, at least two spaces apart; a `left` too
+// long for both gives way.
 std::string spread(const std::string& left, const std::string& right, int width) {
-  const size_t used = columns(left) + columns(right);
-  const size_t gap = used + 2 <= static_cast<size_t>(width) ? width - used : 2;
-  return left + std::string(gap, ' ') + right + "\n";
+  const size_t room = static_cast<size_t>(width);
+  const size_t rightColumns = columns(right);
+  const std::string shown = columns(left) + rightColumns + 2 <= room || rightColumns + 3 > room
+                                ? left
+                                : fitted(left, room - rightColumns - 2);
+  const size_t used = columns(shown) + rightColumns;
+  const size_t gap = used + 2 <= room ? room - used : 2;
+  return shown + std::string(gap, ' ') + right + "\n";
 }
 
 std::string accentOf(ProviderID provider) {
@@ -101,8 +169,10 @@ std::string Dashboard::windows(const Snapshot::Provider& provider, Date now) con
               : *bar.resetText == "now" ? "  resets now"
                                         : "  resets in " + *bar.resetText;
     }
+    // The pace is the first to go when the line would not fit.
     if (const std::string pace{ColorMarkup::paceText(bar.pace)};
-        !narrow && !pace.empty() && bar.pace != Pace::onPace) {
+        !narrow && !pace.empty() && bar.pace != Pace::onPace &&
+        columns(line) + 2 + columns(pace) <= static_cast<size_t>(fullWidth)) {
       line += "  ";
       line +=
           color && bar.pace == Pace::over ? std::string(kWarn) + pace + std::string(reset) : pace;
@@ -120,27 +190,34 @@ std::string Dashboard::windows(const Snapshot::Provider& provider, Date now) con
                                                     : "";
     out += fmt::format("  {:<{}}  {}\n", credits.label, labelWidth, amount);
   }
-  return out;
+  return fittedLines(out, static_cast<size_t>(fullWidth));
 }
 
 std::string Dashboard::render(const Snapshot& snapshot, Date now, const Calendar& calendar) const {
   const int fullWidth = std::max(width, 40);
+  const auto room = static_cast<size_t>(fullWidth);
   const std::string_view reset = color ? kReset : "";
   bool approximate = false;
   for (const auto& provider : snapshot.providers) approximate = approximate || provider.approximate;
   const std::string mark = approximate ? "~" : "";
 
-  std::string out = spread(fmt::format("{}Brimlog{}", color ? kBold : "", reset),
-                           fmt::format("today {}{} · 30 days {}{} at API prices", mark,
-                                       MeterFormat::usd(snapshot.costTodayUSD), mark,
-                                       MeterFormat::usd(snapshot.cost30dUSD)),
-                           fullWidth);
+  const std::string title = fmt::format("{}Brimlog{}", color ? kBold : "", reset);
+  const std::string costs =
+      fmt::format("today {}{} · 30 days {}{}", mark, MeterFormat::usd(snapshot.costTodayUSD), mark,
+                  MeterFormat::usd(snapshot.cost30dUSD));
+  // "at API prices" is the first to go where the width is short.
+  const std::string priced = costs + " at API prices";
+  std::string out =
+      spread(title, columns(title) + columns(priced) + 2 <= room ? priced : costs, fullWidth);
   if (const auto stale = WidgetDisplay::staleText(snapshot.generatedAt, now)) {
-    out += fmt::format("{}{} (at {}); run brimlog sync for fresh figures{}\n", color ? kWarn : "",
-                       *stale, calendar.dayKey(snapshot.generatedAt), reset);
+    out += wrapped(fmt::format("{} (at {}); run brimlog sync for fresh figures", *stale,
+                               calendar.dayKey(snapshot.generatedAt)),
+                   room, color ? kWarn : "");
   }
   if (snapshot.providers.empty()) {
-    out += "\nNo usage or limits yet: the tools' logs hold no replies in the last 30 days.\n";
+    out += '\n';
+    out += wrapped("No usage or limits yet: the tools' logs hold no replies in the last 30 days.",
+                   room);
   }
   for (const Snapshot::Provider& provider : snapshot.providers) {
     std::string name =
@@ -157,13 +234,26 @@ std::string Dashboard::render(const Snapshot& snapshot, Date now, const Calendar
     out += windows(provider, now);
   }
   if (!snapshot.dailyCost30.empty()) {
-    const double top = *std::max_element(snapshot.dailyCost30.begin(), snapshot.dailyCost30.end());
-    out += fmt::format("\nLast 30 days  {}{}{}  top day {}\n", color ? kDim : "",
-                       sparkline(snapshot.dailyCost30), reset, MeterFormat::usd(top));
+    // The sparkline takes the room there is, the latest days first: a day to a column.
+    const std::string label = "Last {} days  ";
+    std::vector<double> days = snapshot.dailyCost30;
+    for (;;) {
+      const double top = *std::max_element(days.begin(), days.end());
+      const std::string topDay = "  top day " + MeterFormat::usd(top);
+      const size_t fixed = columns(fmt::format(fmt::runtime(label), days.size())) + columns(topDay);
+      if (days.size() == 1 || fixed + days.size() <= room) {
+        out += fmt::format("\n{}{}{}{}{}\n", fmt::format(fmt::runtime(label), days.size()),
+                           color ? kDim : "", sparkline(days), reset, topDay);
+        break;
+      }
+      days.erase(days.begin(),
+                 days.end() - static_cast<std::ptrdiff_t>(std::max(room, fixed + 1) - fixed));
+    }
   }
-  if (approximate)
-    out += "~ includes estimated costs (related models' prices or the tools' own).\n";
-  return out;
+  if (approximate) {
+    out += wrapped("~ includes estimated costs (related models' prices or the tools' own).", room);
+  }
+  return fittedLines(out, room);
 }
 
 }  // namespace brimlog

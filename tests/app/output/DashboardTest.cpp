@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "output/Dashboard.hpp"
 #include "support/ExpectedFile.hpp"
 
@@ -8,7 +10,7 @@ namespace {
 
 const Date kBase = *parseISO8601("2026-10-29T12:00:00Z");
 
-// The sample snapshot drawn whole: plain at 80 columns, in colour, narrow, and half an hour old.
+// The sample snapshot drawn whole: plain at 80 columns, in colour, at 50, and half an hour old.
 TEST(DashboardTest, DrawsTheSnapshotAsExpected) {
   const Calendar utc = Calendar::utc();
   const Snapshot& sample = Snapshot::placeholder();
@@ -20,7 +22,7 @@ TEST(DashboardTest, DrawsTheSnapshotAsExpected) {
   const Row rows[] = {
       {"dashboard-80.txt", {80, false}, 0},
       {"dashboard-color.txt", {80, true}, 0},
-      {"dashboard-narrow.txt", {50, false}, 0},
+      {"dashboard-50.txt", {50, false}, 0},
       {"dashboard-stale.txt", {80, false}, 1801},
   };
   for (const Row& row : rows) {
@@ -28,6 +30,52 @@ TEST(DashboardTest, DrawsTheSnapshotAsExpected) {
     EXPECT_TRUE(testing::matchesExpectedFile(
         row.file, row.dashboard.render(sample, kBase + Seconds{row.age}, utc)));
   }
+}
+
+// The columns a drawn line takes on a terminal: escapes take none, every code point one.
+size_t columnsOf(const std::string& line) {
+  size_t count = 0;
+  for (size_t i = 0; i < line.size(); ++i) {
+    if (line[i] == '\x1b') {
+      i = line.find('m', i);
+      continue;
+    }
+    if ((line[i] & 0xC0) != 0x80) ++count;
+  }
+  return count;
+}
+
+// A terminal never wraps a line of the dashboard, from 40 columns up (below that, 40 are used):
+// not with long names, long countdowns, a stale notice or colours.
+TEST(DashboardTest, NoLineIsWiderThanTheTerminal) {
+  const Calendar utc = Calendar::utc();
+  Snapshot wordy = Snapshot::placeholder();
+  wordy.providers[0].plan = "Max 20x for a team whose plan has a long name";
+  wordy.providers[0].status = ProviderStatus::rateLimited;
+  wordy.providers[1].windows[0].label = "GPT-5.3-Codex-Spark weekly";
+  wordy.providers[1].windows[0].resetsAt = kBase + Seconds{29 * 86400.0 + 3600};
+  wordy.cost30dUSD = 123456.78;
+  for (const Snapshot& snapshot : {Snapshot::placeholder(), wordy}) {
+    for (int width = 30; width <= 130; ++width) {
+      for (bool color : {false, true}) {
+        const std::string drawn =
+            Dashboard{width, color}.render(snapshot, kBase + Seconds{7200}, utc);
+        std::istringstream lines(drawn);
+        for (std::string line; std::getline(lines, line);) {
+          ASSERT_LE(columnsOf(line), static_cast<size_t>(std::max(width, 40)))
+              << width << " columns" << (color ? ", in colour" : "") << ":\n"
+              << drawn;
+        }
+      }
+    }
+  }
+  // The sparkline gives way to the room there is, the latest days kept.
+  const auto sparkline = [&](int width) {
+    const std::string drawn = Dashboard{width, false}.render(Snapshot::placeholder(), kBase, utc);
+    return drawn.substr(drawn.find("Last "), 14);
+  };
+  EXPECT_EQ(sparkline(50), "Last 21 days  ");
+  EXPECT_EQ(sparkline(80), "Last 30 days  ");
 }
 
 TEST(DashboardTest, SparklinesScaleToTheLargestDay) {
