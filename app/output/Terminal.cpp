@@ -13,6 +13,12 @@ int Terminal::width(std::FILE* stream) {
   return 80;
 }
 
+int Terminal::rows(std::FILE* stream) {
+  winsize size{};
+  if (::ioctl(::fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_row > 0) return size.ws_row;
+  return 24;
+}
+
 std::optional<size_t> Terminal::tableWidth(std::FILE* stream, std::optional<int> columns) {
   if (!isTerminal(stream)) return std::nullopt;
   winsize size{};

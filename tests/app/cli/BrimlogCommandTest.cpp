@@ -11,6 +11,7 @@
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -661,6 +662,12 @@ class Terminal {
     winsize size{40, columns, 0, 0};
     ::ioctl(master_, TIOCSWINSZ, &size);  // the terminal tells the program with SIGWINCH
   }
+  // The terminal's mode as the program set it (the master reads the terminal's own).
+  tcflag_t localModes() const {
+    termios mode{};
+    ::tcgetattr(master_, &mode);
+    return mode.c_lflag;
+  }
   void type(std::string_view keys) {
     ASSERT_EQ(::write(master_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
   }
@@ -687,35 +694,60 @@ size_t headerColumns(const std::string& frame) {
                        [](char c) { return (c & 0xC0) != 0x80; });
 }
 
-// The dashboard stays on screen in the alternate buffer, is redrawn at the new width after a
-// resize, and Ctrl-C brings the cursor and the old screen back and ends with status 0.
-TEST_F(BrimlogCommandTest, WatchRedrawsInPlaceFollowsAResizeAndRestoresTheTerminal) {
+// The dashboard stays on screen in the alternate buffer, each frame drawn over the last in place
+// with the time of the last read under it, is redrawn at the new width after a resize, and `q`
+// or Ctrl-C, with a command or without, give the terminal back as it was (screen, cursor, input
+// mode) and end with status 0.
+TEST_F(BrimlogCommandTest, WatchRedrawsInPlaceQuitsOnQAndRestoresTheTerminal) {
   writeSampleHome();
-  std::vector<std::string> arguments = withHome({"status", "--watch", "30", "--offline"});
-  arguments.insert(arguments.begin(), BRIMLOG_BINARY);
-  Terminal terminal{arguments, 80};
-  ASSERT_TRUE(terminal.started());
-  auto drawn = [](const std::string& screen) {
-    return screen.find("at API prices") != std::string::npos;
+  struct Case {
+    const char* name;
+    std::vector<std::string> arguments;
+    const char* quit;
   };
+  const std::vector<Case> cases = {
+      {"status --watch, q", {"status", "--watch", "30", "--offline"}, "q"},
+      {"--watch, Ctrl-C", {"--watch", "30", "--offline"}, "\x03"},  // the terminal sends SIGINT
+  };
+  auto drawn = [](const std::string& screen) {
+    return screen.find(" · q quits") != std::string::npos;
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::vector<std::string> arguments = withHome(c.arguments);
+    arguments.insert(arguments.begin(), BRIMLOG_BINARY);
+    Terminal terminal{arguments, 80};
+    ASSERT_TRUE(terminal.started());
+    const tcflag_t before = terminal.localModes();
 
-  const std::string first = terminal.readUntil(drawn);
-  ASSERT_TRUE(drawn(first)) << first;
-  EXPECT_THAT(first, ::testing::StartsWith("\x1b[?1049h\x1b[?25l"));  // alternate screen, no cursor
-  EXPECT_THAT(first, HasSubstr("\x1b[H\x1b[2J"));  // each frame starts at the top left
-  EXPECT_EQ(headerColumns(first), 80u);
+    const std::string first = terminal.readUntil(drawn);
+    ASSERT_TRUE(drawn(first)) << first;
+    EXPECT_THAT(first, ::testing::StartsWith("\x1b[?1049h\x1b[?25l"));  // alternate screen
+    EXPECT_THAT(first, HasSubstr("\x1b[H"));               // each frame starts at the top left
+    EXPECT_THAT(first, Not(HasSubstr("\x1b[2J")));         // and never blanks the whole screen
+    EXPECT_THAT(first, HasSubstr("at API prices\x1b[K"));  // each line overwrites the old one
+    EXPECT_THAT(first, ::testing::ContainsRegex("\n  no live limits\x1b\\[K"));
+    EXPECT_THAT(first, ::testing::ContainsRegex(
+                           "\nupdated [0-2][0-9]:[0-5][0-9]:[0-5][0-9] · q quits\x1b\\[K\x1b\\[J"));
+    EXPECT_EQ(headerColumns(first), 80u);
+    // Keys come one at a time, unseen.
+    EXPECT_EQ(terminal.localModes() & (ICANON | ECHO), 0u);
 
-  terminal.resize(110);
-  const std::string wider = terminal.readUntil(drawn);
-  ASSERT_TRUE(drawn(wider)) << "no redraw after the resize";
-  EXPECT_EQ(headerColumns(wider), 110u);
+    if (&c == &cases.front()) {
+      terminal.resize(110);
+      const std::string wider = terminal.readUntil(drawn);
+      ASSERT_TRUE(drawn(wider)) << "no redraw after the resize";
+      EXPECT_EQ(headerColumns(wider), 110u);
+    }
 
-  terminal.type("\x03");  // Ctrl-C, sent by the terminal as SIGINT
-  const std::string last = terminal.readUntil([](const std::string&) { return false; });
-  EXPECT_THAT(last, ::testing::EndsWith("\x1b[?25h\x1b[?1049l"));
-  const int status = terminal.wait();
-  ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
-  EXPECT_EQ(WEXITSTATUS(status), 0);
+    terminal.type(c.quit);
+    const std::string last = terminal.readUntil([](const std::string&) { return false; });
+    EXPECT_THAT(last, ::testing::EndsWith("\x1b[?25h\x1b[?1049l"));
+    const int status = terminal.wait();
+    ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(terminal.localModes(), before);
+  }
 }
 
 }  // namespace
