@@ -20,13 +20,26 @@ Json asDays(const Json& list, const std::vector<Point>& points, const Calendar& 
   return out;
 }
 
+int64_t tokensOf(int64_t tokens) { return tokens; }
+int64_t tokensOf(const TokenCounts& tokens) { return tokens.processed(); }
+double costOf(double cost) { return cost; }
+double costOf(const std::optional<double>& cost) { return cost.value_or(0); }
+
+// A series holds only rows with usage: a row without tokens or cost (a tool's day without use,
+// a tool or model whose only rows are empty) is dropped.
+template <typename Row>
+void dropEmptyRows(std::vector<Row>& rows) {
+  std::erase_if(
+      rows, [](const Row& row) { return tokensOf(row.tokens) == 0 && costOf(row.costUSD) == 0; });
+}
+
 Json summaryJson(const UsageSummary& whole, const Calendar& calendar) {
-  // A tool's series has no row for a day without usage: those points are dropped before any
-  // JSON is made of them (a year's report has a point per tool and day).
+  // Dropped before any JSON is made of them: a year's report has a point per tool and day.
   UsageSummary summary = whole;
-  std::erase_if(summary.daily, [](const UsageSummary::DayPoint& point) {
-    return point.tokens == 0 && point.costUSD == 0;
-  });
+  dropEmptyRows(summary.tools);
+  dropEmptyRows(summary.daily);
+  dropEmptyRows(summary.models);
+  dropEmptyRows(summary.perDay);
   Json json = summary.toJson(DateForm::iso8601);
   json["windowEnd"] = calendar.dayKey(summary.windowEnd);
   json["daily"] = asDays(json["daily"], summary.daily, calendar, [](const auto&) { return true; });

@@ -37,5 +37,38 @@ TEST(ReportJsonTest, SummaryDaysAreDatesAndFiguresAreGivenToTheMillionth) {
   EXPECT_EQ(json.size(), keys.size());
 }
 
+// No series holds a row without usage: a tool or model whose only rows are empty (a reply of 0
+// tokens), a tool's day without use, a day whose only rows are empty.
+TEST(ReportJsonTest, NoSeriesHoldsARowWithoutUsage) {
+  UsageSummary summary;
+  summary.days = 2;
+  summary.windowEnd = at("2026-11-04T00:00:00Z");
+  summary.tools = {{ProviderID::claude, 1, 1200, 0.3, 1, 1, false},
+                   {ProviderID::codex, 1, 0, 0, 0, 0, false}};
+  summary.daily = {{at("2026-11-03T00:00:00Z"), ProviderID::claude, 0, 0},
+                   {at("2026-11-04T00:00:00Z"), ProviderID::claude, 1200, 0.3},
+                   {at("2026-11-03T00:00:00Z"), ProviderID::codex, 0, 0},
+                   {at("2026-11-04T00:00:00Z"), ProviderID::codex, 0, 0}};
+  TokenCounts used;
+  used.output = 1200;
+  summary.models = {{ProviderID::claude, "claude-sonnet-4-5", 0.3, 1, 1, used, false},
+                    {ProviderID::codex, "gpt-5.3-codex", 0.0, 0, 0, TokenCounts{}, false},
+                    {ProviderID::codex, "gpt-unpriced", std::nullopt, 0, 0, TokenCounts{}, false}};
+  summary.perDay = {{at("2026-11-03T00:00:00Z"), 0, 0, 1},
+                    {at("2026-11-04T00:00:00Z"), 0.3, 1200, 1}};
+  ReportContent content;
+  content.view = ReportContent::View::daily;
+  content.summary = summary;
+
+  const Json json = ReportJson::of(content, Calendar::utc());
+  for (const char* series : {"tools", "daily", "models"}) {
+    SCOPED_TRACE(series);
+    ASSERT_EQ(json[series].size(), 1u) << json[series];
+    EXPECT_EQ(json[series][0]["provider"], "claude");
+  }
+  ASSERT_EQ(json["perDay"].size(), 1u);
+  EXPECT_EQ(json["perDay"][0]["day"], "2026-11-04");
+}
+
 }  // namespace
 }  // namespace brimlog
