@@ -193,6 +193,9 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
       app.add_subcommand("limits", "Show each tool's plan, status and limits as last fetched");
   limitsCommand->add_flag("--json", command.limits.json, "Print the stored limits as JSON");
 
+  CLI::App* checkCommand = app.add_subcommand(
+      "check", "Check the database for damage: every page, index and constraint of it is read");
+
   DaemonOptions& daemon = command.daemon;
   CLI::App* daemonCommand = app.add_subcommand(
       "daemon",
@@ -230,8 +233,8 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
           ->check(CLI::IsMember(tools));
   shared.addSharedDir(*lineCommand);
 
-  for (CLI::App* each :
-       {syncCommand, statusCommand, reportCommand, limitsCommand, daemonCommand, lineCommand}) {
+  for (CLI::App* each : {syncCommand, statusCommand, reportCommand, limitsCommand, checkCommand,
+                         daemonCommand, lineCommand}) {
     each->fallthrough();
     each->footer(
         "Shared options, before or after the subcommand: --home DIR, --db FILE, --tz ZONE, "
@@ -262,6 +265,8 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
     daemon.notify = !noNotify;
   } else if (limitsCommand->parsed()) {
     command.kind = ParsedCommand::Kind::limits;
+  } else if (checkCommand->parsed()) {
+    command.kind = ParsedCommand::Kind::check;
   } else if (reportCommand->parsed()) {
     command.kind = ParsedCommand::Kind::report;
     report.view = *ReportContent::viewNamed(view);
