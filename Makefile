@@ -9,7 +9,7 @@ SANITIZE := -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-fra
 
 WIDGETS_PORT ?= 8717
 
-.PHONY: all deps configure build brimlog test bench run demo widgets format clean fuzz asan
+.PHONY: all deps configure build brimlog test bench run demo widgets install-user format clean fuzz asan
 
 all: build
 
@@ -52,6 +52,12 @@ widgets: brimlog
 	cmake --build $(BUILD_DIR) -j $(JOBS) --target brimlog-widgets
 	$(BUILD_DIR)/bin/brimlog --offline >/dev/null
 	$(BUILD_DIR)/bin/brimlog-widgets serve --port $(WIDGETS_PORT)
+
+# brimlog and brimlog-widgets for you alone, under ~/.local, with their systemd user units
+# enabled to start at login (see scripts/install-user).
+install-user: brimlog
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target brimlog-widgets
+	scripts/install-user $(BUILD_DIR)
 
 bench: build
 	bench/run-bench $(BUILD_DIR)

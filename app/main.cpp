@@ -25,6 +25,8 @@ int run(const ParsedCommand& command) {
       return Daemon{settings, command.daemon}.run();
     case ParsedCommand::Kind::limits:
       return Commands{settings}.limits(command.limits);
+    case ParsedCommand::Kind::check:
+      return Commands{settings}.check();
     case ParsedCommand::Kind::report:
       return Commands{settings}.report(command.report);
     case ParsedCommand::Kind::status:

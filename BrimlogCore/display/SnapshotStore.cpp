@@ -37,7 +37,7 @@ void SnapshotStore::write(const Snapshot& snapshot) const {
 std::optional<Snapshot> SnapshotStore::read() const {
   if (!directory_) return std::nullopt;
   try {
-    return Snapshot::fromJson(json::parse(WholeFile::read(file()).bytes));
+    return Snapshot::fromJson(json::parse(WholeFile::read(file(), kMaxBytes).bytes));
   } catch (const std::exception&) {
     return std::nullopt;
   }

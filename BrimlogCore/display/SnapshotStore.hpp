@@ -55,8 +55,12 @@ class SnapshotStore {
   void write(const Snapshot& snapshot) const;
 
   /// The stored snapshot, or nothing when there is no directory, no file, or the file cannot be
-  /// read or decoded (see `Snapshot::fromJson`). Never throws.
+  /// read or decoded (see `Snapshot::fromJson`). Only a regular file of at most `kMaxBytes` is
+  /// read, so a FIFO or a device in the file's place gives nothing at once. Never throws.
   std::optional<Snapshot> read() const;
+
+  /// A snapshot of four tools with all their windows is under 4 KB; anything past this is not one.
+  static constexpr size_t kMaxBytes = size_t{1} << 20;
 
  private:
   std::optional<std::filesystem::path> directory_;

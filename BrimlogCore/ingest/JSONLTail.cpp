@@ -54,7 +54,8 @@ JSONLTail::Result JSONLTail::read(const std::filesystem::path& path,
     result.reset = cursor.has_value();
   }
 
-  const FileDescriptor fd{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+  // Never waits at the open: a FIFO put where a log was fails its first positioned read instead.
+  const FileDescriptor fd{::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
   if (!fd) throwFileError("Cannot open log file", path);
 
   const int64_t offset = result.cursor.offset;

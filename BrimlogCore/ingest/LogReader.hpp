@@ -26,14 +26,6 @@ struct ReadJob {
   int64_t expectedBytes = 0;
 };
 
-/// A file the pass could not read, and why.
-struct SkippedFile {
-  std::string path;
-  std::string reason;
-
-  bool operator==(const SkippedFile&) const = default;
-};
-
 /// What a reader hands the pass: the events of one file, or of one chunk of a large one, and the
 /// cursor to store in the same transaction.
 struct ReadOutput {

@@ -71,7 +71,7 @@ std::optional<std::string> fingerprintInMemory(std::string_view read, int64_t of
 }  // namespace
 
 std::optional<std::string> LogResume::fingerprint(const std::string& path, int64_t offset) {
-  const FileDescriptor fd{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+  const FileDescriptor fd{::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
   if (!fd) return std::nullopt;
   std::array<char, kWindow> buffer{};
   const auto headLength = static_cast<size_t>(std::min(offset, kWindow));
@@ -100,7 +100,7 @@ std::optional<FileCursor> LogResume::verified(const std::string& path,
 bool LogResume::onlyUnfinishedLine(const std::string& path, FileCursor& cursor, int64_t size) {
   const std::optional<int64_t> scanned = cursor.integerEntry(kScannedKey);
   if (!scanned || *scanned <= cursor.offset || *scanned > size) return false;
-  const FileDescriptor fd{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+  const FileDescriptor fd{::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
   if (!fd) return false;  // the read that follows reports why
   std::array<char, 64 << 10> buffer{};
   for (int64_t at = *scanned; at < size;) {

@@ -2,9 +2,12 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <cstring>
 #include <iterator>
 #include <string_view>
 #include <thread>
@@ -28,16 +31,25 @@ std::string childPath(const std::string& dir, std::string_view name) {
 TreeWalker::TreeWalker(const LogFolder& folder, std::vector<FoundFile>& files)
     : folder_(folder), files_(files), buffer_(32 << 10) {}
 
-void TreeWalker::walk(const LogFolder& folder, std::vector<FoundFile>& files) {
-  const FileDescriptor root{::open(folder.root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-  if (!root) return;  // no folder: the tool is not installed
+void TreeWalker::walk(const LogFolder& folder, std::vector<FoundFile>& files,
+                      std::vector<SkippedFile>& skipped) {
   const std::string rootPath = folder.root.string();
   TreeWalker first{folder, files};
+  const FileDescriptor root{::open(folder.root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+  if (!root) {
+    // No folder: the tool is not installed. Any other reason hides the tool's logs.
+    if (errno != ENOENT && errno != ENOTDIR) {
+      first.skip(rootPath, "cannot open the folder");
+      skipped.insert(skipped.end(), first.skipped_.begin(), first.skipped_.end());
+    }
+    return;
+  }
   const std::vector<std::string> subfolders = first.list(root.get(), rootPath);
 
   // A warm pass is mostly this walk, and mostly system calls: two threads share the top folders
   // (Claude's projects), each with its own results, joined in a fixed order.
   std::vector<FoundFile> second;
+  std::vector<SkippedFile> secondSkipped;
   std::atomic<size_t> next{0};
   auto share = [&](TreeWalker& walker) {
     for (size_t i = next++; i < subfolders.size(); i = next++) {
@@ -48,6 +60,7 @@ void TreeWalker::walk(const LogFolder& folder, std::vector<FoundFile>& files) {
     std::thread helper{[&] {
       TreeWalker other{folder, second};
       share(other);
+      secondSkipped = std::move(other.skipped_);
     }};
     share(first);
     helper.join();
@@ -55,6 +68,13 @@ void TreeWalker::walk(const LogFolder& folder, std::vector<FoundFile>& files) {
     share(first);
   }
   std::move(second.begin(), second.end(), std::back_inserter(files));
+  for (std::vector<SkippedFile>* each : {&first.skipped_, &secondSkipped}) {
+    std::move(each->begin(), each->end(), std::back_inserter(skipped));
+  }
+}
+
+void TreeWalker::skip(const std::string& path, const char* what) {
+  skipped_.push_back({path, fmt::format("{}: {}", what, std::strerror(errno))});
 }
 
 void TreeWalker::walkFolder(int dirFD, const std::string& dirPath) {
@@ -64,7 +84,11 @@ void TreeWalker::walkFolder(int dirFD, const std::string& dirPath) {
 void TreeWalker::descend(int dirFD, const std::string& dirPath, const std::string& name) {
   const FileDescriptor sub{
       ::openat(dirFD, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)};
-  if (sub) walkFolder(sub.get(), childPath(dirPath, name));
+  if (sub) {
+    walkFolder(sub.get(), childPath(dirPath, name));
+  } else if (errno != ENOENT) {  // a folder removed since the listing held nothing to count
+    skip(childPath(dirPath, name), "cannot open the folder");
+  }
 }
 
 // Records the folder's log files and returns its subfolders.
@@ -75,7 +99,8 @@ std::vector<std::string> TreeWalker::list(int dirFD, const std::string& dirPath)
   // more system calls per folder, and folders are most of what a warm pass visits.
   for (;;) {
     const ssize_t filled = ::getdents64(dirFD, buffer_.data(), buffer_.size());
-    if (filled <= 0) break;  // the end, or a folder that cannot be listed: take what we have
+    if (filled < 0) skip(dirPath, "cannot list the folder");  // and take what we have
+    if (filled <= 0) break;
     for (ssize_t at = 0; at < filled;) {
       const auto* entry = reinterpret_cast<const dirent64*>(buffer_.data() + at);
       at += entry->d_reclen;

@@ -27,23 +27,36 @@ struct FoundFile {
   struct stat status {};
 };
 
+/// A file or folder the pass could not read, and why.
+struct SkippedFile {
+  std::string path;
+  std::string reason;
+
+  bool operator==(const SkippedFile&) const = default;
+};
+
 /// Finds the log files under a folder and its subfolders, with directory handles and one
 /// `fstatat` per entry: no path is resolved twice, and the stat doubles as the file's size and
 /// inode for the pass's check whether it changed.
 ///
 /// Symbolic links are not followed, so a link cannot pull another tree's files, or the same file
-/// twice, into a pass. Folders that cannot be opened are left out, as a folder the user cannot
-/// read holds nothing of theirs; a missing root means the tool is not installed.
+/// twice, into a pass. A folder that cannot be opened or listed is reported in `skipped` with the
+/// system's reason and its files are left out: the logs in it are not counted, and the user must
+/// know. A missing root means the tool is not installed and is not reported.
 ///
 ///     std::vector<FoundFile> files;
-///     TreeWalker::walk({home / ".claude/projects", ProviderID::claude, ".jsonl"}, files);
+///     std::vector<SkippedFile> skipped;
+///     TreeWalker::walk({home / ".claude/projects", ProviderID::claude, ".jsonl"}, files, skipped);
 class TreeWalker {
  public:
   /// Appends the folder's log files to `files`, in a fixed order for a given tree.
-  static void walk(const LogFolder& folder, std::vector<FoundFile>& files);
+  static void walk(const LogFolder& folder, std::vector<FoundFile>& files,
+                   std::vector<SkippedFile>& skipped);
 
  private:
   TreeWalker(const LogFolder& folder, std::vector<FoundFile>& files);
+
+  void skip(const std::string& path, const char* what);
 
   void walkFolder(int dirFD, const std::string& dirPath);
   void descend(int dirFD, const std::string& dirPath, const std::string& name);
@@ -51,6 +64,7 @@ class TreeWalker {
 
   const LogFolder& folder_;
   std::vector<FoundFile>& files_;
+  std::vector<SkippedFile> skipped_;
   std::vector<char> buffer_;
 };
 

@@ -278,7 +278,7 @@ IngestResult UsageIngestor::run(Date now) {
       std::async(std::launch::async, [this] { return sink_.storedCursors(); });
   std::vector<FoundFile> files;
   for (const LogFolder& folder : folders_) {
-    if (readers[folder.provider]) TreeWalker::walk(folder, files);
+    if (readers[folder.provider]) TreeWalker::walk(folder, files, result.skipped);
   }
   result.filesScanned = files.size();
   std::map<std::string, FileCursor> cursors = storedCursors.get();

@@ -13,7 +13,7 @@ std::string loadLogo(std::string_view baseName) {
   if (!file) return {};
   std::string text;
   try {
-    text = WholeFile::read(*file).bytes;
+    text = WholeFile::read(*file, WholeFile::kSmallFileLimit).bytes;
   } catch (const std::filesystem::filesystem_error&) {
     return {};
   }

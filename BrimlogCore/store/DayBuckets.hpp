@@ -52,7 +52,7 @@ class DayBuckets {
   std::vector<std::string> dayKeys_;
   std::unordered_map<std::string, uint32_t> modelNumbers_;
   std::vector<std::string> models_;
-  uint32_t model_ = 0;  // the number of the last model added
+  uint32_t model_ = 0;                                // the number of the last model added
   std::unordered_map<uint64_t, Sum> usage_;           // (day, tool, model) packed
   std::vector<std::pair<uint64_t, int64_t>> active_;  // ((day, tool) packed, session)
 };

@@ -83,7 +83,7 @@ PriceTable PriceTable::bundled() {
 PriceTable PriceTable::load(const std::filesystem::path& file) {
   std::string text;
   try {
-    text = WholeFile::read(file).bytes;
+    text = WholeFile::read(file, WholeFile::kSmallFileLimit).bytes;
   } catch (const std::filesystem::filesystem_error&) {
     return {};
   }

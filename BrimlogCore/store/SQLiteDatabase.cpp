@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 
@@ -25,8 +26,7 @@ std::string_view advice(int32_t code) {
       return "Check that its folder exists and that you may read and write there.";
     case SQLITE_CORRUPT:
     case SQLITE_NOTADB:
-      return "The file is damaged or not a database; move it aside, and brimlog sync counts "
-             "again from the logs.";
+      return UsageStoreError::kRebuild;
     case SQLITE_FULL:
       return "The disk is full; free some space and try again.";
     case SQLITE_IOERR:
@@ -55,6 +55,21 @@ UsageStoreError::UsageStoreError(int32_t code, std::string message, std::string 
 
 UsageStoreError UsageStoreError::refused(const std::string& file, std::string reason) {
   return UsageStoreError(SQLITE_NOTADB, std::move(reason), file, {});
+}
+
+UsageStoreError UsageStoreError::damaged(const std::string& file,
+                                         const std::vector<std::string>& problems) {
+  constexpr size_t kQuoted = 3;
+  std::string found;
+  for (size_t i = 0; i < std::min(problems.size(), kQuoted); ++i) {
+    found += (i > 0 ? "; " : "") + problems[i];
+  }
+  if (problems.size() > kQuoted) found += fmt::format("; and {} more", problems.size() - kQuoted);
+  return UsageStoreError(SQLITE_CORRUPT,
+                         fmt::format("the database {} is damaged, so the totals read from it may "
+                                     "be wrong or missing (SQLite's check finds: {}). {}",
+                                     file, found, kRebuild),
+                         file, {});
 }
 
 UsageStoreError UsageStoreError::in(const std::string& file, std::string_view doing) const {

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <unordered_map>
 #include <variant>
+#include <vector>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -27,6 +28,17 @@ class UsageStoreError : public std::runtime_error {
   /// The file cannot be used as it stands (another program's database, a newer schema); the
   /// reason is the whole message.
   static UsageStoreError refused(const std::string& file, std::string reason);
+
+  /// The file's integrity check found `problems` (SQLite's words, at least one): one line that
+  /// names the file, says that its totals may be wrong, quotes the first problems and tells how
+  /// to rebuild it.
+  static UsageStoreError damaged(const std::string& file, const std::vector<std::string>& problems);
+
+  /// What to do about a damaged database file: rebuild it from the logs that still exist.
+  static constexpr std::string_view kRebuild =
+      "To rebuild it from the logs that still exist, stop the daemon (systemctl --user stop "
+      "brimlog), move the file aside and run `brimlog sync`; days whose logs are gone cannot be "
+      "rebuilt.";
 
   /// The same failure, told with the file and what was being done ("save the new replies").
   UsageStoreError in(const std::string& file, std::string_view doing) const;

@@ -117,6 +117,11 @@ std::unique_ptr<SQLiteDatabase> UsageStore::open(const std::string& path,
                            path_, version, schemaVersion));
   }
   if (options.readOnly) {
+    if (version == 0) {
+      throw UsageStoreError::refused(
+          path_, fmt::format("{} holds no usage yet; run `brimlog sync` to read your logs into it",
+                             path_));
+    }
     // An older schema is brought up to date by the first program that may write to the file.
     if (version > 0 && version < schemaVersion) {
       throw UsageStoreError::refused(
@@ -291,6 +296,30 @@ void UsageStore::prune(Date date, const Calendar& calendar) {
       db.run("DELETE FROM sessions WHERE last_reply < ?1", {referenceSeconds(slotStart(slot))});
       db.run("DELETE FROM kept_days WHERE day < ?1", {day});
     });
+  });
+}
+
+std::vector<std::string> UsageStore::damage(int limit) {
+  return withDatabase("check the usage database", [&](SQLiteDatabase& db) {
+    std::vector<std::string> problems;
+    try {
+      db.query(fmt::format("PRAGMA integrity_check({})", std::max(1, limit)), {},
+               [&](const Row& row) {
+                 // A finding may begin with a line naming the schema ("*** in database main
+                 // ***"), which says nothing to a user of a file with one schema.
+                 std::string_view text = row.text(0);
+                 while (!text.empty() && text != "ok") {
+                   const std::string_view line = text.substr(0, text.find('\n'));
+                   text.remove_prefix(std::min(text.size(), line.size() + 1));
+                   if (!line.starts_with("*** ")) problems.emplace_back(line);
+                 }
+               });
+    } catch (const UsageStoreError& error) {
+      // A page too damaged to walk ends the check early: that is a finding too.
+      if ((error.code() & 0xff) != SQLITE_CORRUPT) throw;
+      problems.push_back(error.message());
+    }
+    return problems;
   });
 }
 

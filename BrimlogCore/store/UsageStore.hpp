@@ -103,6 +103,13 @@ class UsageStore {
   /// A reply older than the cutoff can then be counted again if its line is read again.
   void prune(Date date, const Calendar& calendar);
 
+  /// What SQLite's integrity check finds wrong with the file (every page, index and constraint
+  /// is read: about half a second for a database of years), at most `limit` problems in SQLite's
+  /// words; empty when the file is sound. A damaged file can still answer queries with wrong or
+  /// missing rows, so a caller that finds damage must say so (`UsageStoreError::kRebuild`).
+  /// Throws `UsageStoreError` when the check cannot run at all.
+  std::vector<std::string> damage(int limit = 10);
+
   /// A number that changes when another connection (another process) has committed to the
   /// database since the last call; this connection's own writes leave it as it is.
   int64_t dataVersion();

@@ -81,18 +81,18 @@ std::vector<FetchOutcome> CommandContext::fetchLimits(LimitsEndpoints endpoints,
   return outcomes;
 }
 
-Snapshot CommandContext::publish() {
-  return SnapshotPublisher::publish(*store(), settings_, settings_.now);
+Snapshot CommandContext::publish(std::string* writeError) {
+  return SnapshotPublisher::publish(*store(), settings_, settings_.now, writeError);
 }
 
-Snapshot CommandContext::refresh(bool offline) {
+Snapshot CommandContext::refresh(bool offline, std::string* writeError) {
   const std::optional<SyncLock> lock = lockForSync();
   store();
   std::optional<LimitsEndpoints> endpoints;
   if (!offline) endpoints = LimitsEndpoints::from(settings_);
   ingest();
   if (endpoints) fetchLimits(std::move(*endpoints), false);
-  return publish();
+  return publish(writeError);
 }
 
 }  // namespace brimlog

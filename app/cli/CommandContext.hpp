@@ -48,10 +48,11 @@ class CommandContext {
   /// Builds the 30-day snapshot from the store and writes it where the widgets read it. Throws
   /// CommandError naming the file and the reason when it cannot be written; the previous
   /// snapshot is then left as it was.
-  Snapshot publish();
+  Snapshot publish(std::string* writeError = nullptr);
 
   /// One quick run for the dashboard: new replies, limits when they are due, the snapshot.
-  Snapshot refresh(bool offline);
+  /// `writeError` as for `publish`.
+  Snapshot refresh(bool offline, std::string* writeError = nullptr);
 
  private:
   void takeClaudeCodeReading();

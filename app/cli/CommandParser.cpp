@@ -179,6 +179,9 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
       app.add_subcommand("limits", "Show each tool's plan, status and limits as last fetched");
   limitsCommand->add_flag("--json", command.limits.json, "Print the stored limits as JSON");
 
+  CLI::App* checkCommand = app.add_subcommand(
+      "check", "Check the database for damage: every page, index and constraint of it is read");
+
   DaemonOptions& daemon = command.daemon;
   CLI::App* daemonCommand = app.add_subcommand(
       "daemon",
@@ -213,8 +216,8 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
                                   " (default: the tightest of all; Claude's for claude-code)");
   shared.addSharedDir(*lineCommand);
 
-  for (CLI::App* each :
-       {syncCommand, statusCommand, reportCommand, limitsCommand, daemonCommand, lineCommand}) {
+  for (CLI::App* each : {syncCommand, statusCommand, reportCommand, limitsCommand, checkCommand,
+                         daemonCommand, lineCommand}) {
     each->fallthrough();
     each->footer(
         "Shared options, before or after the subcommand: --home DIR, --db FILE, --tz ZONE, "
@@ -264,6 +267,8 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
       }
     } else if (limitsCommand->parsed()) {
       command.kind = ParsedCommand::Kind::limits;
+    } else if (checkCommand->parsed()) {
+      command.kind = ParsedCommand::Kind::check;
     } else if (reportCommand->parsed()) {
       command.kind = ParsedCommand::Kind::report;
       // Options that say the same thing twice are a mistake in the command line (2); values

@@ -217,6 +217,23 @@ int Commands::limits(const LimitsOptions& options) {
   return 0;
 }
 
+int Commands::check() {
+  const HostSettings& settings = context_.settings();
+  std::error_code error;
+  if (!std::filesystem::exists(settings.database, error)) {
+    throw CommandError(fmt::format("no database at {} yet; run `brimlog sync` to make it",
+                                   settings.database.string()));
+  }
+  const std::vector<std::string> problems = context_.store(CommandContext::Access::read)->damage();
+  if (!problems.empty()) {
+    throw UsageStoreError::damaged(settings.database.string(), problems);
+  }
+  fmt::print(context_.out(),
+             "The database {} is sound: every page, index and constraint checks out.\n",
+             settings.database.string());
+  return 0;
+}
+
 int Commands::status(const StatusOptions& options) {
   HostSettings& settings = context_.settings();
   if (options.watch) {
@@ -228,15 +245,21 @@ int Commands::status(const StatusOptions& options) {
         },
         settings.calendar);
   }
-  const Snapshot snapshot = context_.refresh(options.offline);
+  // What was read is shown even when the widgets' copy cannot be written; the failure is told
+  // after it, and the status says the run did not do all it should.
+  std::string writeError;
+  const Snapshot snapshot = context_.refresh(options.offline, &writeError);
   std::FILE* out = context_.out();
   if (options.json) {
     fmt::print(out, "{}\n", snapshot.toJson().dump());
-    return 0;
+  } else {
+    const Dashboard dashboard{Terminal::width(out), Terminal::isTerminal(out) && !settings.noColor};
+    fmt::print(out, "{}", dashboard.render(snapshot, settings.now, settings.calendar));
   }
-  const Dashboard dashboard{Terminal::width(out), Terminal::isTerminal(out) && !settings.noColor};
-  fmt::print(out, "{}", dashboard.render(snapshot, settings.now, settings.calendar));
-  return 0;
+  if (writeError.empty()) return 0;
+  std::fflush(out);
+  fmt::print(stderr, "brimlog: {}; the widgets show the last snapshot written\n", writeError);
+  return 1;
 }
 
 int Commands::line(const LineOptions& options) {

@@ -21,6 +21,9 @@ class Commands {
   int report(const ReportOptions& options);
   /// The stored limits of every tool.
   int limits(const LimitsOptions& options);
+  /// `brimlog check`: the database's integrity check; 0 when sound, 1 (and how to rebuild) when
+  /// not.
+  int check();
   /// What a bare `brimlog` and `brimlog status` show: a quick sync, the snapshot published
   /// for the widgets, and the dashboard drawn from it.
   int status(const StatusOptions& options);

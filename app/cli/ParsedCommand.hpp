@@ -9,7 +9,7 @@ namespace brimlog {
 /// A command line as understood: which command, the shared options as given, and the command's
 /// own options (those of the other commands keep their defaults).
 struct ParsedCommand {
-  enum class Kind { status, sync, report, limits, daemon, line };
+  enum class Kind { status, sync, report, limits, daemon, line, check };
   Kind kind = Kind::status;
   CommandLine shared;
   SyncOptions sync;

@@ -97,6 +97,7 @@ struct Daemon::Loop {
   int64_t dataVersion = 0;
   std::string publishedDay;
   std::string prunedDay;
+  std::string checkedDay;
   Date lastPass{};
   Date lastPublish{};
   std::set<std::string> toldSkipped;
@@ -219,6 +220,27 @@ struct Daemon::Loop {
     lastPublish = now;
   }
 
+  // A damaged file can answer with rows missing rather than fail, so the totals would quietly be
+  // wrong: the file is checked at start and once a day, and damage told in the journal and on
+  // the desktop, each time, with how to rebuild it.
+  void checkIfDue(Date now) {
+    const std::string today = settings.calendar.dayKey(now);
+    if (today == checkedDay) return;
+    checkedDay = today;
+    std::string damage;
+    try {
+      const std::vector<std::string> problems = store->damage();
+      if (problems.empty()) return;
+      damage = UsageStoreError::damaged(settings.database.string(), problems).what();
+    } catch (const UsageStoreError& error) {
+      damage = error.what();
+    }
+    say("{}", damage);
+    if (notifier && !notifier->notify("Brimlog's database is damaged", damage)) {
+      say("cannot show the damage on the desktop: {}", notifier->lastError());
+    }
+  }
+
   void pruneIfDue(Date now) {
     const std::string today = settings.calendar.dayKey(now);
     if (today == prunedDay) return;
@@ -307,6 +329,7 @@ int Daemon::run() {
 
   // At start: a pass, the fetches the timing allows, the snapshot.
   Date now = currentDate();
+  loop.checkIfDue(now);
   loop.pruneIfDue(now);
   loop.pass(now);
   loop.fetchDue(now, true);
@@ -338,6 +361,7 @@ int Daemon::run() {
                          (loop.passWanted && now - loop.lastPass >= Seconds{kCoalesce});
     if (passDue) loop.pass(now);
     loop.fetchDue(now, buttonPressed);
+    loop.checkIfDue(now);
     loop.pruneIfDue(now);
     loop.publishIfDue(now);
   }

@@ -142,7 +142,7 @@ std::optional<DesktopNotifier> DesktopNotifier::connect(std::optional<std::strin
   return DesktopNotifier(std::move(bus), std::move(where));
 }
 
-bool DesktopNotifier::notify(const LimitAlert& alert) {
+bool DesktopNotifier::notify(const std::string& summary, const std::string& body) {
   sd_bus_message* raw = nullptr;
   int r = systemd().message_new_method_call(bus_.get(), &raw, "org.freedesktop.Notifications",
                                             "/org/freedesktop/Notifications",
@@ -151,8 +151,8 @@ bool DesktopNotifier::notify(const LimitAlert& alert) {
   // Application name, id to replace (none), icon, summary, body, actions (none), hints (none),
   // and how long to show it (the server's choice).
   if (r >= 0) {
-    r = systemd().message_append(raw, "susssasa{sv}i", "Brimlog", 0u, "", alert.summary.c_str(),
-                                 alert.body.c_str(), 0u, 0u, -1);
+    r = systemd().message_append(raw, "susssasa{sv}i", "Brimlog", 0u, "", summary.c_str(),
+                                 body.c_str(), 0u, 0u, -1);
   }
   BusError error;
   sd_bus_message* rawReply = nullptr;

@@ -33,9 +33,10 @@ class DesktopNotifier {
   static std::optional<DesktopNotifier> connect(std::optional<std::string> busAddress,
                                                 std::string* failure = nullptr);
 
-  /// Shows the alert's summary and body under the application name "Brimlog". False when the
-  /// service did not take it (`lastError` says why); never throws.
-  bool notify(const LimitAlert& alert);
+  /// Shows `summary` and `body` under the application name "Brimlog". False when the service did
+  /// not take it (`lastError` says why); never throws.
+  bool notify(const std::string& summary, const std::string& body);
+  bool notify(const LimitAlert& alert) { return notify(alert.summary, alert.body); }
 
   /// Why the last failed `notify` failed.
   const std::string& lastError() const { return lastError_; }

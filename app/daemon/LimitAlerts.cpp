@@ -128,7 +128,7 @@ std::vector<LimitAlert> LimitAlerts::update(ProviderID provider, const ProviderL
 void LimitAlerts::load() {
   Json json;
   try {
-    json = Json::parse(WholeFile::read(stateFile_).bytes);
+    json = Json::parse(WholeFile::read(stateFile_, WholeFile::kSmallFileLimit).bytes);
   } catch (const std::exception&) {
     return;  // missing or damaged: nothing said yet
   }

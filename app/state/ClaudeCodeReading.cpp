@@ -37,7 +37,7 @@ bool ClaudeCodeReading::handOver(const fs::path& folder) const {
 
 std::optional<ClaudeCodeReading> ClaudeCodeReading::read(const fs::path& folder) {
   try {
-    const Json json = Json::parse(WholeFile::read(folder / fileName).bytes);
+    const Json json = Json::parse(WholeFile::read(folder / fileName, WholeFile::kSmallFileLimit).bytes);
     ClaudeCodeReading reading;
     const std::optional<Date> readAt = parseISO8601(json.at("readAt").get<std::string>());
     if (!readAt) return std::nullopt;

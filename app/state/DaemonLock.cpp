@@ -40,7 +40,7 @@ bool DaemonLock::isHeld(const std::filesystem::path& database) {
 
 std::optional<pid_t> DaemonLock::holder(const std::filesystem::path& database) {
   try {
-    const std::string text = WholeFile::read(pathFor(database)).bytes;
+    const std::string text = WholeFile::read(pathFor(database), WholeFile::kSmallFileLimit).bytes;
     const long pid = std::stol(text);
     if (pid > 0) return static_cast<pid_t>(pid);
   } catch (const std::exception&) {

@@ -58,7 +58,7 @@ fs::path RefreshState::pathIn(const fs::path& stateFolder) { return stateFolder 
 
 RefreshState RefreshState::load(const fs::path& path) {
   try {
-    return fromJson(Json::parse(WholeFile::read(path).bytes));
+    return fromJson(Json::parse(WholeFile::read(path, WholeFile::kSmallFileLimit).bytes));
   } catch (const fs::filesystem_error&) {
     return {};
   } catch (const Json::exception&) {

@@ -8,7 +8,8 @@
 
 namespace brimlog {
 
-Snapshot SnapshotPublisher::publish(UsageStore& store, const HostSettings& settings, Date now) {
+Snapshot SnapshotPublisher::publish(UsageStore& store, const HostSettings& settings, Date now,
+                                    std::string* writeError) {
   std::map<ProviderID, ProviderLimits> limits;
   for (ProviderID provider : ProviderID::readableCases) {
     try {
@@ -24,7 +25,9 @@ Snapshot SnapshotPublisher::publish(UsageStore& store, const HostSettings& setti
   try {
     shared.write(snapshot);
   } catch (const std::exception& error) {
-    throw CommandError("Cannot write the snapshot " + shared.file().string() + ": " + error.what());
+    std::string told = "Cannot write the snapshot " + shared.file().string() + ": " + error.what();
+    if (!writeError) throw CommandError(told);
+    *writeError = std::move(told);
   }
   return snapshot;
 }

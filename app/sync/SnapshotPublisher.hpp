@@ -10,8 +10,10 @@ namespace brimlog {
 /// tool's stored limits, in the usual order, written as the widgets' snapshot.
 struct SnapshotPublisher {
   /// Returns what was written. Throws CommandError naming the file and the reason when it
-  /// cannot be written; the previous snapshot is then left as it was.
-  static Snapshot publish(UsageStore& store, const HostSettings& settings, Date now);
+  /// cannot be written; the previous snapshot is then left as it was. With `writeError`, a
+  /// failed write is put there instead, and the snapshot returned all the same.
+  static Snapshot publish(UsageStore& store, const HostSettings& settings, Date now,
+                          std::string* writeError = nullptr);
 };
 
 }  // namespace brimlog

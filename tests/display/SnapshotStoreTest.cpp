@@ -1,8 +1,13 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <fstream>
+#include <functional>
 #include <limits>
 
 #include "display/SnapshotStore.hpp"
+#include "platform/WholeFile.hpp"
 #include "support/TempDir.hpp"
 
 namespace brimlog {
@@ -20,6 +25,46 @@ TEST_F(SnapshotStoreTest, WritesCompactJsonIntoNewFoldersAndReadsNothingUnusable
   EXPECT_EQ(store.read(), std::nullopt);
   EXPECT_EQ(SnapshotStore{std::nullopt}.read(), std::nullopt);
   EXPECT_THROW(SnapshotStore{std::nullopt}.write(Snapshot{}), SnapshotStore::StoreError);
+}
+
+// Whatever stands in the snapshot's place, the widgets and the status line get "no snapshot" at
+// once: a FIFO would block the open, a link to /dev/zero would be read until memory runs out. The
+// reader's error names what it found.
+TEST_F(SnapshotStoreTest, ReadsNothingAtOnceFromAnythingButASnapshotSizedFile) {
+  struct Row {
+    const char* name;
+    std::function<void(const std::filesystem::path&)> make;
+    const char* error;
+  };
+  const std::vector<Row> rows = {
+      {"fifo", [](const auto& path) { ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0); },
+       "Refusing to read a FIFO as a file"},
+      {"link to /dev/zero",
+       [](const auto& path) { std::filesystem::create_symlink("/dev/zero", path); },
+       "Refusing to read a character device as a file"},
+      {"folder", [](const auto& path) { std::filesystem::create_directory(path); },
+       "Refusing to read a folder as a file"},
+      {"valid but oversized",
+       [](const auto& path) {
+         const std::string valid = json::dump(Snapshot::placeholder().toJson());
+         std::ofstream(path) << valid << std::string(SnapshotStore::kMaxBytes, ' ');
+       },
+       "Refusing to read more than 1048576 bytes of"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    const SnapshotStore store{dir() / row.name};
+    std::filesystem::create_directories(*store.directory());
+    row.make(store.file());
+    EXPECT_EQ(store.read(), std::nullopt);
+    try {
+      WholeFile::read(store.file(), SnapshotStore::kMaxBytes);
+      ADD_FAILURE() << "read";
+    } catch (const std::filesystem::filesystem_error& error) {
+      EXPECT_THAT(error.what(), ::testing::HasSubstr(row.error));
+      EXPECT_THAT(error.what(), ::testing::HasSubstr(store.file().string()));
+    }
+  }
 }
 
 // The snapshot is encoded before anything is touched (the file system's failures are

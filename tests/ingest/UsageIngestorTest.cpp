@@ -11,6 +11,7 @@
 #include "ingest/ToolLocations.hpp"
 #include "ingest/UsageIngestor.hpp"
 #include "store/UsageStore.hpp"
+#include "support/FilePermissions.hpp"
 #include "support/RawDatabase.hpp"
 #include "support/TempDir.hpp"
 #include "sync/StoreIngestSink.hpp"
@@ -285,13 +286,22 @@ TEST_F(UsageIngestorTest, ReportsFilesItCannotReadAndGoesOn) {
   EXPECT_EQ(result.toJson()["skipped"][0]["path"], result.skipped[0].path);
   EXPECT_EQ(pass(now_).filesRead, 0u);
 
-  if (::geteuid() != 0) {  // permissions do not stop root
-    write(claudeFile("p/locked.jsonl"), claudeLine("l", 1, "2026-11-20T09:00:00Z"));
-    fs::permissions(dir() / claudeFile("p/locked.jsonl"), fs::perms::none);
-    IngestResult locked = pass(now_);
-    ASSERT_EQ(locked.skipped.size(), 1u);
-    EXPECT_THAT(locked.skipped[0].reason, ::testing::HasSubstr("denied"));
-  }
+  // A file and a folder this user may not read: each is told, once, and the rest is counted.
+  write(claudeFile("p/locked.jsonl"), claudeLine("l", 1, "2026-11-20T09:00:00Z"));
+  write(claudeFile("q/r/hidden.jsonl"), claudeLine("h", 1, "2026-11-20T09:00:00Z"));
+  write(claudeFile("q/seen.jsonl"), claudeLine("s", 1, "2026-11-20T09:00:00Z"));
+  fs::permissions(dir() / claudeFile("p/locked.jsonl"), fs::perms::none);
+  fs::permissions(dir() / claudeFile("q/r"), fs::perms::none);
+  const testing::FilePermissionsEnforced enforced;
+  if (!enforced.active()) GTEST_SKIP() << "file permissions cannot be enforced here";
+  const IngestResult locked = pass(now_);
+  fs::permissions(dir() / claudeFile("q/r"), fs::perms::owner_all);
+  ASSERT_EQ(locked.skipped.size(), 2u);
+  EXPECT_EQ(locked.skipped[0].path, (dir() / claudeFile("q/r")).string());
+  EXPECT_EQ(locked.skipped[0].reason, "cannot open the folder: Permission denied");
+  EXPECT_EQ(locked.skipped[1].path, (dir() / claudeFile("p/locked.jsonl")).string());
+  EXPECT_THAT(locked.skipped[1].reason, ::testing::HasSubstr("denied"));
+  EXPECT_THAT(keys(), ElementsAre("g", "s"));
 }
 
 // Per-file totals over the real logs, against figures worked out independently from the files:

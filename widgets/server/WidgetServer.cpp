@@ -3,9 +3,14 @@
 #include <fmt/format.h>
 #include <httplib.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
+#include "platform/AsciiCase.hpp"
+#include "server/GatedServer.hpp"
 #include "server/WidgetPage.hpp"
 #include "timeline/BrimlogWidgets.hpp"
 #include "timeline/ProviderChoice.hpp"
@@ -34,7 +39,7 @@ void answer(httplib::Response& response, int status, const std::string& body,
 struct WidgetServer::State {
   std::optional<std::filesystem::path> stateFolder;
   std::function<Date()> clock;
-  httplib::Server server;
+  GatedServer server;
   int port = 0;
 
   // One widget of `description` for `choice`: its timeline, or its gallery entry in preview.
@@ -88,21 +93,45 @@ struct WidgetServer::State {
            "text/html; charset=utf-8");
   }
 
-  void refresh(const httplib::Request& request, httplib::Response& response) const {
-    // Only this server's own pages may press the button: a browser names the page's origin on
-    // every POST, and a page of another site must not make the host fetch on its behalf.
-    const std::string origin = request.get_header_value("Origin");
-    const bool own = origin.empty() || origin == fmt::format("http://127.0.0.1:{}", port) ||
-                     origin == fmt::format("http://localhost:{}", port);
-    if (!own || request.get_header_value("Sec-Fetch-Site") == "cross-site") {
-      answer(response, 403, "Refused: the refresh button belongs to this server's own pages.\n");
-      return;
-    }
+  void refresh(const httplib::Request&, httplib::Response& response) const {
     if (RefreshIntent{}.perform(stateFolder)) {
       answer(response, 204, "");
     } else {
       answer(response, 503, fmt::format("Not refreshed: {}.\n", RefreshIntent::nobodyListening));
     }
+  }
+
+  // Runs before any route and before a body is read; false when it has answered instead.
+  bool admitted(const httplib::Request& request, httplib::Response& response) const {
+    // A page of another site can reach this server through a name of its own that resolves to
+    // 127.0.0.1 (DNS rebinding) and would then read the pages as its own: only the server's own
+    // names are answered.
+    const std::array<std::string, 3> names{fmt::format("127.0.0.1:{}", port),
+                                           fmt::format("localhost:{}", port),
+                                           fmt::format("[::1]:{}", port)};
+    // Names are compared as browsers send them, in lower case; a Host may come in any case.
+    const auto own = [&](std::string_view scheme, const std::string& text) {
+      const std::string lowered = asciiLowercased(text);
+      return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+        return lowered == fmt::format("{}{}", scheme, name);
+      });
+    };
+    if (request.get_header_value_count("Host") != 1 || !own("", request.get_header_value("Host"))) {
+      answer(
+          response, 421,
+          fmt::format("Not answered: this server is 127.0.0.1:{} on this computer only.\n", port));
+      return false;
+    }
+    // Only this server's own pages may press the refresh button: a browser names the page's
+    // origin on every POST, and a page of another site must not make the host fetch on its
+    // behalf.
+    const std::string origin = request.get_header_value("Origin");
+    if (request.method == "POST" && (!(origin.empty() || own("http://", origin)) ||
+                                     request.get_header_value("Sec-Fetch-Site") == "cross-site")) {
+      answer(response, 403, "Refused: the refresh button belongs to this server's own pages.\n");
+      return false;
+    }
+    return true;
   }
 
   static std::string kindList() {
@@ -116,9 +145,14 @@ struct WidgetServer::State {
 };
 
 WidgetServer::WidgetServer(std::optional<std::filesystem::path> stateFolder,
-                           std::function<Date()> clock)
-    : state_(new State{std::move(stateFolder), std::move(clock), {}, 0}) {
+                           std::function<Date()> clock, RequestGate::Limits limits)
+    : state_(new State{std::move(stateFolder), std::move(clock), GatedServer{limits}, 0}) {
   State& state = *state_;
+  state.server.set_pre_routing_handler(
+      [&state](const httplib::Request& request, httplib::Response& response) {
+        return state.admitted(request, response) ? httplib::Server::HandlerResponse::Unhandled
+                                                 : httplib::Server::HandlerResponse::Handled;
+      });
   state.server.Get("/", [&state](const httplib::Request& request, httplib::Response& response) {
     state.gallery(request, response);
   });
@@ -141,8 +175,7 @@ WidgetServer::WidgetServer(std::optional<std::filesystem::path> stateFolder,
 WidgetServer::~WidgetServer() { stop(); }
 
 int WidgetServer::bind(int port) {
-  const int bound = port == 0 ? state_->server.bind_to_any_port("127.0.0.1")
-                              : (state_->server.bind_to_port("127.0.0.1", port) ? port : -1);
+  const int bound = state_->server.bind("127.0.0.1", port);
   if (bound < 0) {
     throw WidgetServerError(fmt::format("Cannot listen on 127.0.0.1:{}: {}", port,
                                         errno ? std::strerror(errno) : "the port is taken"));
@@ -151,7 +184,7 @@ int WidgetServer::bind(int port) {
   return bound;
 }
 
-void WidgetServer::listen() { state_->server.listen_after_bind(); }
+void WidgetServer::listen() { state_->server.serve(); }
 
 void WidgetServer::stop() { state_->server.stop(); }
 

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/Date.hpp"
+#include "server/RequestGate.hpp"
 
 namespace brimlog {
 
@@ -27,8 +28,11 @@ class WidgetServerError : public std::runtime_error {
 ///                                        listens
 ///
 /// It listens on 127.0.0.1 only, answers an unknown provider with 400 and an unknown path with
-/// 404, refuses a POST from another site with 403, and lets its pages load nothing from
-/// elsewhere.
+/// 404, and lets its pages load nothing from elsewhere. Any page open in the user's browser can
+/// send it requests, so before a route runs or a body is read it answers a Host other than its
+/// own names (127.0.0.1, localhost, [::1] with its port) with 421 and a POST from another site
+/// with 403; its connections pass a `RequestGate` (`limits`): one request each, complete within
+/// seconds, with a small head and a body of at most 1 KiB.
 ///
 ///     WidgetServer server{stateFolder};
 ///     int port = server.bind(0);  // any free port
@@ -37,14 +41,14 @@ class WidgetServer {
  public:
   /// `stateFolder` holds the snapshot and is where the refresh button asks (`StateFolder`).
   explicit WidgetServer(std::optional<std::filesystem::path> stateFolder,
-                        std::function<Date()> clock = currentDate);
+                        std::function<Date()> clock = currentDate, RequestGate::Limits limits = {});
   ~WidgetServer();
   WidgetServer(const WidgetServer&) = delete;
   WidgetServer& operator=(const WidgetServer&) = delete;
 
   /// Binds 127.0.0.1:`port` (0: any free port) and returns the port; throws `WidgetServerError`.
   int bind(int port);
-  /// Serves until `stop`, from any thread.
+  /// Serves until `stop`, which any thread may call; a stopped server does not serve again.
   void listen();
   void stop();
 

@@ -12,6 +12,10 @@ constexpr const char* kLastTurnKey = "lastTurn";  // turns counted so far
 constexpr const char* kSizeKey = "size";          // size at the last read
 constexpr const char* kMtimeKey = "mtime";        // modification time (ns) at the last read
 
+// A session document holds its whole conversation; the largest seen are a few hundred kilobytes.
+// Past this it is not a session document, and is skipped with its reason.
+constexpr size_t kDocumentLimit = size_t{256} << 20;
+
 int64_t mtimeNanoseconds(const struct stat& status) {
   return static_cast<int64_t>(status.st_mtim.tv_sec) * 1'000'000'000 + status.st_mtim.tv_nsec;
 }
@@ -24,16 +28,12 @@ std::optional<ReadJob> GrokLogReader::plan(const FoundFile& file, std::optional<
                          cursor->integerEntry(kSizeKey) == file.status.st_size &&
                          cursor->integerEntry(kMtimeKey) == mtimeNanoseconds(file.status);
   if (unchanged) return std::nullopt;
-  return ReadJob{file.path,
-                 file.provider,
-                 static_cast<uint64_t>(file.status.st_ino),
-                 file.status.st_size,
-                 std::move(cursor),
-                 file.status.st_size};
+  return ReadJob{file.path,           file.provider,     static_cast<uint64_t>(file.status.st_ino),
+                 file.status.st_size, std::move(cursor), file.status.st_size};
 }
 
 void GrokLogReader::read(const ReadJob& job, Date, const ReadSink& sink) const {
-  const WholeFile document = WholeFile::read(job.path);
+  const WholeFile document = WholeFile::read(job.path, kDocumentLimit);
   const auto inode = static_cast<uint64_t>(document.status.st_ino);
   int64_t afterTurn = std::numeric_limits<int64_t>::min();
   if (job.cursor && job.cursor->inode == inode) {

@@ -69,7 +69,7 @@ TEST_F(ErrorStyleTest, EveryMistakeIsOneLineWithTheDocumentedStatus) {
       {"unknown option before a view's place", brimlog, {"report", "--sincee", "2026-02-01"}, 2, "brimlog: unknown option --sincee; see brimlog report --help"},
       {"unknown option after the view", brimlog, {"report", "daily", "--sincee=2026-02-01"}, 2, "brimlog: unknown option --sincee; see brimlog report --help"},
       {"unknown option with a wrong value", brimlog, {"report", "--days", "x", "--bogus"}, 2, "brimlog: unknown option --bogus; *"},
-      {"unknown command", brimlog, {"weekly"}, 2, "brimlog: unknown command weekly; choose sync, status, report, limits, daemon or line"},
+      {"unknown command", brimlog, {"weekly"}, 2, "brimlog: unknown command weekly; choose sync, status, report, limits, check, daemon or line"},
       {"an argument too many", brimlog, {"report", "daily", "extra"}, 2, "brimlog: unexpected argument extra; see brimlog report --help"},
       {"missing value", brimlog, {"report", "--days"}, 2, "brimlog: --days needs a value; see brimlog report --help"},
       {"bare option before a command", brimlog, {"--json", "sync"}, 2, "brimlog: --json before sync is for brimlog without a command; put it after sync"},

@@ -7,12 +7,14 @@
 #include <signal.h>
 
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <thread>
 
 #include "daemon/Daemon.hpp"
 #include "display/SnapshotStore.hpp"
 #include "state/RefreshState.hpp"
+#include "support/RawDatabase.hpp"
 #include "support/RunningProgram.hpp"
 #include "support/StubHTTPServer.hpp"
 #include "support/TempDir.hpp"
@@ -172,6 +174,52 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
 
 // A session limit past 80% reaches the desktop once; a restart that fetches the same answer
 // again says nothing more.
+// A database with one page zeroed answers most queries with rows missing rather than failing, so
+// nothing would look wrong but the totals. `brimlog check` and the daemon's start both say so,
+// with the way to rebuild.
+TEST_F(DaemonTest, ADamagedDatabaseIsToldByCheckAndAtStart) {
+  write("home/.claude/projects/p1/a.jsonl", claudeReply("m1", today(0)));
+  const fs::path db = dir() / "db/usage.db";
+  auto brimlog = [&](const std::string& command) {
+    return testing::RunningProgram::run(
+        {"/bin/sh", "-c",
+         fmt::format("exec '{}' {} --home '{}' --db '{}' 2>&1", BRIMLOG_BINARY, command,
+                     home().string(), db.string())});
+  };
+  ASSERT_EQ(brimlog("sync --offline").exitStatus, 0);
+  const testing::RunningProgram::Result sound = brimlog("check");
+  EXPECT_EQ(sound.exitStatus, 0);
+  EXPECT_THAT(sound.output, HasSubstr("is sound"));
+
+  int64_t page = 0, pageSize = 0;
+  {
+    testing::RawDatabase raw{db};
+    page = std::stoll(raw.rows("SELECT rootpage FROM sqlite_schema WHERE name = "
+                               "'sqlite_autoindex_sessions_1'")
+                          .at(0));
+    pageSize = std::stoll(raw.rows("PRAGMA page_size").at(0));
+  }
+  std::fstream file{db, std::ios::in | std::ios::out | std::ios::binary};
+  file.seekp((page - 1) * pageSize);
+  file << std::string(static_cast<size_t>(pageSize), '\0');
+  file.close();
+
+  const testing::RunningProgram::Result checked = brimlog("check");
+  EXPECT_EQ(checked.exitStatus, 1);
+  EXPECT_THAT(checked.output, HasSubstr(fmt::format("brimlog: the database {} is damaged, so the "
+                                                    "totals read from it may be wrong",
+                                                    db.string())));
+  EXPECT_THAT(checked.output, HasSubstr("move the file aside and run `brimlog sync`"));
+
+  std::unique_ptr<testing::RunningProgram> daemon = start();
+  std::optional<std::string> line;
+  while ((line = daemon->line()) && line->find("is damaged") == std::string::npos) {
+  }
+  ASSERT_TRUE(line) << "the daemon did not tell the damage";
+  EXPECT_THAT(*line, HasSubstr("To rebuild it from the logs that still exist"));
+  stop(*daemon);
+}
+
 TEST_F(DaemonTest, TellsTheDesktopOnceAcrossRestarts) {
   testing::RunningProgram bus{{"dbus-daemon", "--session", "--nofork", "--print-address=1"}};
   if (!bus.started()) GTEST_SKIP() << "dbus-daemon not found: install the dbus package";
