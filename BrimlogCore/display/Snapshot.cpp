@@ -1,7 +1,5 @@
 #include "display/Snapshot.hpp"
 
-#include <fmt/format.h>
-
 #include <cmath>
 #include <utility>
 
@@ -11,36 +9,6 @@ namespace brimlog {
 namespace {
 
 constexpr DateForm kForm = DateForm::iso8601;
-
-// The member `key` of `value`, or nullptr when `value` is no object or lacks it.
-const Json* member(const Json& value, std::string_view key) {
-  if (!value.is_object()) return nullptr;
-  const auto it = value.find(key);
-  return it == value.end() ? nullptr : &*it;
-}
-
-// Dates in the snapshot are whole seconds. The shared ISO 8601 reading also takes fractions, so
-// every date text is looked at here first; values of another type are left to the decoding,
-// which names them.
-void requireWholeSeconds(const Json* value, std::string_view key) {
-  if (value == nullptr || !value->is_string()) return;
-  if (!parseISO8601WithoutFraction(value->get_ref<const std::string&>())) {
-    throw JsonDecodeError(fmt::format(
-        "Expected a date with whole seconds, such as 2026-10-29T12:00:00Z, for key \"{}\".", key));
-  }
-}
-
-LimitWindow windowFromJson(const Json& json) {
-  requireWholeSeconds(member(json, "resetsAt"), "resetsAt");
-  if (const Json* source = member(json, "source")) {
-    for (const std::string_view name : {"local", "stale"}) {
-      if (const Json* payload = member(*source, name)) {
-        requireWholeSeconds(member(*payload, "asOf"), "asOf");
-      }
-    }
-  }
-  return LimitWindow::fromJson(json, kForm);
-}
 
 Snapshot makePlaceholder() {
   const Date base = dateFromUnixSeconds(1'793'275'200);  // 2026-10-29T12:00:00Z
@@ -76,8 +44,8 @@ Snapshot makePlaceholder() {
        6.8,
        true},
   };
-  for (int i = 0; i < 30; ++i) {
-    const double value = (0.35 + 0.65 * std::fabs(std::sin(0.9 * i))) * 10.0;
+  for (size_t i = 0; i < Snapshot::seriesLength; ++i) {
+    const double value = (0.35 + 0.65 * std::fabs(std::sin(0.9 * static_cast<double>(i)))) * 10.0;
     snapshot.dailyCost30.push_back(std::round(value * 100.0) / 100.0);
   }
   snapshot.costTodayUSD = snapshot.dailyCost30.back();
@@ -144,7 +112,7 @@ Snapshot Snapshot::make(const UsageSummary& summary,
     return it == costByDay.end() ? 0.0 : it->second;
   };
   const Date lastDay = calendar.startOfDay(summary.windowEnd);
-  for (int k = -29; k <= 0; ++k) {
+  for (int k = 1 - static_cast<int>(seriesLength); k <= 0; ++k) {
     const std::optional<Date> day = calendar.addingDays(k, lastDay);
     snapshot.dailyCost30.push_back(day ? costOn(calendar.startOfDay(*day)) : 0.0);
   }
@@ -176,8 +144,8 @@ Snapshot::Provider Snapshot::Provider::fromJson(const Json& json) {
   Provider provider;
   provider.id = ProviderID::fromJson(json::require(json, "id"));
   provider.plan = json::optionalString(json, "plan");
-  for (const Json& window : json::array(json::require(json, "windows"), "windows")) {
-    provider.windows.push_back(windowFromJson(window));
+  for (const Json& window : json::array(json::require(json, "windows"), "windows", maxWindows)) {
+    provider.windows.push_back(LimitWindow::fromJson(window, kForm));
   }
   if (const Json* credits = json::optional(json, "credits")) {
     provider.credits = Credits::fromJson(*credits);
@@ -203,15 +171,15 @@ Json Snapshot::toJson() const {
 
 Snapshot Snapshot::fromJson(const Json& json) {
   Snapshot snapshot;
-  const Json& generatedAt = json::require(json, "generatedAt");
-  requireWholeSeconds(&generatedAt, "generatedAt");
-  snapshot.generatedAt = json::decodeDate(generatedAt, kForm, "generatedAt");
-  for (const Json& provider : json::array(json::require(json, "providers"), "providers")) {
+  snapshot.generatedAt = json::decodeDate(json::require(json, "generatedAt"), kForm, "generatedAt");
+  for (const Json& provider :
+       json::array(json::require(json, "providers"), "providers", maxProviders)) {
     snapshot.providers.push_back(Provider::fromJson(provider));
   }
   snapshot.costTodayUSD = json::number(json::require(json, "costTodayUSD"), "costTodayUSD");
   snapshot.cost30dUSD = json::number(json::require(json, "cost30dUSD"), "cost30dUSD");
-  for (const Json& cost : json::array(json::require(json, "dailyCost30"), "dailyCost30")) {
+  for (const Json& cost :
+       json::array(json::require(json, "dailyCost30"), "dailyCost30", seriesLength)) {
     snapshot.dailyCost30.push_back(json::number(cost, "dailyCost30"));
   }
   return snapshot;

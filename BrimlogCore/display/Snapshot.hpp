@@ -28,7 +28,9 @@ namespace brimlog {
 ///
 /// JSON: the field names as keys; dates (generatedAt, a window's resetsAt, its source's asOf) as
 /// UTC text with whole seconds, such as "2026-10-29T12:00:00Z". The writer drops fractions of a
-/// second; the reader refuses a date that carries one.
+/// second; the reader refuses a date in any other form (a fraction, an offset even of +00:00).
+/// The reader also refuses lists longer than the writer makes them (`seriesLength`,
+/// `maxProviders`, `maxWindows`), so a damaged or hostile file costs no more than a real one.
 struct Snapshot {
   /// One provider's entry. It keeps no fetch time: `ProviderLimits::fetchedAt` stays behind.
   struct Provider {
@@ -48,6 +50,13 @@ struct Snapshot {
     Json toJson() const;
     static Provider fromJson(const Json& json);
   };
+
+  /// Days in the series `make` writes; a shorter series still reads.
+  static constexpr size_t seriesLength = 30;
+  /// One entry per tool.
+  static constexpr size_t maxProviders = ProviderID::allCases.size();
+  /// A tool's session, weekly and per-model weekly windows, with room to spare.
+  static constexpr size_t maxWindows = 16;
 
   Date generatedAt;
   /// Providers with something to show, in display order.
@@ -81,7 +90,8 @@ struct Snapshot {
   /// Throws `JsonEncodeError` when any number (a cost, a fraction, a duration) is not finite.
   Json toJson() const;
   /// Throws `JsonDecodeError` for a missing or null required key, a value of the wrong type, an
-  /// unknown provider id or status, or a date that is not whole-second ISO 8601 text.
+  /// unknown provider id or status, a date that is not whole-second UTC text with "Z", or a list
+  /// longer than its bound.
   static Snapshot fromJson(const Json& json);
 };
 

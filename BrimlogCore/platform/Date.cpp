@@ -10,6 +10,7 @@ namespace brimlog {
 namespace {
 
 enum class Fraction { required, forbidden };
+enum class Zone { anyOffset, utcOnly };
 
 // Reads exactly `count` ASCII digits at `pos`, advancing it.
 bool readDigits(std::string_view text, size_t& pos, int count, int& value) {
@@ -32,7 +33,7 @@ bool expect(std::string_view text, size_t& pos, char c) {
 }
 
 // The strict internet date-time form: YYYY-MM-DDTHH:MM:SS[.f+](Z|+hh:mm|-hh:mm).
-std::optional<Date> parse(std::string_view text, Fraction fraction) {
+std::optional<Date> parse(std::string_view text, Fraction fraction, Zone zone = Zone::anyOffset) {
   size_t pos = 0;
   int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
   if (!readDigits(text, pos, 4, year) || !expect(text, pos, '-') ||
@@ -66,7 +67,7 @@ std::optional<Date> parse(std::string_view text, Fraction fraction) {
   if (pos >= text.size()) return std::nullopt;
   if (text[pos] == 'Z') {
     ++pos;
-  } else if (text[pos] == '+' || text[pos] == '-') {
+  } else if (zone == Zone::anyOffset && (text[pos] == '+' || text[pos] == '-')) {
     const int sign = text[pos] == '-' ? -1 : 1;
     ++pos;
     int offsetHours = 0, offsetMinutes = 0;
@@ -114,6 +115,10 @@ std::optional<Date> parseISO8601WithFraction(std::string_view text) {
 
 std::optional<Date> parseISO8601WithoutFraction(std::string_view text) {
   return parse(text, Fraction::forbidden);
+}
+
+std::optional<Date> parseISO8601UTC(std::string_view text) {
+  return parse(text, Fraction::forbidden, Zone::utcOnly);
 }
 
 std::optional<Date> parseISO8601(std::string_view text) {

@@ -51,6 +51,10 @@ std::optional<Date> parseISO8601WithoutFraction(std::string_view text);
 /// The form every log date is read with: first with fractional seconds, then without.
 std::optional<Date> parseISO8601(std::string_view text);
 
+/// Reads back exactly the form `formatISO8601` writes, e.g. 2025-06-01T12:34:56Z: whole seconds
+/// and "Z". An offset, even +00:00, or a fraction of a second gives nothing.
+std::optional<Date> parseISO8601UTC(std::string_view text);
+
 /// Formats an instant in UTC with whole seconds, e.g. 2025-06-01T12:34:56Z (fractions are cut
 /// toward the past, so the text never names a later second than the instant).
 std::string formatISO8601(Date date);

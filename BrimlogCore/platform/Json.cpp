@@ -83,6 +83,14 @@ const Json& array(const Json& value, std::string_view key) {
   return value;
 }
 
+const Json& array(const Json& value, std::string_view key, size_t most) {
+  if (array(value, key).size() > most) {
+    throw JsonDecodeError(fmt::format("Expected at most {} values for key \"{}\", found {}.", most,
+                                      key, value.size()));
+  }
+  return value;
+}
+
 Json finite(double value, std::string_view key) {
   if (!std::isfinite(value)) {
     throw JsonEncodeError(fmt::format(
@@ -109,9 +117,11 @@ Date decodeDate(const Json& value, DateForm form, std::string_view key) {
       return dateFromReferenceSeconds(number(value, key));
     case DateForm::iso8601: {
       const std::string text = string(value, key);
-      if (auto date = parseISO8601(text)) return *date;
-      throw JsonDecodeError(
-          fmt::format("Expected date string to be ISO8601-formatted for key \"{}\".", key));
+      if (auto date = parseISO8601UTC(text)) return *date;
+      throw JsonDecodeError(fmt::format(
+          "Expected a date in UTC with whole seconds, such as 2026-10-29T12:00:00Z, for key "
+          "\"{}\".",
+          key));
     }
   }
   typeMismatch(key, "a date", value);

@@ -16,7 +16,9 @@ namespace brimlog {
 using Json = nlohmann::json;
 
 /// How dates are written inside a document: the usage database stores seconds since
-/// 2001-01-01T00:00:00Z as a number, the snapshot file stores ISO 8601 text in UTC.
+/// 2001-01-01T00:00:00Z as a number, the snapshot file stores ISO 8601 text in UTC with whole
+/// seconds and "Z" (`formatISO8601`). Each form reads back only what it writes: a text date with
+/// a fraction or an offset is refused, as a numeric date is where text is due.
 enum class DateForm { referenceSeconds, iso8601 };
 
 /// A document that does not hold the record it should: a missing key, a null where a value is
@@ -50,6 +52,8 @@ uint64_t unsignedInteger(const Json& value, std::string_view key);
 bool boolean(const Json& value, std::string_view key);
 const Json& object(const Json& value, std::string_view key);
 const Json& array(const Json& value, std::string_view key);
+/// An array of at most `most` values: a longer one is refused whole, before any value is read.
+const Json& array(const Json& value, std::string_view key, size_t most);
 
 /// Typed reads of a member that may be missing or null (nothing, or nullptr, then); a member of
 /// another type throws like the reads above.

@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "display/Snapshot.hpp"
@@ -64,24 +65,87 @@ TEST(SnapshotTest, TheSeriesAddsUpLocalDaysAndEndsOnTheSummarysLastDayWhileToday
 }
 
 // The round trip through the file is SnapshotStoreTest's.
-TEST(SnapshotTest, DatesAreWholeSecondsBothWays) {
+TEST(SnapshotTest, DatesAreWrittenInWholeSecondsAndReadOnlyInThatForm) {
   const Snapshot& p = Snapshot::placeholder();
   Snapshot fractional = p;
   fractional.generatedAt += Seconds{0.75};
   const Json written = fractional.toJson();
   EXPECT_EQ(Snapshot::fromJson(written), p);
 
-  const Json patches = Json::parse(R"([
-      {"op": "replace", "path": "/generatedAt", "value": "2026-10-29T12:00:00.5Z"},
-      {"op": "replace", "path": "/providers/0/windows/0/resetsAt",
-       "value": "2026-10-29T12:13:00.0Z"},
-      {"op": "add", "path": "/providers/0/windows/0/source",
-       "value": {"local": {"asOf": "2026-10-29T12:00:00.25Z"}}},
-      {"op": "remove", "path": "/providers/1/approximate"}])");
-  for (const Json& patch : patches) {
-    EXPECT_THROW(Snapshot::fromJson(written.patch(Json::array({patch}))), JsonDecodeError)
-        << patch.dump();
+  // Each form, at each place a date stands in the document.
+  const std::pair<const char*, const char*> rows[] = {
+      {"whole seconds with Z", "2026-10-29T12:00:00Z"},
+      {"zero offset", "2026-10-29T12:00:00+00:00"},
+      {"other offset", "2026-10-29T14:00:00+02:00"},
+      {"fraction", "2026-10-29T12:00:00.5Z"},
+      {"zero fraction", "2026-10-29T12:00:00.000Z"},
+      {"lower-case z", "2026-10-29T12:00:00z"},
+      {"no seconds", "2026-10-29T12:00Z"},
+      {"no zone", "2026-10-29T12:00:00"},
+      {"date only", "2026-10-29"},
+  };
+  const auto at = [](const char* path, const char* text) {
+    const bool source = std::string_view(path).ends_with("source");
+    return Json::array({{{"op", "add"},
+                         {"path", path},
+                         {"value", source ? Json{{"stale", {{"asOf", text}}}} : Json(text)}}});
+  };
+  for (const auto& [name, text] : rows) {
+    for (const char* path :
+         {"/generatedAt", "/providers/0/windows/0/resetsAt", "/providers/0/windows/0/source"}) {
+      const auto read = [&] { return Snapshot::fromJson(written.patch(at(path, text))); };
+      if (name == rows[0].first) {
+        EXPECT_NO_THROW(read()) << path;
+      } else {
+        EXPECT_THROW(read(), JsonDecodeError) << name << " at " << path;
+      }
+    }
   }
+  EXPECT_EQ(Snapshot::fromJson(written.patch(at("/generatedAt", rows[0].second))).generatedAt,
+            p.generatedAt);
+}
+
+// A shorter series reads; a longer one, or more entries than there are tools or windows, is
+// refused before its values are read.
+TEST(SnapshotTest, ListsLongerThanTheWriterMakesThemAreRefusedWhole) {
+  const Json sample = Snapshot::placeholder().toJson();
+  const auto longer = [](Json list, size_t size) {
+    while (list.size() < size) list.push_back(list.back());
+    while (list.size() > size) list.erase(list.size() - 1);
+    return list;
+  };
+  struct Row {
+    const char* name;
+    const char* list;
+    size_t size;
+    bool reads;
+  };
+  const Row rows[] = {
+      {"3 days", "/dailyCost30", 3, true},
+      {"30 days", "/dailyCost30", Snapshot::seriesLength, true},
+      {"31 days", "/dailyCost30", Snapshot::seriesLength + 1, false},
+      {"one entry per tool", "/providers", ProviderID::allCases.size(), true},
+      {"an entry more than there are tools", "/providers", ProviderID::allCases.size() + 1, false},
+      {"16 windows", "/providers/0/windows", Snapshot::maxWindows, true},
+      {"17 windows", "/providers/0/windows", Snapshot::maxWindows + 1, false},
+  };
+  for (const Row& row : rows) {
+    Json document = sample;
+    const Json::json_pointer list{row.list};
+    document[list] = longer(document[list], row.size);
+    if (row.reads) {
+      EXPECT_EQ(json::dump(Snapshot::fromJson(document).toJson()), json::dump(document))
+          << row.name;
+    } else {
+      EXPECT_THAT([&] { Snapshot::fromJson(document); },
+                  ::testing::ThrowsMessage<JsonDecodeError>(
+                      ::testing::HasSubstr(fmt::format("for key \"{}\"", list.back()))))
+          << row.name;
+    }
+  }
+  Json withoutApproximate = sample;
+  withoutApproximate["providers"][1].erase("approximate");
+  EXPECT_THROW(Snapshot::fromJson(withoutApproximate), JsonDecodeError);
 }
 
 }  // namespace

@@ -53,7 +53,8 @@ inline std::vector<DecodingCase> decodingCases(const std::string& file, Date now
       std::optional<double> duration;
       if (!w.at(3).is_null()) duration = w[3].get<double>();
       std::optional<Date> resetsAt;
-      if (w.size() > 4) resetsAt = json::decodeDate(w[4], DateForm::iso8601, "reset time");
+      // In the services' own form, which may carry a fraction of a second.
+      if (w.size() > 4) resetsAt = parseISO8601(w[4].get<std::string>());
       limits.windows.emplace_back(w.at(0).get<std::string>(), w.at(1).get<std::string>(),
                                   w.at(2).get<double>(), duration, resetsAt, LimitSource::live());
     }
