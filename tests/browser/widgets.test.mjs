@@ -1,6 +1,7 @@
 // Loads the widget pages of a real brimlog-widgets in the system's chromium and checks what a
 // user sees: pages that load cleanly, the sample texts, running countdowns, the stale badge
-// appearing without a reload, and the refresh button reaching a real `brimlog daemon`.
+// appearing without a reload, the refresh button reaching a real `brimlog daemon`, and each
+// widget bare in a window of its size, as on a desktop.
 //
 //   node widgets.test.mjs --widgets PATH --brimlog PATH --screenshots DIR
 //
@@ -109,10 +110,10 @@ function writeSnapshot(generatedAt) {
   fs.writeFileSync(path.join(sharedDir, 'snapshot.json'), JSON.stringify(snapshot));
 }
 
-// Opens `address` in a new page and checks that it loads with no console error and no failed
-// request, and that each widget shows exactly one entry.
-async function open(base, address) {
-  const page = await browser.newPage();
+// Opens `address` in a new page (of the window size `viewport`, when given) and checks that it
+// loads with no console error and no failed request, and that each widget shows exactly one entry.
+async function open(base, address, viewport) {
+  const page = await browser.newPage(viewport ? { viewport } : {});
   page.setDefaultTimeout(10000);
   const problems = [];
   page.on('console', (message) => message.type() === 'error' && problems.push(`console: ${message.text()}`));
@@ -239,6 +240,48 @@ async function main() {
   }
   const pictures = fs.readdirSync(options.screenshots).filter((name) => name.endsWith('.png'));
   check(pictures.length === 2 * await widgets.count(), `screenshots of the gallery's widgets in ${options.screenshots}`);
+  await gallery.close();
+
+  // Each widget bare, in a window of exactly its size, as a desktop launcher opens it: the page
+  // is the widget, nothing scrolls, and what lies around the widget is transparent.
+  const bare = [
+    ['app.brimlog.small?provider=claude', 170, 170, 'Brimlog — Small — Claude'],
+    ['app.brimlog.medium', 364, 170, 'Brimlog — Medium'],
+    ['app.brimlog.large', 364, 382, 'Brimlog — Large'],
+  ];
+  const measure = () => {
+    const root = document.documentElement;
+    const box = document.querySelector('.widget').getBoundingClientRect();
+    return {
+      scrolls: Math.max(root.scrollWidth, document.body.scrollWidth) > innerWidth ||
+        Math.max(root.scrollHeight, document.body.scrollHeight) > innerHeight,
+      size: `${root.scrollWidth}x${root.scrollHeight} in ${innerWidth}x${innerHeight}`,
+      widget: [box.left, box.top, box.width, box.height].join(','),
+      backgrounds: [root, document.body].map((node) => getComputedStyle(node).backgroundColor),
+      title: document.title,
+    };
+  };
+  // The measure itself: the page with its padding does scroll in such a window.
+  const padded = await open(base, `/widgets/${bare[0][0]}`, { width: bare[0][1], height: bare[0][2] });
+  check((await padded.evaluate(measure)).scrolls, 'a padded small widget scrolls in a window of its size');
+  await padded.close();
+  for (const [widget, width, height, title] of bare) {
+    const address = `/widgets/${widget}${widget.includes('?') ? '&' : '?'}bare=1`;
+    const page = await open(base, address, { width, height });
+    const seen = await page.evaluate(measure);
+    check(!seen.scrolls, `${address} does not scroll in a ${width}x${height} window`, seen.size);
+    check(seen.widget === `0,0,${width},${height}`, `${address} is the widget alone`, seen.widget);
+    check(seen.backgrounds.every((color) => color === 'rgba(0, 0, 0, 0)'),
+      `${address} has a transparent background`, seen.backgrounds.join(', '));
+    check(seen.title === title, `${address} is titled "${title}"`, seen.title);
+    for (const colorScheme of ['light', 'dark']) {
+      await page.emulateMedia({ colorScheme });
+      const name = `bare-${widget.replace(/\?provider=/, '-')}-${colorScheme}.png`;
+      await page.screenshot({ path: path.join(options.screenshots, name), omitBackground: true });
+    }
+    await page.close();
+  }
+  console.log(`ok - screenshots of the bare widgets in ${options.screenshots}`);
 }
 
 const watchdog = setTimeout(() => fail('the test took longer than 150 s'), 150000);

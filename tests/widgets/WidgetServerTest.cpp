@@ -95,6 +95,13 @@ TEST_F(WidgetServerTest, AnswersEveryWidgetAndRefusesWhatItCannotShow) {
   const auto small = http.Get("/widgets/app.brimlog.small?provider=codex");
   ASSERT_TRUE(small);
   EXPECT_THAT(small->body, HasSubstr("<section class=\"entry\" data-date=\"1793277001\" hidden>"));
+  // Bare on asking, titled for a window manager; the gallery links each widget's bare page.
+  const auto bare = http.Get("/widgets/app.brimlog.small?provider=codex&bare");
+  ASSERT_TRUE(bare);
+  EXPECT_THAT(bare->body, HasSubstr("<html lang=\"en\" class=\"bare\"><head>"));
+  EXPECT_THAT(bare->body, HasSubstr("<title>Brimlog — Small — Codex</title>"));
+  EXPECT_THAT(small->body, Not(HasSubstr("class=\"bare\"")));
+  EXPECT_THAT(gallery->body, HasSubstr("href=\"/widgets/app.brimlog.large?bare=1\""));
 
   const auto unknownProvider = http.Get("/widgets/app.brimlog.small?provider=gemini");
   ASSERT_TRUE(unknownProvider);

@@ -32,10 +32,46 @@ const View* withRole(const View& tree, std::string_view role) {
   return tree.find([&](const View& view) { return view.modifiers.role == role; });
 }
 
-// (Without any snapshot, the browser test sees every widget say so.)
-TEST(WidgetViewsTest, AWidgetOfAToolTheSnapshotLacksAsksToOpenBrimlog) {
-  EXPECT_THAT(SmallWidgetView{entryOf(Snapshot::placeholder(), ProviderID::cursor)}.body().texts(),
-              Contains("Open Brimlog to start"));
+// Only a missing snapshot asks to open Brimlog; a tool the snapshot lacks keeps its tile's name
+// and says why there is nothing. (Without any snapshot the browser test sees every size say so.)
+TEST(WidgetViewsTest, OnlyAMissingSnapshotAsksToOpenBrimlog) {
+  Snapshot withoutGrok = Snapshot::placeholder();
+  withoutGrok.providers.pop_back();
+  const std::tuple<const char*, std::optional<Snapshot>, ProviderID, const char*> rows[] = {
+      {"no snapshot", std::nullopt, ProviderID::claude, "Open Brimlog to start"},
+      {"a tool read here without usage", withoutGrok, ProviderID::grok, "No usage in 30 days"},
+      {"a tool not read on this system", withoutGrok, ProviderID::cursor,
+       "Not read on this system"},
+  };
+  for (const auto& [why, snapshot, provider, text] : rows) {
+    const std::vector<std::string> texts =
+        SmallWidgetView{entryOf(snapshot, provider)}.body().texts();
+    EXPECT_THAT(texts, Contains(text)) << why;
+    if (snapshot) {
+      EXPECT_THAT(texts, Contains(std::string(provider.displayName()))) << why;
+      EXPECT_THAT(texts, Not(Contains("Open Brimlog to start"))) << why;
+    }
+  }
+}
+
+// Every size says what is left in the same words: each share is followed by "left".
+TEST(WidgetViewsTest, EverySizeSaysWhatIsLeftInTheSameWords) {
+  const SnapshotEntry sample = SnapshotEntry::placeholder();
+  const std::pair<const char*, View> widgets[] = {
+      {"small", SmallWidgetView{sample}.body()},
+      {"medium", MediumWidgetView{sample}.body()},
+      {"large", LargeWidgetView{sample}.body()},
+  };
+  for (const auto& [size, view] : widgets) {
+    const std::vector<std::string> texts = view.texts();
+    size_t shares = 0;
+    for (size_t i = 0; i < texts.size(); ++i) {
+      if (!texts[i].ends_with('%')) continue;
+      ++shares;
+      EXPECT_TRUE(i + 1 < texts.size() && texts[i + 1] == "left") << size << ": " << texts[i];
+    }
+    EXPECT_GT(shares, 0u) << size;
+  }
 }
 
 // (The medium widget's Grok row is the browser test's; the large one's is in the sample drawn

@@ -37,7 +37,10 @@ body { background: var(--page-background); padding: 24px; }
 .gallery figure { margin: 0; }
 .gallery figcaption { margin-top: 8px; max-width: 170px; font-size: 12px; color: var(--secondary); }
 .gallery figcaption b { display: block; color: var(--primary); font-weight: 600; }
+.gallery figcaption a { display: block; margin-top: 4px; color: var(--secondary); }
 h1 { font-size: 15px; font-weight: 600; margin: 0 0 20px; }
+html.bare, html.bare body { background: transparent; padding: 0; overflow: hidden; }
+html.bare .widget { box-shadow: none; }
 )css";
 
 // Shows each widget's current entry, moves on at the next entry's date, and reloads the page at
@@ -78,13 +81,16 @@ constexpr std::string_view kPageScript = R"js(
 })();
 )js";
 
-// Each family's name in class names and its size in points, in the order of `Family`.
+// Each family's name in class names and in titles and its size in points, in the order of
+// `Family`.
 struct FamilyLook {
   std::string_view name;
+  std::string_view title;
   int width;
   int height;
 };
-constexpr FamilyLook kFamilies[] = {{"small", 170, 170}, {"medium", 364, 170}, {"large", 364, 382}};
+constexpr FamilyLook kFamilies[] = {
+    {"small", "Small", 170, 170}, {"medium", "Medium", 364, 170}, {"large", "Large", 364, 382}};
 
 const FamilyLook& look(WidgetDescription::Family family) {
   return kFamilies[static_cast<size_t>(family)];
@@ -120,22 +126,31 @@ std::string WidgetPage::widget(const WidgetDescription& description, const Timel
   return out;
 }
 
-std::string WidgetPage::page(std::string_view title, std::string_view body) {
+std::string WidgetPage::title(const WidgetDescription& description, ProviderID provider) {
+  std::string title = fmt::format("Brimlog — {}", look(description.family).title);
+  if (description.configurable) title += fmt::format(" — {}", provider.displayName());
+  return title;
+}
+
+std::string WidgetPage::page(std::string_view title, std::string_view body, Frame frame) {
   return fmt::format(
-      "<!doctype html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">"
+      "<!doctype html>\n<html lang=\"en\"{}><head><meta charset=\"utf-8\">"
       "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">"
       "<link rel=\"icon\" href=\"data:,\"><title>{}</title><style>{}{}</style></head>"
       "<body>{}<script>{}{}</script></body></html>\n",
-      HtmlRenderer::escape(title), ui::HtmlPageAssets::styleSheet(), kPageStyle, body,
-      ui::HtmlPageAssets::script(), kPageScript);
+      frame == Frame::bare ? " class=\"bare\"" : "", HtmlRenderer::escape(title),
+      ui::HtmlPageAssets::styleSheet(), kPageStyle, body, ui::HtmlPageAssets::script(),
+      kPageScript);
 }
 
 std::string WidgetPage::gallery(const std::vector<Item>& items) {
   std::string out = "<h1>Brimlog widgets</h1><div class=\"gallery\">";
   for (const Item& item : items) {
-    out += fmt::format("<figure>{}<figcaption><b>{}</b>{}</figcaption></figure>", item.widget,
-                       HtmlRenderer::escape(item.description.displayName),
-                       HtmlRenderer::escape(item.description.description));
+    out += fmt::format(
+        "<figure>{}<figcaption><b>{}</b>{}<a href=\"{}\">On its own, for the desktop</a>"
+        "</figcaption></figure>",
+        item.widget, HtmlRenderer::escape(item.description.displayName),
+        HtmlRenderer::escape(item.description.description), HtmlRenderer::escape(item.address));
   }
   out += "</div>";
   return out;

@@ -27,13 +27,26 @@ struct WidgetPage {
   static std::string widget(const WidgetDescription& description, const Timeline& timeline,
                             ProviderID provider, Date now);
 
-  /// A whole page of `title` around `body`.
-  static std::string page(std::string_view title, std::string_view body);
+  /// The title of a page holding one widget, the same for every entry and every snapshot, so
+  /// that a window manager's rule can match it: "Brimlog — Small — Claude", "Brimlog — Large".
+  static std::string title(const WidgetDescription& description, ProviderID provider);
 
-  /// The gallery's frame around widgets: each widget with its name and description below.
+  /// How a page sets its widgets out: `padded` on the page's own background with room around
+  /// them, as a browser tab shows them; `bare` with nothing but the widget, its exact size on a
+  /// transparent background, for a window or a panel of that size on the desktop (a smaller
+  /// one clips the widget rather than scroll).
+  enum class Frame { padded, bare };
+
+  /// A whole page of `title` around `body`.
+  static std::string page(std::string_view title, std::string_view body,
+                          Frame frame = Frame::padded);
+
+  /// The gallery's frame around widgets: each widget with its name and description below, and
+  /// a link to `address`, the widget's bare page.
   struct Item {
     WidgetDescription description;
     std::string widget;
+    std::string address;
   };
   static std::string gallery(const std::vector<Item>& items);
 };

@@ -50,6 +50,13 @@ struct WidgetServer::State {
     return WidgetPage::widget(description, timeline, choice.providerID(), now);
   }
 
+  // The address of a widget's page on its own, what a desktop's launcher or panel opens.
+  static std::string bareAddress(const WidgetDescription& description, ProviderChoice choice) {
+    return description.configurable
+               ? fmt::format("/widgets/{}?provider={}&bare=1", description.kind, choice.rawValue())
+               : fmt::format("/widgets/{}?bare=1", description.kind);
+  }
+
   void gallery(const httplib::Request& request, httplib::Response& response) const {
     const bool preview = request.get_param_value("preview") == "1";
     const Date now = clock();
@@ -57,10 +64,12 @@ struct WidgetServer::State {
     for (const WidgetDescription& description : BrimlogWidgets::widgets()) {
       if (description.configurable) {
         for (ProviderChoice choice : ProviderChoice::allCases) {
-          items.push_back({description, widget(description, choice, preview, now)});
+          items.push_back({description, widget(description, choice, preview, now),
+                           bareAddress(description, choice)});
         }
       } else {
-        items.push_back({description, widget(description, ProviderChoice::claude, preview, now)});
+        items.push_back({description, widget(description, ProviderChoice::claude, preview, now),
+                         bareAddress(description, ProviderChoice::claude)});
       }
     }
     answer(response, 200, WidgetPage::page("Brimlog widgets", WidgetPage::gallery(items)),
@@ -88,8 +97,12 @@ struct WidgetServer::State {
       choice = *chosen;
     }
     const bool preview = request.get_param_value("preview") == "1";
+    // `?bare` alone asks for it as well as `?bare=1`.
+    const bool bare = request.has_param("bare") && request.get_param_value("bare") != "0";
     const std::string body = widget(*description, choice, preview, clock());
-    answer(response, 200, WidgetPage::page(description->displayName, body),
+    answer(response, 200,
+           WidgetPage::page(WidgetPage::title(*description, choice.providerID()), body,
+                            bare ? WidgetPage::Frame::bare : WidgetPage::Frame::padded),
            "text/html; charset=utf-8");
   }
 

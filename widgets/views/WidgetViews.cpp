@@ -32,16 +32,27 @@ View SmallWidgetView::body() const {
   const auto found = std::find_if(
       snapshot.providers.begin(), snapshot.providers.end(),
       [&](const Snapshot::Provider& provider) { return provider.id == entry.provider; });
-  if (found == snapshot.providers.end()) return EmptyStateView{}.body();
-  const Snapshot::Provider& provider = *found;
-  const bool live = !entry.isSample;
-
   std::vector<View> rows{HStack(VerticalAlignment::center, 4,
                                 {
-                                    ProviderName{provider.id, 13}.body(),
+                                    ProviderName{entry.provider, 13}.body(),
                                     Spacer(0),
                                     RefreshButton{}.body(),
                                 })};
+  // Brimlog runs (there is a snapshot) but has nothing of this tool: say so, rather than ask
+  // the user to start what already runs.
+  if (found == snapshot.providers.end()) {
+    rows.push_back(
+        Text(entry.provider.isReadable() ? "No usage in 30 days" : "Not read on this system")
+            .font(12)
+            .foreground(Color::secondaryText())
+            .role("absent-note"));
+    rows.push_back(Spacer(0));
+    rows.push_back(StaleBadge{snapshot.generatedAt, entry.date}.body());
+    return VStack(HorizontalAlignment::leading, 8, std::move(rows));
+  }
+  const Snapshot::Provider& provider = *found;
+  const bool live = !entry.isSample;
+
   const std::vector<LimitWindow> windows = WidgetDisplay::sessionAndWeekly(provider.windows);
   if (windows.empty()) {
     rows.push_back(VStack(HorizontalAlignment::leading, 2,

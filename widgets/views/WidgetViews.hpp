@@ -17,7 +17,8 @@ struct EmptyStateView {
 ///     HtmlRenderer::render(LargeWidgetView{SnapshotEntry::placeholder()}.body());
 
 /// One provider: its name, its session and weekly windows (or why it has none and its 30-day
-/// cost), and the stale badge.
+/// cost), and the stale badge. A provider the snapshot lacks keeps its name, with a note that
+/// there is nothing of it (no usage, or a tool not read on this system).
 struct SmallWidgetView {
   SnapshotEntry entry;
   ui::View body() const;

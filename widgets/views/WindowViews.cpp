@@ -49,6 +49,8 @@ View CompactWindowView::body() const {
   std::vector<View> line{
       Text(window.label).foreground(Color::secondaryText()).lineLimit(1).layoutPriority(-1),
       Text(bar.percentLeftText).font(10, FontWeight::semibold).monospacedDigits().layoutPriority(1),
+      // The same words as the small widget's: what is left, never a bare share.
+      Text("left").foreground(Color::secondaryText()).layoutPriority(1),
       Spacer(2),
   };
   if (window.resetsAt) {
