@@ -23,11 +23,6 @@ TEST_F(SnapshotStoreTest, WritesCompactJsonIntoNewFoldersAndReadsNothingUnusable
   EXPECT_EQ(testing::readFile(store.file()), json::dump(Snapshot::placeholder().toJson()));
   write("data/group/snapshot.json", R"({"generatedAt":"2026-10-29T12:00:00Z"})");
   EXPECT_EQ(store.read(), std::nullopt);
-  // A series of 200,000 days (the bounds are SnapshotTest's).
-  Json longSeries = Snapshot::placeholder().toJson();
-  longSeries["dailyCost30"] = Json(std::vector<double>(200'000, 1.5));
-  write("data/group/snapshot.json", json::dump(longSeries));
-  EXPECT_EQ(store.read(), std::nullopt);
   EXPECT_EQ(SnapshotStore{std::nullopt}.read(), std::nullopt);
   EXPECT_THROW(SnapshotStore{std::nullopt}.write(Snapshot{}), SnapshotStore::StoreError);
 }

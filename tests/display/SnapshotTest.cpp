@@ -1,5 +1,4 @@
 #include <fmt/format.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "display/Snapshot.hpp"
@@ -72,80 +71,54 @@ TEST(SnapshotTest, DatesAreWrittenInWholeSecondsAndReadOnlyInThatForm) {
   const Json written = fractional.toJson();
   EXPECT_EQ(Snapshot::fromJson(written), p);
 
-  // Each form, at each place a date stands in the document.
+  // The first form alone reads, at the top and in a window alike.
   const std::pair<const char*, const char*> rows[] = {
       {"whole seconds with Z", "2026-10-29T12:00:00Z"},
-      {"zero offset", "2026-10-29T12:00:00+00:00"},
-      {"other offset", "2026-10-29T14:00:00+02:00"},
-      {"fraction", "2026-10-29T12:00:00.5Z"},
-      {"zero fraction", "2026-10-29T12:00:00.000Z"},
+      {"offset", "2026-10-29T12:00:00+00:00"},
+      {"fraction", "2026-10-29T12:00:00.000Z"},
       {"lower-case z", "2026-10-29T12:00:00z"},
       {"no seconds", "2026-10-29T12:00Z"},
-      {"no zone", "2026-10-29T12:00:00"},
       {"date only", "2026-10-29"},
   };
-  const auto at = [](const char* path, const char* text) {
-    const bool source = std::string_view(path).ends_with("source");
-    return Json::array({{{"op", "add"},
-                         {"path", path},
-                         {"value", source ? Json{{"stale", {{"asOf", text}}}} : Json(text)}}});
-  };
   for (const auto& [name, text] : rows) {
-    for (const char* path :
-         {"/generatedAt", "/providers/0/windows/0/resetsAt", "/providers/0/windows/0/source"}) {
-      const auto read = [&] { return Snapshot::fromJson(written.patch(at(path, text))); };
-      if (name == rows[0].first) {
-        EXPECT_NO_THROW(read()) << path;
-      } else {
-        EXPECT_THROW(read(), JsonDecodeError) << name << " at " << path;
-      }
+    for (const char* key : {"/generatedAt", "/providers/0/windows/0/resetsAt"}) {
+      const Json patch = {{{"op", "replace"}, {"path", key}, {"value", text}}};
+      const bool reads = name == rows[0].first;
+      EXPECT_EQ(reads,
+                [&] {
+                  try {
+                    return Snapshot::fromJson(written.patch(patch)).generatedAt == p.generatedAt;
+                  } catch (const JsonDecodeError&) {
+                    return false;
+                  }
+                }())
+          << name << " at " << key;
     }
   }
-  EXPECT_EQ(Snapshot::fromJson(written.patch(at("/generatedAt", rows[0].second))).generatedAt,
-            p.generatedAt);
-}
-
-// A shorter series reads; a longer one, or more entries than there are tools or windows, is
-// refused before its values are read.
-TEST(SnapshotTest, ListsLongerThanTheWriterMakesThemAreRefusedWhole) {
-  const Json sample = Snapshot::placeholder().toJson();
-  const auto longer = [](Json list, size_t size) {
-    while (list.size() < size) list.push_back(list.back());
-    while (list.size() > size) list.erase(list.size() - 1);
-    return list;
-  };
-  struct Row {
-    const char* name;
-    const char* list;
-    size_t size;
-    bool reads;
-  };
-  const Row rows[] = {
-      {"3 days", "/dailyCost30", 3, true},
-      {"30 days", "/dailyCost30", Snapshot::seriesLength, true},
-      {"31 days", "/dailyCost30", Snapshot::seriesLength + 1, false},
-      {"one entry per tool", "/providers", ProviderID::allCases.size(), true},
-      {"an entry more than there are tools", "/providers", ProviderID::allCases.size() + 1, false},
-      {"16 windows", "/providers/0/windows", Snapshot::maxWindows, true},
-      {"17 windows", "/providers/0/windows", Snapshot::maxWindows + 1, false},
-  };
-  for (const Row& row : rows) {
-    Json document = sample;
-    const Json::json_pointer list{row.list};
-    document[list] = longer(document[list], row.size);
-    if (row.reads) {
-      EXPECT_EQ(json::dump(Snapshot::fromJson(document).toJson()), json::dump(document))
-          << row.name;
-    } else {
-      EXPECT_THAT([&] { Snapshot::fromJson(document); },
-                  ::testing::ThrowsMessage<JsonDecodeError>(
-                      ::testing::HasSubstr(fmt::format("for key \"{}\"", list.back()))))
-          << row.name;
-    }
-  }
-  Json withoutApproximate = sample;
+  Json withoutApproximate = written;
   withoutApproximate["providers"][1].erase("approximate");
   EXPECT_THROW(Snapshot::fromJson(withoutApproximate), JsonDecodeError);
+}
+
+// A shorter series reads; a longer list than the writer makes is refused whole.
+TEST(SnapshotTest, ListsLongerThanTheWriterMakesThemAreRefused) {
+  const std::tuple<const char*, size_t, bool> rows[] = {
+      {"/dailyCost30", 3, true},
+      {"/dailyCost30", Snapshot::seriesLength + 1, false},
+      {"/providers", Snapshot::maxProviders + 1, false},
+      {"/providers/0/windows", Snapshot::maxWindows + 1, false},
+  };
+  for (const auto& [list, size, reads] : rows) {
+    Json document = Snapshot::placeholder().toJson();
+    Json& values = document[Json::json_pointer{list}];
+    while (values.size() > size) values.erase(values.size() - 1);
+    while (values.size() < size) values.push_back(values.back());
+    if (reads) {
+      EXPECT_EQ(Snapshot::fromJson(document).dailyCost30.size(), size) << list;
+    } else {
+      EXPECT_THROW(Snapshot::fromJson(document), JsonDecodeError) << list << " of " << size;
+    }
+  }
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "server/WidgetPage.hpp"
 #include "support/ExpectedFile.hpp"
 #include "timeline/BrimlogWidgets.hpp"
@@ -14,6 +16,7 @@ namespace brimlog {
 namespace {
 
 using ::testing::Contains;
+using ::testing::IsSupersetOf;
 using ::testing::Not;
 using ui::View;
 
@@ -32,46 +35,25 @@ const View* withRole(const View& tree, std::string_view role) {
   return tree.find([&](const View& view) { return view.modifiers.role == role; });
 }
 
-// Only a missing snapshot asks to open Brimlog; a tool the snapshot lacks keeps its tile's name
-// and says why there is nothing. (Without any snapshot the browser test sees every size say so.)
-TEST(WidgetViewsTest, OnlyAMissingSnapshotAsksToOpenBrimlog) {
+// A tile keeps its tool's name and says why it has nothing; only a missing snapshot asks to open
+// Brimlog (the browser test sees every size say so).
+TEST(WidgetViewsTest, ATileOfAToolTheSnapshotLacksSaysWhy) {
   Snapshot withoutGrok = Snapshot::placeholder();
   withoutGrok.providers.pop_back();
-  const std::tuple<const char*, std::optional<Snapshot>, ProviderID, const char*> rows[] = {
-      {"no snapshot", std::nullopt, ProviderID::claude, "Open Brimlog to start"},
-      {"a tool read here without usage", withoutGrok, ProviderID::grok, "No usage in 30 days"},
-      {"a tool not read on this system", withoutGrok, ProviderID::cursor,
-       "Not read on this system"},
-  };
-  for (const auto& [why, snapshot, provider, text] : rows) {
-    const std::vector<std::string> texts =
-        SmallWidgetView{entryOf(snapshot, provider)}.body().texts();
-    EXPECT_THAT(texts, Contains(text)) << why;
-    if (snapshot) {
-      EXPECT_THAT(texts, Contains(std::string(provider.displayName()))) << why;
-      EXPECT_THAT(texts, Not(Contains("Open Brimlog to start"))) << why;
-    }
-  }
+  EXPECT_THAT(SmallWidgetView{entryOf(withoutGrok, ProviderID::grok)}.body().texts(),
+              IsSupersetOf({"Grok", "No usage in 30 days"}));
+  EXPECT_THAT(SmallWidgetView{entryOf(withoutGrok, ProviderID::cursor)}.body().texts(),
+              IsSupersetOf({"Cursor", "Not read on this system"}));
 }
 
-// Every size says what is left in the same words: each share is followed by "left".
-TEST(WidgetViewsTest, EverySizeSaysWhatIsLeftInTheSameWords) {
-  const SnapshotEntry sample = SnapshotEntry::placeholder();
-  const std::pair<const char*, View> widgets[] = {
-      {"small", SmallWidgetView{sample}.body()},
-      {"medium", MediumWidgetView{sample}.body()},
-      {"large", LargeWidgetView{sample}.body()},
-  };
-  for (const auto& [size, view] : widgets) {
-    const std::vector<std::string> texts = view.texts();
-    size_t shares = 0;
-    for (size_t i = 0; i < texts.size(); ++i) {
-      if (!texts[i].ends_with('%')) continue;
-      ++shares;
-      EXPECT_TRUE(i + 1 < texts.size() && texts[i + 1] == "left") << size << ": " << texts[i];
-    }
-    EXPECT_GT(shares, 0u) << size;
-  }
+// Every size says what is left in the same words (the large widget's are in its sample, below).
+TEST(WidgetViewsTest, TheMediumWidgetSaysWhatIsLeftAsTheSmallOneDoes) {
+  const std::vector<std::string> small =
+      SmallWidgetView{SnapshotEntry::placeholder()}.body().texts();
+  const std::vector<std::string> medium =
+      MediumWidgetView{SnapshotEntry::placeholder()}.body().texts();
+  EXPECT_EQ(std::ranges::count(small, "left"), 2);   // Claude's two windows
+  EXPECT_EQ(std::ranges::count(medium, "left"), 3);  // and Codex's one
 }
 
 // (The medium widget's Grok row is the browser test's; the large one's is in the sample drawn
