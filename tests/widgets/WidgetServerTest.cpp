@@ -111,6 +111,10 @@ TEST_F(WidgetServerTest, AnswersEveryWidgetAndRefusesWhatItCannotShow) {
   ASSERT_TRUE(unknownKind);
   EXPECT_EQ(unknownKind->status, 404);
   EXPECT_THAT(unknownKind->body, HasSubstr("app.brimlog.small, app.brimlog.medium"));
+
+  // A second server on a taken port fails rather than share it.
+  WidgetServer second{dir() / "shared"};
+  EXPECT_THROW(second.bind(serving.port), WidgetServerError);
 }
 
 TEST_F(WidgetServerTest, AnswersOnlyItsOwnNamesAndItsOwnPagesPosts) {

@@ -102,6 +102,13 @@ GatedServer::GatedServer(RequestGate::Limits limits)
       connections_(limits.connections),
       gate_(limits, [this](int socket, std::string_view request) { answer(socket, request); }) {
   new_task_queue = [] { return new OnAcceptingThread; };
+  // httplib would share the port with any other socket of this user (SO_REUSEPORT): a second
+  // server on a taken port would start, say it serves, and get a share of the requests. Only a
+  // port left in TIME_WAIT by a server just stopped may be taken again.
+  set_socket_options([](socket_t socket) {
+    const int yes = 1;
+    ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  });
 }
 
 GatedServer::~GatedServer() {

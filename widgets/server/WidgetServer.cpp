@@ -190,8 +190,10 @@ WidgetServer::~WidgetServer() { stop(); }
 int WidgetServer::bind(int port) {
   const int bound = state_->server.bind("127.0.0.1", port);
   if (bound < 0) {
-    throw WidgetServerError(fmt::format("Cannot listen on 127.0.0.1:{}: {}", port,
-                                        errno ? std::strerror(errno) : "the port is taken"));
+    throw WidgetServerError(
+        fmt::format("cannot listen on 127.0.0.1:{}: {}; choose another port with --port, or stop "
+                    "the program that has it (another brimlog-widgets serve?)",
+                    port, errno ? std::strerror(errno) : "the port is taken"));
   }
   state_->port = bound;
   return bound;
