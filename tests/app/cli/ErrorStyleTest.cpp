@@ -48,7 +48,7 @@ class ErrorStyleTest : public testing::TempDirTest {};
 // wrong and what to do, with the exit status the README gives: 2 for a command line that does
 // not parse, 1 for a value that is not allowed and for every other failure. In the arguments,
 // {dir} is a folder the case may use: it holds `home/`, a file `file`, a read-only folder
-// `readonly/` and another program's SQLite file `foreign.db`. brimlog is given a --home and
+// `readonly/`, another program's SQLite file `foreign.db` and an empty file `empty.db`. brimlog is given a --home and
 // --db there unless the case gives its own. The cases run as an ordinary user (nobody, when the
 // tests run as root), whom permissions stop.
 TEST_F(ErrorStyleTest, EveryMistakeIsOneLineWithTheDocumentedStatus) {
@@ -95,6 +95,8 @@ TEST_F(ErrorStyleTest, EveryMistakeIsOneLineWithTheDocumentedStatus) {
       {"database folder not writable, daemon", brimlog, {"daemon", "--db", "{dir}/readonly/usage.db", "--shared-dir", "{dir}/shared"}, 1, "brimlog: the database's folder {dir}/readonly cannot be written *--db"},
       {"database under a file", brimlog, {"report", "--db", "{dir}/file/data/usage.db"}, 1, "brimlog: cannot create the database's folder {dir}/file/data (Not a directory); choose another database with --db"},
       {"another program's database", brimlog, {"report", "--no-sync", "--db", "{dir}/foreign.db"}, 1, "brimlog: {dir}/foreign.db is not a Brimlog database*"},
+      {"an empty database file", brimlog, {"report", "--no-sync", "--db", "{dir}/empty.db"}, 1, "brimlog: {dir}/empty.db holds no usage yet; run `brimlog sync` to read your logs into it"},
+      {"check without a database", brimlog, {"check", "--db", "{dir}/none.db"}, 1, "brimlog: no database at {dir}/none.db yet; run `brimlog sync` to make it"},
       // brimlog-widgets.
       {"widgets: no command", widgets, {}, 2, "brimlog-widgets: a command is needed; choose serve, render or refresh (see brimlog-widgets --help)"},
       {"widgets: unknown command", widgets, {"show"}, 2, "brimlog-widgets: unknown command show; choose serve, render or refresh"},
@@ -116,6 +118,7 @@ TEST_F(ErrorStyleTest, EveryMistakeIsOneLineWithTheDocumentedStatus) {
   fs::permissions(dir() / "readonly", fs::perms::owner_read | fs::perms::owner_exec |
                                           fs::perms::others_read | fs::perms::others_exec);
   write("file", "a file where a folder should be");
+  write("empty.db", "");
   ASSERT_EQ(testing::RawDatabase(dir() / "foreign.db").exec("CREATE TABLE notes(text)"), SQLITE_OK);
   fs::permissions(dir() / "foreign.db", fs::perms::all);
 
