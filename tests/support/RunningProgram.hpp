@@ -10,6 +10,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -111,5 +112,12 @@ class RunningProgram {
   FileDescriptor input_, output_;
   std::string buffer_;
 };
+
+// `text` as one word of a /bin/sh command line, whatever it holds.
+inline std::string shellQuoted(std::string_view text) {
+  std::string out = "'";
+  for (const char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return out + "'";
+}
 
 }  // namespace brimlog::testing

@@ -39,29 +39,17 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using testing::shellQuoted;
 
 struct CommandRun {
   int status = -1;
   std::string output;  // standard output and standard error together
 };
 
-std::string quoted(const std::string& text) {
-  std::string out(1, '\'');
-  for (char c : text) {
-    if (c == '\'') {
-      out.append("'\\''");
-    } else {
-      out.push_back(c);
-    }
-  }
-  out.push_back('\'');
-  return out;
-}
-
 // The shell words that run brimlog with `arguments`.
 std::string commandLine(const std::vector<std::string>& arguments) {
-  std::string command = quoted(BRIMLOG_BINARY);
-  for (const std::string& argument : arguments) command.append(" ").append(quoted(argument));
+  std::string command = shellQuoted(BRIMLOG_BINARY);
+  for (const std::string& argument : arguments) command.append(" ").append(shellQuoted(argument));
   return command;
 }
 
@@ -78,9 +66,9 @@ class BrimlogCommandTest : public testing::TempDirTest {
                      const std::optional<fs::path>& input = std::nullopt) {
     std::string command = "exec env";
     for (const std::string& assignment : environment)
-      command.append(" ").append(quoted(assignment));
+      command.append(" ").append(shellQuoted(assignment));
     command.append(" ").append(commandLine(arguments)).append(" 2>&1");
-    if (input) command.append(" <").append(quoted(input->string()));
+    if (input) command.append(" <").append(shellQuoted(input->string()));
     testing::RunningProgram::Result result =
         testing::RunningProgram::run({"/bin/sh", "-c", command});
     return {result.exitStatus, result.output};

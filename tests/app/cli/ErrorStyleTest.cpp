@@ -18,6 +18,7 @@ namespace brimlog {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::shellQuoted;
 
 // Whether `text` is `pattern`, where each `*` stands for any run of characters.
 bool matches(std::string_view text, std::string_view pattern) {
@@ -36,21 +37,15 @@ std::string replaced(std::string text, std::string_view name, const std::string&
   return text;
 }
 
-std::string quoted(const std::string& text) {
-  std::string out(1, '\'');
-  out.append(replaced(text, "'", "'\\''")).push_back('\'');
-  return out;
-}
-
 class ErrorStyleTest : public testing::TempDirTest {};
 
 // Every mistake is told in one line on standard error, the program's name first, then what was
 // wrong and what to do, with the exit status the README gives: 2 for a command line that does
 // not parse, 1 for a value that is not allowed and for every other failure. In the arguments,
 // {dir} is a folder the case may use: it holds `home/`, a file `file`, a read-only folder
-// `readonly/`, another program's SQLite file `foreign.db` and an empty file `empty.db`. brimlog is given a --home and
-// --db there unless the case gives its own. The cases run as an ordinary user (nobody, when the
-// tests run as root), whom permissions stop.
+// `readonly/`, another program's SQLite file `foreign.db` and an empty file `empty.db`. brimlog is
+// given a --home and --db there unless the case gives its own. The cases run as an ordinary user
+// (nobody, when the tests run as root), whom permissions stop.
 TEST_F(ErrorStyleTest, EveryMistakeIsOneLineWithTheDocumentedStatus) {
   enum Program { brimlog, widgets };
   struct Case {
@@ -133,17 +128,17 @@ TEST_F(ErrorStyleTest, EveryMistakeIsOneLineWithTheDocumentedStatus) {
     if (root && !setpriv && needsOrdinaryUser) continue;  // root is not stopped by permissions
     std::string command = "exec ";
     if (root && setpriv) command += "/usr/bin/setpriv --reuid=65534 --regid=65534 --clear-groups ";
-    command += quoted(c.program == brimlog ? BRIMLOG_BINARY : BRIMLOG_WIDGETS_BINARY);
+    command += shellQuoted(c.program == brimlog ? BRIMLOG_BINARY : BRIMLOG_WIDGETS_BINARY);
     if (c.program == brimlog) {
       for (const char* option : {"--home", "--db"}) {
         if (std::find(arguments.begin(), arguments.end(), option) != arguments.end()) continue;
         command += fmt::format(
             " {} {}", option,
-            quoted(
+            shellQuoted(
                 (dir() / (option == std::string("--home") ? "home" : "data/usage.db")).string()));
       }
     }
-    for (const std::string& argument : arguments) command.append(" ").append(quoted(argument));
+    for (const std::string& argument : arguments) command.append(" ").append(shellQuoted(argument));
     // Standard error alone; standard output is thrown away, and there is no input.
     command += " 2>&1 >/dev/null </dev/null";
     const testing::RunningProgram::Result run =

@@ -26,13 +26,15 @@ ReportContent contentOf(const UsageSummary& summary, View view, const Calendar& 
 
 const Calendar newYork = *Calendar::named("America/New_York");
 
+// Cache reads at a tenth of the input price, 5-minute writes at 1.25 times, hour writes at twice.
+ModelPrice price(double input, double output, std::optional<std::string> proxy = {}) {
+  return {input, output, input / 10, input * 1.25, input * 2, std::move(proxy), "t", "2026-01-01"};
+}
+
 // A week across the end of daylight saving time in New York (1 November 2026), summed by a real
 // store: Codex costs most but keeps the second cost column, Claude borrows nothing, Grok has a
 // reported cost (approximate) and a model without a price, and some days have no usage at all.
 UsageSummary weekAcrossTheClockChange() {
-  const auto price = [](double input, double output, std::optional<std::string> proxy = {}) {
-    return ModelPrice{input, output, input / 10, input * 1.25, input * 2, proxy, "t", "2026-01-01"};
-  };
   const PriceTable prices{{{"claude-sonnet-4-5", price(3, 15)},
                            {"gpt-5", price(1.25, 10)},
                            {"gpt-5-mini", price(0.25, 2, "gpt-5")}}};
@@ -94,9 +96,6 @@ TEST(ReportFormatterTest, ViewsMatchTheirExpectedFiles) {
 // not name, Claude again in a folder with a comma and quotes in its name; the report is made at
 // 17:20 on 2026-11-24, inside the last block of activity.
 ReportContent ledgerReport(View view) {
-  const auto price = [](double input, double output, std::optional<std::string> proxy = {}) {
-    return ModelPrice{input, output, input / 10, input * 1.25, input * 2, proxy, "t", "2026-01-01"};
-  };
   const PriceTable prices{{{"claude-sonnet-4-5", price(3, 15)},
                            {"claude-opus-4-6", price(5, 25)},
                            {"gpt-5-mini", price(0.25, 2, "gpt-5")}}};
