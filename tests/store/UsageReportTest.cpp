@@ -86,43 +86,29 @@ TEST(UsageReportTest, BucketsSlotsIntoTheWeeksAndMonthsOfTheZone) {
     std::vector<Reply> replies;
     PeriodFigures expected;
   };
+  // clang-format off
   const std::vector<Case> cases = {
-      {"weeks start on Monday; a session active in two weeks counts in each",
-       "UTC",
-       Kind::week,
-       "2026-11-16T00:00:00Z",
-       "2026-12-01T00:00:00Z",
+      {"weeks start on Monday; a session active in two weeks counts in each", "UTC", Kind::week,
+       "2026-11-16T00:00:00Z", "2026-12-01T00:00:00Z",
        {{"2026-11-22T23:45:00Z", 1}, {"2026-11-23T00:00:00Z", 1}, {"2026-11-25T09:00:00Z", 2}},
        {{"2026-11-16", 100'000, 1}, {"2026-11-23", 200'000, 2}}},
-      {"Kathmandu's Monday starts at 18:15 UTC on Sunday",
-       "Asia/Kathmandu",
-       Kind::week,
-       "2026-11-19T18:15:00Z",
-       "2026-11-24T18:15:00Z",
+      {"Kathmandu's Monday starts at 18:15 UTC on Sunday", "Asia/Kathmandu", Kind::week,
+       "2026-11-19T18:15:00Z", "2026-11-24T18:15:00Z",
        {{"2026-11-22T18:00:00Z", 1}, {"2026-11-22T18:15:00Z", 2}},
        {{"2026-11-16", 100'000, 1}, {"2026-11-23", 100'000, 1}}},
-      {"a New York week that ends in winter time has 169 hours",
-       "America/New_York",
-       Kind::week,
-       "2026-10-26T04:00:00Z",
-       "2026-11-09T05:00:00Z",
+      {"a New York week that ends in winter time has 169 hours", "America/New_York", Kind::week,
+       "2026-10-26T04:00:00Z", "2026-11-09T05:00:00Z",
        {{"2026-10-26T04:00:00Z", 1}, {"2026-11-02T04:45:00Z", 2}, {"2026-11-02T05:00:00Z", 3}},
        {{"2026-10-26", 200'000, 2}, {"2026-11-02", 100'000, 1}}},
-      {"a Berlin month ends at 23:00 UTC",
-       "Europe/Berlin",
-       Kind::month,
-       "2026-10-31T23:00:00Z",
-       "2027-01-31T23:00:00Z",
+      {"a Berlin month ends at 23:00 UTC", "Europe/Berlin", Kind::month,
+       "2026-10-31T23:00:00Z", "2027-01-31T23:00:00Z",
        {{"2026-11-01T00:00:00Z", 1}, {"2026-11-30T22:45:00Z", 1}, {"2026-11-30T23:00:00Z", 1}},
        {{"2026-11", 200'000, 1}, {"2026-12", 100'000, 1}}},
-      {"a span that starts inside a week is cut there",
-       "UTC",
-       Kind::week,
-       "2026-11-25T00:00:00Z",
-       "2026-11-26T00:00:00Z",
-       {{"2026-11-25T09:00:00Z", 4}},
-       {{"2026-11-23", 100'000, 1}}},
+      {"a span that starts inside a week is cut there", "UTC", Kind::week,
+       "2026-11-25T00:00:00Z", "2026-11-26T00:00:00Z",
+       {{"2026-11-25T09:00:00Z", 4}}, {{"2026-11-23", 100'000, 1}}},
   };
+  // clang-format on
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const Calendar calendar = *Calendar::named(c.zone);

@@ -35,15 +35,27 @@ const View* withRole(const View& tree, std::string_view role) {
   return tree.find([&](const View& view) { return view.modifiers.role == role; });
 }
 
-// A tile keeps its tool's name and says why it has nothing; only a missing snapshot asks to open
-// Brimlog (the browser test sees every size say so).
-TEST(WidgetViewsTest, ATileOfAToolTheSnapshotLacksSaysWhy) {
-  Snapshot withoutGrok = Snapshot::placeholder();
+// A small tile keeps its tool's name and says why it shows no window: no usage, a tool not read
+// here, or no live limits (with what it cost); only a missing snapshot asks to open Brimlog (the
+// browser test sees every size say so). An old snapshot shows the badge and its age. (When a
+// snapshot turns stale is WidgetDisplayTest's.)
+TEST(WidgetViewsTest, ASmallTileSaysWhyItShowsNoWindowAndHowOldItIs) {
+  const Snapshot& sample = Snapshot::placeholder();  // Grok: unavailable, no windows, $6.80
+  Snapshot withoutGrok = sample;
   withoutGrok.providers.pop_back();
-  EXPECT_THAT(SmallWidgetView{entryOf(withoutGrok, ProviderID::grok)}.body().texts(),
-              IsSupersetOf({"Grok", "No usage in 30 days"}));
-  EXPECT_THAT(SmallWidgetView{entryOf(withoutGrok, ProviderID::cursor)}.body().texts(),
+  const auto texts = [](const Snapshot& snapshot, ProviderID provider) {
+    return SmallWidgetView{entryOf(snapshot, provider)}.body().texts();
+  };
+  EXPECT_THAT(texts(withoutGrok, ProviderID::grok), IsSupersetOf({"Grok", "No usage in 30 days"}));
+  EXPECT_THAT(texts(withoutGrok, ProviderID::cursor),
               IsSupersetOf({"Cursor", "Not read on this system"}));
+  EXPECT_THAT(texts(sample, ProviderID::grok), IsSupersetOf({"No live limits", "30 days $6.80"}));
+  EXPECT_THAT(texts(sample, ProviderID::grok), Not(Contains("Open Brimlog to start")));
+
+  const Date later = sample.generatedAt + Seconds{31 * 60};
+  const View stale = SmallWidgetView{entryOf(sample, ProviderID::claude, false, later)}.body();
+  EXPECT_NE(withRole(stale, "stale-badge"), nullptr);
+  EXPECT_THAT(stale.texts(), Contains("Updated 31 min. ago"));
 }
 
 // Every size says what is left in the same words (the large widget's are in its sample, below).
@@ -54,17 +66,6 @@ TEST(WidgetViewsTest, TheMediumWidgetSaysWhatIsLeftAsTheSmallOneDoes) {
       MediumWidgetView{SnapshotEntry::placeholder()}.body().texts();
   EXPECT_EQ(std::ranges::count(small, "left"), 2);   // Claude's two windows
   EXPECT_EQ(std::ranges::count(medium, "left"), 3);  // and Codex's one
-}
-
-// (The medium widget's Grok row is the browser test's; the large one's is in the sample drawn
-// whole, below.)
-TEST(WidgetViewsTest, AProviderWithoutWindowsSaysWhyAndWhatItCost) {
-  const Snapshot& sample = Snapshot::placeholder();  // Grok: unavailable, no windows, $6.80
-  const std::vector<std::string> small =
-      SmallWidgetView{entryOf(sample, ProviderID::grok)}.body().texts();
-  EXPECT_THAT(small, Contains("No live limits"));
-  EXPECT_THAT(small, Contains("30 days $6.80"));
-  EXPECT_THAT(small, Not(Contains("Open Brimlog to start")));
 }
 
 TEST(WidgetViewsTest, CountdownsRunOnlyInLiveEntriesAndWithinADay) {
@@ -101,16 +102,6 @@ TEST(WidgetViewsTest, AWindowKeptFromAnEarlierAnswerIsFadedWithItsTextsUnchanged
     EXPECT_EQ(full.modifiers.opacity, 1);
     EXPECT_EQ(faded.texts(), full.texts());
   }
-}
-
-// (When a snapshot turns stale is WidgetDisplayTest's; the browser test sees the large widget's
-// badge appear.)
-TEST(WidgetViewsTest, AStaleSmallWidgetShowsTheBadgeAndItsAge) {
-  const Snapshot& sample = Snapshot::placeholder();
-  const Date later = sample.generatedAt + Seconds{31 * 60};
-  const View small = SmallWidgetView{entryOf(sample, ProviderID::claude, false, later)}.body();
-  EXPECT_NE(withRole(small, "stale-badge"), nullptr);
-  EXPECT_THAT(small.texts(), Contains("Updated 31 min. ago"));
 }
 
 TEST(WidgetViewsTest, ASparklineSpansTheHeightFromItsPeakToZero) {

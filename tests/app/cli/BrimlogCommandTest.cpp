@@ -153,15 +153,9 @@ TEST_F(BrimlogCommandTest, EveryZonesDaysAreExactWhateverZoneTheSyncRanIn) {
   }
   const auto run = [&](const char* database, const char* syncZone, const char* reportZone,
                        const std::string& command) {
-    std::vector<std::string> arguments = {command,
-                                          "--home",
-                                          home().string(),
-                                          "--db",
-                                          (dir() / database).string(),
-                                          "--now",
-                                          "2026-11-20T12:00:00Z",
-                                          "--shared-dir",
-                                          shared()};
+    std::vector<std::string> arguments = {command, "--db", (dir() / database).string()};
+    arguments.insert(arguments.end(), {"--home", home().string(), "--now", "2026-11-20T12:00:00Z",
+                                       "--shared-dir", shared()});
     if (command == "report") {
       arguments.insert(arguments.end(),
                        {"daily", "--no-sync", "--json", "--days", "500", "--tz", reportZone});
@@ -342,27 +336,21 @@ TEST_F(BrimlogCommandTest, ReadsTheToolsWhereTheirVariablesPutThem) {
     bool codexAsked;
   };
   const std::string a = (dir() / "a").string(), b = (dir() / "b").string();
+  // clang-format off
   const std::vector<Case> cases = {
       {"two CLAUDE_CONFIG_DIR folders, one reply in both",
        {{"a/projects/p/s.jsonl", reply("m1") + reply("shared")},
         {"b/projects/q/t.jsonl", reply("shared") + reply("m2")},
         {"b/.credentials.json", credentials("tok-b")},
         {"home/.claude/projects/p/s.jsonl", reply("not-read")}},
-       {"CLAUDE_CONFIG_DIR=" + a + "," + b},
-       3,
-       0,
-       "tok-b",
-       false},
+       {"CLAUDE_CONFIG_DIR=" + a + "," + b}, 3, 0, "tok-b", false},
       {"CODEX_HOME",
        {{"codex/sessions/2026/11/19/r.jsonl", codexLog},
         {"codex/auth.json", R"({"tokens":{"access_token":"tok-codex","account_id":"x"}})"},
         {"home/.codex/sessions/r.jsonl", codexLog}},
-       {"CODEX_HOME=" + (dir() / "codex").string()},
-       0,
-       1,
-       nullptr,
-       true},
+       {"CODEX_HOME=" + (dir() / "codex").string()}, 0, 1, nullptr, true},
   };
+  // clang-format on
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     fs::remove_all(dir() / "a");
