@@ -57,13 +57,9 @@ TEST_F(SnapshotStoreTest, ReadsNothingAtOnceFromAnythingButASnapshotSizedFile) {
     std::filesystem::create_directories(*store.directory());
     row.make(store.file());
     EXPECT_EQ(store.read(), std::nullopt);
-    try {
-      WholeFile::read(store.file(), SnapshotStore::kMaxBytes);
-      ADD_FAILURE() << "read";
-    } catch (const std::filesystem::filesystem_error& error) {
-      EXPECT_THAT(error.what(), ::testing::HasSubstr(row.error));
-      EXPECT_THAT(error.what(), ::testing::HasSubstr(store.file().string()));
-    }
+    EXPECT_THAT([&] { WholeFile::read(store.file(), SnapshotStore::kMaxBytes); },
+                ::testing::ThrowsMessage<std::filesystem::filesystem_error>(::testing::AllOf(
+                    ::testing::HasSubstr(row.error), ::testing::HasSubstr(store.file().string()))));
   }
 }
 

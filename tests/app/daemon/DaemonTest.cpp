@@ -172,8 +172,6 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
   EXPECT_EQ(stop(*daemon).exitStatus, 0);
 }
 
-// A session limit past 80% reaches the desktop once; a restart that fetches the same answer
-// again says nothing more.
 // A database with one page zeroed answers most queries with rows missing rather than failing, so
 // nothing would look wrong but the totals. `brimlog check` and the daemon's start both say so,
 // with the way to rebuild.
@@ -220,6 +218,8 @@ TEST_F(DaemonTest, ADamagedDatabaseIsToldByCheckAndAtStart) {
   stop(*daemon);
 }
 
+// A session limit past 80% reaches the desktop once; a restart that fetches the same answer
+// again says nothing more.
 TEST_F(DaemonTest, TellsTheDesktopOnceAcrossRestarts) {
   testing::RunningProgram bus{{"dbus-daemon", "--session", "--nofork", "--print-address=1"}};
   if (!bus.started()) GTEST_SKIP() << "dbus-daemon not found: install the dbus package";

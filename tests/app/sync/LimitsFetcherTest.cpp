@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "limits/ClaudeConfigCredentialSource.hpp"
@@ -28,7 +29,10 @@ TEST(LimitsFetcherTest, TokensTravelOnlyEncryptedOrToThisMachine) {
   settings.claudeUsageURL = "http://127.0.0.1:1/x";
   EXPECT_EQ(LimitsEndpoints::from(settings).claude, "http://127.0.0.1:1/x");
   settings.claudeUsageURL = "http://example.com/x";
-  EXPECT_THROW(LimitsEndpoints::from(settings), CommandError);
+  // Refused before any sign-in is read, naming the setting.
+  EXPECT_THAT([&] { LimitsEndpoints::from(settings); },
+              ::testing::ThrowsMessage<CommandError>(
+                  ::testing::HasSubstr("BRIMLOG_CLAUDE_USAGE_URL=http://example.com/x: must be")));
 }
 
 class LimitsFetcherRunTest : public testing::TempDirTest {};
