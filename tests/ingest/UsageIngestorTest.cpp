@@ -328,10 +328,10 @@ TEST_F(UsageIngestorTest, RealLogsGiveTheirTrueTotals) {
   }
   for (const DataRow& row : testing::namedRows("ingest/real-codex.tsv")) {
     SCOPED_TRACE(row.name);
-    const int64_t input = row.integer(4), cached = row.integer(5);
+    const int64_t input = row.integer(0), cached = row.integer(1);
     EXPECT_THAT(sums(fixtures / "codex" / row.name, ".codex/sessions"),
-                ElementsAre(fmt::format("{}|{}|{}|0|{}", input - cached, row.integer(6), cached,
-                                        row.integer(7))));
+                ElementsAre(fmt::format("{}|{}|{}|0|{}", input - cached, row.integer(2), cached,
+                                        row.integer(3))));
   }
 }
 

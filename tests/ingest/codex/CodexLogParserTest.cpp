@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "ingest/DataRow.hpp"
-#include "ingest/JSONLTail.hpp"
 #include "ingest/codex/CodexLogParser.hpp"
 
 namespace brimlog {
@@ -172,54 +171,6 @@ TEST(CodexLogParserTest, EachLineGivesWhatTheFullParseGives) {
     EXPECT_EQ(quick.context(), full.context());
   }
   EXPECT_EQ(quick.context(), (Context{{"session", "s1"}, {"model", "m1"}}));
-}
-
-// The real rollouts, read in small chunks with a parser rebuilt from the carried context at every
-// chunk, as the host does between passes, against figures counted independently of this parser.
-TEST(CodexLogParserTest, RealRolloutsParseLineByLine) {
-  BRIMLOG_REQUIRE_REAL_FIXTURES(fixtures);
-  for (const DataRow& row : testing::namedRows("ingest/real-codex.tsv")) {
-    const std::string& name = row.name;
-    SCOPED_TRACE(name);
-    CodexLogParser full;
-    Context carried;
-    int64_t tokenCounts = 0, limits = 0;
-    int64_t finalTotal = 0, previousTotal = -1, summedWhenMoved = 0;
-    std::optional<FileCursor> cursor;
-    JSONLTail::Result read;
-    do {
-      read = JSONLTail::read(fixtures / "codex" / name, cursor, 32 << 10);
-      CodexLogParser quick(std::move(carried));
-      for (PaddedLine line : read.lines) {
-        CodexLineDetails details;
-        const auto result = quick.consume(line, details);
-        ASSERT_EQ(result, full.consume(line.bytes)) << line.bytes.substr(0, 200);
-        ASSERT_FALSE(as<UsageEvent>(result));
-        ASSERT_FALSE(details.usageRecord);
-        limits += as<ProviderLimits>(result).has_value();
-        if (details.tokenCount) {
-          ++tokenCounts;
-          ASSERT_TRUE(details.tokenCount->timestamp);
-          finalTotal = details.tokenCount->total;
-          // Codex repeats an event unchanged; a call is new when the total moves.
-          if (finalTotal != previousTotal) summedWhenMoved += details.tokenCount->last.processed();
-          previousTotal = finalTotal;
-        }
-      }
-      carried = quick.takeContext();
-      cursor = read.cursor;
-    } while (!read.atEOF);
-
-    EXPECT_EQ(tokenCounts, row.integer(0));
-    EXPECT_EQ(finalTotal, row.integer(1));
-    EXPECT_EQ(summedWhenMoved, row.integer(1));
-    EXPECT_EQ(limits, row.integer(2));
-    EXPECT_EQ(carried, full.context());
-    // The session id is the end of the file name.
-    EXPECT_EQ(carried.at("session"), name.substr(name.size() - 42, 36));
-    const std::string model = carried.count("model") ? carried.at("model") : "-";
-    EXPECT_EQ(model, row.fields.at(3));
-  }
 }
 
 }  // namespace
