@@ -323,8 +323,8 @@ TEST_F(UsageIngestorTest, RealLogsGiveTheirTrueTotals) {
   for (const DataRow& row : testing::namedRows("ingest/real-claude.tsv")) {
     SCOPED_TRACE(row.name);
     EXPECT_THAT(sums(fixtures / "claude" / row.name, ".claude/projects/p"),
-                ElementsAre(fmt::format("{}|{}|{}|{}|0", row.integer(1), row.integer(2),
-                                        row.integer(3), row.integer(4))));
+                ElementsAre(fmt::format("{}|{}|{}|{}|0", row.integer(0), row.integer(1),
+                                        row.integer(2), row.integer(3))));
   }
   for (const DataRow& row : testing::namedRows("ingest/real-codex.tsv")) {
     SCOPED_TRACE(row.name);

@@ -4,7 +4,6 @@
 #include <thread>
 
 #include "ingest/DataRow.hpp"
-#include "ingest/JSONLTail.hpp"
 #include "ingest/claude/ClaudeLogParser.hpp"
 
 namespace brimlog {
@@ -68,29 +67,6 @@ TEST(ClaudeLogParserTest, ManyThreadsParseAtOnce) {
   }
   for (auto& thread : threads) thread.join();
   EXPECT_EQ(mismatches.load(), 0);
-}
-
-// The real transcripts: one event per assistant line with usage, each parsed alike where it lies
-// and from its bytes, against counts and models taken from the files independently.
-TEST(ClaudeLogParserTest, RealTranscriptsParseLineByLine) {
-  BRIMLOG_REQUIRE_REAL_FIXTURES(fixtures);
-  for (const DataRow& row : testing::namedRows("ingest/real-claude.tsv")) {
-    SCOPED_TRACE(row.name);
-    std::vector<UsageEvent> events;
-    std::optional<FileCursor> cursor;
-    JSONLTail::Result read;
-    do {  // small chunks, so lines straddle many chunk boundaries
-      read = JSONLTail::read(fixtures / "claude" / row.name, cursor, 64 << 10);
-      for (PaddedLine line : read.lines) {
-        auto event = ClaudeLogParser::event(line);
-        EXPECT_EQ(event, ClaudeLogParser::event(line.bytes));
-        if (event) events.push_back(std::move(*event));
-      }
-      cursor = read.cursor;
-    } while (!read.atEOF);
-    ASSERT_EQ(events.size(), static_cast<size_t>(row.integer(0)));
-    EXPECT_EQ(events.back().model, row.fields.at(5));
-  }
 }
 
 }  // namespace
