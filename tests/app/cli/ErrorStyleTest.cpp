@@ -101,7 +101,7 @@ TEST_F(ErrorStyleTest, EveryMistakeIsOneLineWithTheDocumentedStatus) {
       {"widgets: port not a number", widgets, {"serve", "--port", "abc"}, 1, R"(brimlog-widgets: --port: "abc" is not a port number; give 0 to 65535)"},
       {"widgets: unknown kind", widgets, {"render", "--kind", "tiny"}, 1, R"(brimlog-widgets: --kind: "tiny" is not a widget; choose app.brimlog.small, *)"},
       {"widgets: bad instant", widgets, {"render", "--kind", "app.brimlog.large", "--now", "noon"}, 1, R"(brimlog-widgets: --now: "noon" is not an ISO 8601 instant; write it as *)"},
-      {"widgets: refresh without a daemon", widgets, {"refresh", "--shared-dir", "{dir}/shared"}, 1, "brimlog-widgets: no Brimlog daemon is running to refresh; start one with `brimlog daemon` *"},
+      {"widgets: refresh without a daemon", widgets, {"refresh", "--shared-dir", "{dir}/shared"}, 1, "brimlog-widgets: no Brimlog daemon is running to refresh; start one with `brimlog daemon` or the systemd user unit contrib/brimlog.service"},
   };
   // clang-format on
 
