@@ -2,8 +2,10 @@
 // what a first `brimlog sync` of it must count, per tool.
 //
 //   brimlog_home_gen --out DIR [--bytes N] [--files N] [--days N] [--seed N]
-//                    [--end-date YYYY-MM-DD]
+//                    [--end-date YYYY-MM-DD] [--tool NAME]
 //
+// With --tool, only that tool's logs: "claude" (transcripts alone) or a tool of
+// `toolHomeWriters`, whose sessions spread over the last 30 days.
 // DIR must be missing or empty. The same options give the same bytes (with --end-date given; its
 // default is today, UTC). The last line reads `expected new replies: claude=N codex=N grok=N`.
 
@@ -20,13 +22,14 @@
 #include <utility>
 
 #include "HomeGenerator.hpp"
+#include "ToolHomeWriters.hpp"
 
 int main(int argc, char** argv) {
   using namespace brimlog;
   CLI::App app{"Writes a synthetic home of Claude Code, Codex and Grok Build logs.",
                "brimlog_home_gen"};
   HomeGenerator::Options options;
-  std::string out, endDate;
+  std::string out, endDate, tool;
   uint64_t seed = 1;
   app.add_option("--out", out, "The home to write; must be missing or empty")
       ->required()
@@ -44,6 +47,8 @@ int main(int argc, char** argv) {
   app.add_option("--seed", seed, "Seed of every random choice")->capture_default_str();
   app.add_option("--end-date", endDate, "The last day of sessions, UTC (default: today)")
       ->type_name("YYYY-MM-DD");
+  app.add_option("--tool", tool, "Only this tool's logs: claude or a newer tool (gemini, ...)")
+      ->type_name("NAME");
   CLI11_PARSE(app, argc, argv);
 
   date::sys_days end = std::chrono::floor<date::days>(std::chrono::system_clock::now());
@@ -63,6 +68,19 @@ int main(int argc, char** argv) {
   }
 
   try {
+    if (!tool.empty() && tool != "claude") {
+      for (const ToolHomeWriterEntry& entry : toolHomeWriters()) {
+        if (entry.tool != tool) continue;
+        const ToolTotals t = entry.write(out, options.totalBytes, seed, options.endDay);
+        fmt::print("wrote {}: {} replies, {} tokens ({} output, {} reasoning)\n", out, t.replies,
+                   t.tokens.processed(), t.tokens.output, t.tokens.reasoning);
+        fmt::print("expected new replies: {}={}\n", tool, t.replies);
+        return 0;
+      }
+      fmt::print(stderr, "brimlog_home_gen: no generator for the tool {}\n", tool);
+      return 2;
+    }
+    if (tool == "claude") options.codexFiles = options.grokFiles = 0;
     const auto started = std::chrono::steady_clock::now();
     const HomeGenerator::Stats s = HomeGenerator{seed}.write(out, options);
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;

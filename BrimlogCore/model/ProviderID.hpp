@@ -34,11 +34,17 @@ struct ProviderTraits {
 
 /// The tools, one row each, in the order of `ProviderID::Value`: a new tool is a case there and a
 /// row here.
-inline constexpr std::array<ProviderTraits, 4> kProviderTraits = {{
+inline constexpr std::array<ProviderTraits, 8> kProviderTraits = {{
     {"claude", "Claude", "claude", Color::srgb(217 / 255.0, 119 / 255.0, 87 / 255.0), true, true},
     // Codex's mark is kept under its maker's name.
     {"codex", "Codex", "openai", Color::primaryText(), true, true},
     {"grok", "Grok", "grok", Color::secondaryText(), false, true},
+    // The tools below keep no limits a service would tell us.
+    {"gemini", "Gemini", "gemini", Color::srgb(66 / 255.0, 133 / 255.0, 244 / 255.0), false, false},
+    {"opencode", "OpenCode", "opencode", Color::srgb(32 / 255.0, 160 / 255.0, 150 / 255.0), false,
+     false},
+    {"kilo", "Kilo", "kilo", Color::srgb(214 / 255.0, 168 / 255.0, 0), false, false},
+    {"qwen", "Qwen", "qwen", Color::srgb(110 / 255.0, 90 / 255.0, 236 / 255.0), false, false},
     // Cursor keeps its usage in a database of its desktop program, which Brimlog does not read.
     {"cursor", "Cursor", "cursor", Color::secondaryText(), false, false},
 }};
@@ -58,7 +64,7 @@ inline constexpr size_t kReadableCount =
 ///     for (ProviderID each : ProviderID::readableCases) ...  // what the user is shown
 class ProviderID {
  public:
-  enum Value : uint8_t { claude, codex, grok, cursor };
+  enum Value : uint8_t { claude, codex, grok, gemini, opencode, kilo, qwen, cursor };
 
   constexpr ProviderID(Value value) : value_(value) {}  // NOLINT: implicit, like the enum itself
 

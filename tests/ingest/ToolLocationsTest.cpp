@@ -55,9 +55,12 @@ TEST_F(ToolLocationsTest, AFolderReachedByTwoNamesIsReadOnce) {
 }
 
 TEST_F(ToolLocationsTest, PresenceFollowsWhatExistsWhereTheVariablesSay) {
+  // The tools present, by raw value.
   auto presence = [](const ToolLocations& tools) {
-    std::vector<bool> present;
-    for (ProviderID provider : ProviderID::allCases) present.push_back(tools.isPresent(provider));
+    std::vector<std::string_view> present;
+    for (ProviderID provider : ProviderID::allCases) {
+      if (tools.isPresent(provider)) present.push_back(provider.rawValue());
+    }
     return present;
   };
   const ToolLocations tools = ToolLocations::resolve(home(), {});
@@ -70,7 +73,7 @@ TEST_F(ToolLocationsTest, PresenceFollowsWhatExistsWhereTheVariablesSay) {
   fs::create_directories(home() / ".codex/sessions");
   fs::create_directories(home() / ".grok/sessions");
   write("home/.claude/projects", "");  // a file counts as well as a folder
-  EXPECT_EQ(presence(tools), (std::vector<bool>{true, true, true, false}));
+  EXPECT_EQ(presence(tools), (std::vector<std::string_view>{"claude", "codex", "grok"}));
 
   // CODEX_HOME moves every Codex place: the default one no longer counts.
   const ToolLocations moved =
@@ -81,8 +84,7 @@ TEST_F(ToolLocationsTest, PresenceFollowsWhatExistsWhereTheVariablesSay) {
   EXPECT_EQ(codexAuthFile(moved.places(ProviderID::codex)), dir() / "codex/auth.json");
 
   // Paths that cannot be examined (a name too long for the file system) count as absent.
-  EXPECT_EQ(presence(ToolLocations::resolve(dir() / std::string(5000, 'x'), {})),
-            (std::vector<bool>(ProviderID::allCases.size(), false)));
+  EXPECT_TRUE(presence(ToolLocations::resolve(dir() / std::string(5000, 'x'), {})).empty());
 }
 
 }  // namespace

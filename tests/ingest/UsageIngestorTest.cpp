@@ -12,6 +12,7 @@
 #include "ingest/UsageIngestor.hpp"
 #include "store/UsageStore.hpp"
 #include "support/FilePermissions.hpp"
+#include "support/KilledPasses.hpp"
 #include "support/RawDatabase.hpp"
 #include "support/TempDir.hpp"
 #include "sync/StoreIngestSink.hpp"
@@ -213,8 +214,8 @@ TEST_F(UsageIngestorTest, GrokTurnsFinishedOutOfOrderAreCountedOnceEach) {
 }
 
 // Replies written over three lines each, the later ones carrying more output, read by passes
-// killed (SIGKILL) after ever more commits (small chunks, a commit per chunk), by one whose commit
-// fails, then by one left to finish: each reply ends up with its final counts, once, whichever
+// killed (SIGKILL) at random points (small chunks, a commit per chunk), by one whose commit fails,
+// then by one left to finish: each reply ends up with its final counts, once, whichever
 // commits the cut passes made.
 TEST_F(UsageIngestorTest, PassesKilledAtAnyPointStillEndWithEachReplysFinalCounts) {
   std::string lines;
@@ -226,21 +227,8 @@ TEST_F(UsageIngestorTest, PassesKilledAtAnyPointStillEndWithEachReplysFinalCount
   }
   const size_t half = lines.find("k075");
   write(claudeFile(), lines.substr(0, half));
-  IngestOptions options{.workers = 1, .chunkBytes = 2048, .batchEvents = 1, .progress = {}};
   const auto killedPasses = [&] {
-    for (size_t made = 0; made < 40; made += 3) {
-      const pid_t child = ::fork();
-      ASSERT_GE(child, 0);
-      if (child == 0) {
-        // Killed on its reading thread, wherever the committing thread then stands.
-        options.progress = [made](const IngestProgress& p) {
-          if (p.commits > made) ::raise(SIGKILL);
-        };
-        pass(now_, options);
-        ::_exit(0);
-      }
-      ::waitpid(child, nullptr, 0);
-    }
+    testing::killPassesAtRandom([&](IngestOptions o) { pass(now_, std::move(o)); }, 3, 14, 40);
   };
   killedPasses();
   // The last reply of the first half may stand at its second line; the rest comes after.
@@ -249,6 +237,7 @@ TEST_F(UsageIngestorTest, PassesKilledAtAnyPointStillEndWithEachReplysFinalCount
   // that meets another writer does: the pass fails with it, keeping the commits it made.
   const size_t before = keys().size();
   std::unique_ptr<RawDatabase> blocker;
+  IngestOptions options{.workers = 1, .chunkBytes = 2048, .batchEvents = 1, .progress = {}};
   options.progress = [&](const IngestProgress& p) {
     if (p.commits < 2 || blocker) return;
     blocker = std::make_unique<RawDatabase>(dbPath());
@@ -256,7 +245,6 @@ TEST_F(UsageIngestorTest, PassesKilledAtAnyPointStillEndWithEachReplysFinalCount
   };
   EXPECT_THROW(pass(now_, options), UsageStoreError);
   blocker.reset();  // closing the connection rolls its transaction back
-  options.progress = nullptr;
   EXPECT_GT(keys().size(), before);
   killedPasses();
   pass(now_);
