@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -44,7 +45,8 @@ void TreeWalker::walk(const LogFolder& folder, std::vector<FoundFile>& files,
     }
     return;
   }
-  const std::vector<std::string> subfolders = first.list(root.get(), rootPath);
+  std::vector<std::string> subfolders = first.list(root.get(), rootPath);
+  if (folder.depth == 0) subfolders.clear();
 
   // A warm pass is mostly this walk, and mostly system calls: two threads share the top folders
   // (Claude's projects), each with its own results, joined in a fixed order.
@@ -53,7 +55,7 @@ void TreeWalker::walk(const LogFolder& folder, std::vector<FoundFile>& files,
   std::atomic<size_t> next{0};
   auto share = [&](TreeWalker& walker) {
     for (size_t i = next++; i < subfolders.size(); i = next++) {
-      walker.descend(root.get(), rootPath, subfolders[i]);
+      walker.descend(root.get(), rootPath, subfolders[i], 1);
     }
   };
   if (subfolders.size() > 1) {
@@ -77,15 +79,24 @@ void TreeWalker::skip(const std::string& path, const char* what) {
   skipped_.push_back({path, fmt::format("{}: {}", what, std::strerror(errno))});
 }
 
-void TreeWalker::walkFolder(int dirFD, const std::string& dirPath) {
-  for (const std::string& name : list(dirFD, dirPath)) descend(dirFD, dirPath, name);
+bool TreeWalker::named(std::string_view name) const {
+  return std::ranges::any_of(folder_.extensions, [name](std::string_view extension) {
+    return name.size() > extension.size() && name.ends_with(extension);
+  });
 }
 
-void TreeWalker::descend(int dirFD, const std::string& dirPath, const std::string& name) {
+void TreeWalker::walkFolder(int dirFD, const std::string& dirPath, int level) {
+  std::vector<std::string> subfolders = list(dirFD, dirPath);
+  if (folder_.depth >= 0 && level >= folder_.depth) return;
+  for (const std::string& name : subfolders) descend(dirFD, dirPath, name, level + 1);
+}
+
+void TreeWalker::descend(int dirFD, const std::string& dirPath, const std::string& name,
+                         int level) {
   const FileDescriptor sub{
       ::openat(dirFD, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)};
   if (sub) {
-    walkFolder(sub.get(), childPath(dirPath, name));
+    walkFolder(sub.get(), childPath(dirPath, name), level);
   } else if (errno != ENOENT) {  // a folder removed since the listing held nothing to count
     skip(childPath(dirPath, name), "cannot open the folder");
   }
@@ -94,7 +105,6 @@ void TreeWalker::descend(int dirFD, const std::string& dirPath, const std::strin
 // Records the folder's log files and returns its subfolders.
 std::vector<std::string> TreeWalker::list(int dirFD, const std::string& dirPath) {
   std::vector<std::string> subfolders;
-  const std::string_view extension = folder_.extension;
   // The listing is read with getdents64 into one buffer: no DIR stream, whose set-up costs three
   // more system calls per folder, and folders are most of what a warm pass visits.
   for (;;) {
@@ -113,14 +123,13 @@ std::vector<std::string> TreeWalker::list(int dirFD, const std::string& dirPath)
         continue;
       }
       if (typed && entry->d_type != DT_REG) continue;  // links, sockets and the like
-      // ".jsonl" alone is a hidden file, not a session.
-      const bool named = name.size() > extension.size() && name.ends_with(extension);
-      if (typed && !named) continue;
+      const bool log = named(name);
+      if (typed && !log) continue;
       struct stat status {};
       if (::fstatat(dirFD, entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
       if (S_ISDIR(status.st_mode)) {
         subfolders.emplace_back(name);
-      } else if (S_ISREG(status.st_mode) && named) {
+      } else if (S_ISREG(status.st_mode) && log) {
         files_.push_back({childPath(dirPath, name), folder_.provider, status});
       }
     }

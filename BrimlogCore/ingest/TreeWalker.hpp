@@ -14,8 +14,12 @@ namespace brimlog {
 struct LogFolder {
   std::filesystem::path root;
   ProviderID provider = ProviderID::claude;
-  /// The ending of a log file's name: ".jsonl" for transcripts, ".json" for Grok's documents.
-  std::string extension;
+  /// The endings of a log file's name: ".jsonl" for transcripts, ".json" for Grok's documents.
+  /// A name that is an ending alone (".jsonl") is a hidden file, not a log.
+  std::vector<std::string> extensions;
+  /// How many folders deep log files lie at most: 0 for the root's own files only; -1 for any
+  /// depth.
+  int depth = -1;
 
   bool operator==(const LogFolder&) const = default;
 };
@@ -46,7 +50,8 @@ struct SkippedFile {
 ///
 ///     std::vector<FoundFile> files;
 ///     std::vector<SkippedFile> skipped;
-///     TreeWalker::walk({home / ".claude/projects", ProviderID::claude, ".jsonl"}, files, skipped);
+///     TreeWalker::walk({home / ".claude/projects", ProviderID::claude, {".jsonl"}}, files,
+///     skipped);
 class TreeWalker {
  public:
   /// Appends the folder's log files to `files`, in a fixed order for a given tree.
@@ -58,8 +63,9 @@ class TreeWalker {
 
   void skip(const std::string& path, const char* what);
 
-  void walkFolder(int dirFD, const std::string& dirPath);
-  void descend(int dirFD, const std::string& dirPath, const std::string& name);
+  void walkFolder(int dirFD, const std::string& dirPath, int level);
+  void descend(int dirFD, const std::string& dirPath, const std::string& name, int level);
+  bool named(std::string_view name) const;
   std::vector<std::string> list(int dirFD, const std::string& dirPath);
 
   const LogFolder& folder_;

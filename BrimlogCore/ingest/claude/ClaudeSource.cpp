@@ -29,7 +29,7 @@ ToolPlaces places(const fs::path& home, const ToolVariables& variables) {
   }
   if (places.homes.empty()) places.homes = {home / ".claude", home / ".config" / "claude"};
   for (const fs::path& dir : places.homes) {
-    places.logFolders.push_back({dir / "projects", ProviderID::claude, ".jsonl"});
+    places.logFolders.push_back({dir / "projects", ProviderID::claude, {".jsonl"}});
     places.marks.push_back(dir / "projects");
   }
   return places;

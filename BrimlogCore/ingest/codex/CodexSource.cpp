@@ -14,8 +14,8 @@ ToolPlaces places(const fs::path& home, const ToolVariables& variables) {
   const fs::path codexHome = set != variables.end() ? fs::path(set->second) : home / ".codex";
   ToolPlaces places;
   places.homes = {codexHome};
-  places.logFolders = {{codexHome / "sessions", ProviderID::codex, ".jsonl"},
-                       {codexHome / "archived_sessions", ProviderID::codex, ".jsonl"}};
+  places.logFolders = {{codexHome / "sessions", ProviderID::codex, {".jsonl"}},
+                       {codexHome / "archived_sessions", ProviderID::codex, {".jsonl"}}};
   places.marks = {codexHome / "sessions", codexAuthFile(places)};
   return places;
 }

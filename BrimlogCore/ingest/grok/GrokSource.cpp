@@ -8,7 +8,7 @@ namespace {
 
 ToolPlaces places(const fs::path& home, const ToolVariables&) {
   const fs::path sessions = home / ".grok" / "sessions";
-  return {{home / ".grok"}, {{sessions, ProviderID::grok, ".json"}}, {sessions}};
+  return {{home / ".grok"}, {{sessions, ProviderID::grok, {".json"}}}, {sessions}};
 }
 
 std::unique_ptr<LogReader> reader(const IngestOptions&) {
