@@ -96,8 +96,9 @@ double watchSeconds(const std::string& text) {
 
 std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
   CLI::App app{
-      "Brimlog meters how you use AI coding tools (Claude Code, Codex, Grok Build): it reads the "
-      "tools' own logs, counts every model reply once, and reports tokens and what they would "
+      "Brimlog meters how you use AI coding tools (Claude Code, Codex, Grok Build, Gemini CLI, "
+      "OpenCode, Kilo CLI, Qwen Code): it reads the tools' own logs, counts every model reply "
+      "once, and reports tokens and what they would "
       "cost at API list prices. Without a command it reads new replies, writes the widgets' "
       "snapshot and shows the dashboard, as brimlog status does.",
       "brimlog"};
