@@ -40,7 +40,7 @@ inline constexpr std::array<ProviderTraits, 8> kProviderTraits = {{
     {"codex", "Codex", "openai", Color::primaryText(), true, true},
     {"grok", "Grok", "grok", Color::secondaryText(), false, true},
     // The tools below keep no limits a service would tell us.
-    {"gemini", "Gemini", "gemini", Color::srgb(66 / 255.0, 133 / 255.0, 244 / 255.0), false, false},
+    {"gemini", "Gemini", "gemini", Color::srgb(66 / 255.0, 133 / 255.0, 244 / 255.0), false, true},
     {"opencode", "OpenCode", "opencode", Color::srgb(32 / 255.0, 160 / 255.0, 150 / 255.0), false,
      false},
     {"kilo", "Kilo", "kilo", Color::srgb(214 / 255.0, 168 / 255.0, 0), false, false},
