@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cmath>
 #include <fstream>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -86,9 +87,8 @@ class GeminiHome {
     const std::string id = uuid();
     seconds_ = (endDay_ - random_.between(0, 29)) * 86400 + random_.between(0, 70'000);
     const std::string started = stamp();
-    // Sizes spread from a few kilobytes to a megabyte, most near the low end.
-    const auto target =
-        static_cast<size_t>(4000 * std::pow(250.0, random_.unit() * random_.unit()));
+    // Sizes spread from a few kilobytes to over half a megabyte, most near the low end.
+    const auto target = static_cast<size_t>(4000 * std::pow(100.0, random_.unit()));
     const double kind = random_.unit();
     const bool legacy = kind < 0.08;
     const bool subagent = !legacy && kind < 0.23;
@@ -121,11 +121,17 @@ class GeminiHome {
           R"("tokens":{{"input":{},"output":{},"cached":{},"thoughts":{},"tool":{},"total":{}}},)",
           input, output, cached, thoughts, tool, input + output + thoughts + tool);
       const std::string when = stamp();
-      const std::string content = text(random_.between(20, 2500));
+      const std::string content = text(random_.between(20, 3000));
+      // The model's thought summaries, when it thought.
+      std::string thought;
+      if (thoughts > 0) {
+        thought = fmt::format(R"({{"subject":"Planning","description":"{}","timestamp":"{}"}})",
+                              text(random_.between(100, 1500)), when);
+      }
       auto record = [&](bool counted, const std::string& extra) {
         return fmt::format(
-            R"({{"id":"{}","timestamp":"{}","type":"gemini","content":"{}","thoughts":[],{}"model":"{}"{}}})",
-            replyId, when, content, counted ? tokens : "", model, extra);
+            R"({{"id":"{}","timestamp":"{}","type":"gemini","content":"{}","thoughts":[{}],{}"model":"{}"{}}})",
+            replyId, when, content, thought, counted ? tokens : "", model, extra);
       };
       // Written first without its counts, then with them, then with its tool's result.
       if (!legacy) lines.push_back(record(false, ""));
@@ -136,7 +142,7 @@ class GeminiHome {
             true,
             fmt::format(
                 R"(,"toolCalls":[{{"id":"read_file-{}","name":"read_file","status":"success","result":[{{"functionResponse":{{"response":{{"output":"{}"}}}}}}]}}])",
-                turn, text(random_.between(100, 6000))));
+                turn, text(random_.between(200, 12000))));
         lines.push_back(last);
       }
       kept.push_back(last);
@@ -181,7 +187,10 @@ class GeminiHome {
     for (const std::string& line : lines) body += line + "\n";
     std::string file = fmt::format("session-{}-{}.jsonl", started.substr(0, 16), id.substr(0, 8));
     for (char& c : file) c = c == ':' ? '-' : c;
-    const fs::path path = subagent ? chats / uuid() / (id + ".jsonl") : chats / file;
+    // A subagent's session lies in its parent session's folder, beside its siblings'.
+    std::string& parent = parents_[slug];
+    if (!subagent || parent.empty()) parent = subagent ? uuid() : id;
+    const fs::path path = subagent ? chats / parent / (id + ".jsonl") : chats / file;
     put(path, body);
     // An upgrade copied some project folders named by their path's hash to their new names,
     // leaving the old copies.
@@ -194,6 +203,7 @@ class GeminiHome {
   int64_t seconds_ = 0;
   uint64_t written_ = 0;
   std::vector<std::string> slugs_;
+  std::map<std::string, std::string> parents_;  // by project: its latest main session
   ToolTotals totals_;
 };
 

@@ -1,5 +1,7 @@
 #include "ingest/gemini/GeminiLogParser.hpp"
 
+#include <string.h>
+
 #include "ingest/LogJson.hpp"
 #include "platform/Date.hpp"
 
@@ -73,6 +75,10 @@ void learn(object metadata, GeminiSession& session) {
   }
 }
 
+bool contains(std::string_view line, std::string_view name) {
+  return ::memmem(line.data(), line.size(), name.data(), name.size()) != nullptr;
+}
+
 std::optional<simdjson::dom::array> messagesOf(object parent) {
   simdjson::dom::array messages;
   if (parent["messages"].get_array().get(messages) != simdjson::SUCCESS) return std::nullopt;
@@ -84,8 +90,16 @@ std::optional<simdjson::dom::array> messagesOf(object parent) {
 void GeminiLogParser::consume(PaddedLine line, GeminiSession& session, std::string_view project,
                               std::vector<UsageEvent>& events) {
   // Most lines are the user's side, tool output and notices: settle those on their type alone.
-  // Metadata and control lines have no top-level type and are parsed whole.
-  if (const auto type = logjson::leadingType(line); type && *type != "gemini") return;
+  const auto type = logjson::leadingType(line);
+  if (type && *type != "gemini") return;
+  // A line yields something only through a key named here, and the tool writes keys without
+  // escapes, so a line without any of them is passed over unparsed: a reply written before its
+  // counts, a rewind, an update of the session's time. (Met inside a string, a name is
+  // escaped; met as a nested key, it only costs the parse.)
+  if (!contains(line, "\"tokens\"") &&
+      (type || (!contains(line, "\"sessionId\"") && !contains(line, "\"directories\"")))) {
+    return;
+  }
   const auto root = logjson::parseObject(line);
   if (!root) return;
   // A rewind hides the replies after a point from the conversation, but they were made and

@@ -1,24 +1,30 @@
 #include "ingest/gemini/GeminiLogReader.hpp"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 
 #include "ingest/JSONLTail.hpp"
 #include "ingest/LogJson.hpp"
 #include "ingest/LogResume.hpp"
 #include "ingest/gemini/GeminiLogParser.hpp"
+#include "platform/FileDescriptor.hpp"
 #include "platform/WholeFile.hpp"
 
 namespace brimlog {
 namespace {
 
-constexpr const char* kSessionKey = "session";      // the session's id
-constexpr const char* kDirectoryKey = "directory";  // its first workspace folder
-constexpr const char* kSizeKey = "size";            // a document's size at the last read
-constexpr const char* kMtimeKey = "mtime";          // its modification time (ns) then
+constexpr const char* kSizeKey = "size";    // a document's size at the last read
+constexpr const char* kMtimeKey = "mtime";  // its modification time (ns) then
 
 // An older session document holds its whole conversation; past this it is not one, and is
 // skipped with its reason.
 constexpr size_t kDocumentLimit = size_t{256} << 20;
+// A session's first line is its metadata: an id, times, perhaps a few folders and a summary.
+constexpr size_t kHeadLimit = size_t{256} << 10;
 // The project markers are a path each.
 constexpr size_t kMarkerLimit = size_t{1} << 20;
 
@@ -60,6 +66,32 @@ std::map<std::string, std::string> registry(const std::filesystem::path& path) {
     }
   }
   return folders;
+}
+
+// The session a JSON-lines file belongs to, from its first line; nothing when that line cannot
+// be read or names none.
+std::optional<GeminiSession> headSession(const std::string& path) {
+  const FileDescriptor fd{::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
+  if (!fd) return std::nullopt;
+  // The parser reads ahead past a line's end: the buffer keeps its padding beyond the bytes.
+  std::string head(kHeadLimit + LineBatch::kPadding, ' ');
+  size_t have = 0;
+  while (have < kHeadLimit) {
+    const ssize_t n =
+        ::pread(fd.get(), head.data() + have, kHeadLimit - have, static_cast<off_t>(have));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    have += static_cast<size_t>(n);
+  }
+  const void* end = std::memchr(head.data(), '\n', have);
+  if (end == nullptr) return std::nullopt;
+  GeminiSession session;
+  std::vector<UsageEvent> none;
+  GeminiLogParser::consume(
+      PaddedLine{{head.data(), static_cast<size_t>(static_cast<const char*>(end) - head.data())}},
+      session, "", none);
+  if (session.id.empty()) return std::nullopt;
+  return session;
 }
 
 }  // namespace
@@ -121,13 +153,16 @@ void GeminiLogReader::readLines(const ReadJob& job, const std::string& project,
                                 const ReadSink& sink) const {
   // A cursor whose bytes were rewritten is dropped with its context, as for a new file.
   std::optional<FileCursor> cursor = LogResume::verified(job.path, job.cursor, job.inode, job.size);
+  // A read from the middle learns the session from the file's first line, where the tool
+  // writes it when it makes the file: read again only for a file that changed, rather than kept
+  // in every cursor and loaded by every pass. A file whose first line cannot be read is read
+  // from its start; the store counts none of its replies twice.
   GeminiSession session;
-  if (cursor) {
-    if (const auto id = cursor->context.find(kSessionKey); id != cursor->context.end()) {
-      session.id = id->second;
-    }
-    if (const auto dir = cursor->context.find(kDirectoryKey); dir != cursor->context.end()) {
-      session.directory = dir->second;
+  if (cursor && cursor->offset > 0) {
+    if (std::optional<GeminiSession> head = headSession(job.path)) {
+      session = std::move(*head);
+    } else {
+      cursor.reset();
     }
   }
   for (bool atEOF = false; !atEOF;) {
@@ -150,8 +185,6 @@ void GeminiLogReader::readLines(const ReadJob& job, const std::string& project,
     }
     atEOF = read.atEOF;
     read.cursor.context[FileCursor::providerKey] = job.provider.rawValue();
-    if (!session.id.empty()) read.cursor.context[kSessionKey] = session.id;
-    if (!session.directory.empty()) read.cursor.context[kDirectoryKey] = session.directory;
     output.bytes = static_cast<int64_t>(read.lines.byteCount());
     output.lines = static_cast<int64_t>(read.lines.size());
     output.fileDone = atEOF;

@@ -11,11 +11,11 @@ namespace brimlog {
 /// Reads Gemini CLI session files under `<gemini home>/tmp/<project>/chats/`.
 ///
 /// JSON-lines sessions (".jsonl") are appended to: each read takes the lines after the cursor's
-/// offset, and the session's id and first workspace folder, written once on the metadata line at
-/// the top, travel in the cursor (context keys "session" and "directory") so that a read from the
-/// middle still keys its replies. Older sessions (".json") are one document rewritten in place on
-/// every update: one is read again whole when its size or modification time changes ("size" and
-/// "mtime" in the cursor), and hands on every reply it holds, which the store counts once.
+/// offset. The session's id and first workspace folder are written once, on the metadata line at
+/// the top: a read from the middle takes them from there, so that it still keys its replies. Older
+/// sessions (".json") are one document rewritten in place on every update: one is read again whole
+/// when its size or modification time changes ("size" and "mtime" in the cursor), and hands on
+/// every reply it holds, which the store counts once.
 ///
 /// A reply's project is the folder its project folder belongs to: the folder named in
 /// `<project>/.project_root`, else the path `projects.json` maps to the project folder's name,
