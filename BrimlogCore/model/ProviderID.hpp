@@ -72,7 +72,7 @@ class ProviderID {
   static std::optional<ProviderID> fromRawValue(std::string_view rawValue);
   /// The same among `readableCases` alone: the tools a user may name.
   static std::optional<ProviderID> readableNamed(std::string_view rawValue);
-  /// The raw values a user may name, as a sentence gives them: "claude, codex or grok".
+  /// The raw values a user may name, as a sentence gives them: "claude, codex, grok or gemini".
   static std::string readableChoices();
 
   /// Every tool, stored data included.
