@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <regex>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "HomeGenerator.hpp"
+#include "ToolHomeWriters.hpp"
 #include "platform/Json.hpp"
 #include "support/RunningProgram.hpp"
 #include "support/TempDir.hpp"
@@ -73,6 +75,37 @@ TEST_F(HomeGeneratorTest, AFirstSyncCountsEveryReplyOnceWithItsTokens) {
     EXPECT_EQ(stored[tool], expected.tokens);
   }
   EXPECT_EQ(brimlog({"sync", "--offline"}).at("ingest").at("filesRead").get<int>(), 0);
+}
+
+// Each newer tool's home, alone: a first sync counts the replies and tokens its writer reports,
+// and a second one reads nothing.
+TEST_F(HomeGeneratorTest, EachToolsHomeIsCountedAsItsWriterSays) {
+  const std::pair<const char*, uint64_t> rows[] = {
+      {"gemini", 3'000'000},
+  };
+  for (const auto& [tool, bytes] : rows) {
+    SCOPED_TRACE(tool);
+    fs::remove_all(dir() / "home");
+    fs::remove(dir() / "usage.db");
+    const auto writer =
+        std::ranges::find(toolHomeWriters(), std::string_view{tool}, &ToolHomeWriterEntry::tool);
+    ASSERT_NE(writer, toolHomeWriters().end());
+    const ToolTotals expected = writer->write(dir() / "home", bytes, 9, 20'513);  // to 2026-03-01
+    ASSERT_GT(expected.replies, 0);
+
+    const Json sync = brimlog({"sync", "--offline"}).at("ingest");
+    EXPECT_TRUE(sync.at("skipped").empty()) << sync.at("skipped");
+    EXPECT_EQ(sync.at("newEvents").at(tool).get<int64_t>(), expected.replies);
+    TokenCounts stored;
+    const Json report = brimlog({"report", "models", "--no-sync", "--days", "40"});
+    for (const Json& row : report.at("models")) {
+      if (row.at("provider").get<std::string>() == tool) {
+        stored += TokenCounts::fromJson(row.at("tokens"));
+      }
+    }
+    EXPECT_EQ(stored, expected.tokens);
+    EXPECT_EQ(brimlog({"sync", "--offline"}).at("ingest").at("filesRead").get<int>(), 0);
+  }
 }
 
 TEST_F(HomeGeneratorTest, TheSameSeedGivesTheSameBytes) {

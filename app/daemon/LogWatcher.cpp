@@ -49,10 +49,14 @@ void LogWatcher::watchTree(const fs::path& folder) {
   }
 }
 
-void LogWatcher::watchRoots() {
+bool LogWatcher::watchRoots() {
+  bool appeared = false;
   for (const fs::path& root : roots_) {
     std::error_code error;
     if (fs::is_directory(root, error)) {
+      // A root made with its first log at once (a tool's first session makes its whole folder
+      // chain in one go) already holds files no watch saw being written.
+      appeared = appeared || watched_.count(root.string()) == 0;
       watchTree(root);
       continue;
     }
@@ -65,6 +69,7 @@ void LogWatcher::watchRoots() {
       if (parent == parent.root_path()) break;
     }
   }
+  return appeared;
 }
 
 bool LogWatcher::underRoot(const fs::path& path) const {
@@ -110,7 +115,7 @@ bool LogWatcher::drain() {
       }
     }
   }
-  if (rescan) watchRoots();
+  if (rescan && watchRoots()) changed = true;
   return changed;
 }
 

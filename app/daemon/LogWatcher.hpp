@@ -34,7 +34,8 @@ class LogWatcher {
   size_t watchCount() const { return watches_.size(); }
 
  private:
-  void watchRoots();
+  /// Watches the roots that exist; whether one of them was not watched before.
+  bool watchRoots();
   void watchTree(const std::filesystem::path& folder);
   bool add(const std::filesystem::path& folder, uint32_t mask);
   bool underRoot(const std::filesystem::path& path) const;
