@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "HomeGenerator.hpp"
+#include "ToolHomeWriters.hpp"
 #include "platform/Json.hpp"
 #include "support/RunningProgram.hpp"
 #include "support/TempDir.hpp"
@@ -73,6 +74,34 @@ TEST_F(HomeGeneratorTest, AFirstSyncCountsEveryReplyOnceWithItsTokens) {
     EXPECT_EQ(stored[tool], expected.tokens);
   }
   EXPECT_EQ(brimlog({"sync", "--offline"}).at("ingest").at("filesRead").get<int>(), 0);
+}
+
+// Each newer tool's home, read by a real sync: every reply its writer made counts once, with its
+// tokens, through the copies and repeats the tool leaves; a second sync reads nothing.
+TEST_F(HomeGeneratorTest, EachToolsHomeIsCountedAsItsWriterSays) {
+  const std::pair<std::string_view, uint64_t> rows[] = {{"qwen", 3'000'000}};
+  for (const auto& [tool, bytes] : rows) {
+    SCOPED_TRACE(tool);
+    const auto writer = std::ranges::find(toolHomeWriters(), tool, &ToolHomeWriterEntry::tool);
+    ASSERT_NE(writer, toolHomeWriters().end());
+    fs::remove_all(dir() / "home");
+    fs::remove(dir() / "usage.db");
+    const ToolTotals expected = writer->write(dir() / "home", bytes, 9, 20'513);  // to 2026-03-01
+    ASSERT_GT(expected.replies, 0);
+
+    const Json sync = brimlog({"sync", "--offline"}).at("ingest");
+    EXPECT_TRUE(sync.at("skipped").empty()) << sync.at("skipped");
+    EXPECT_EQ(sync.at("newEvents").at(std::string(tool)).get<int64_t>(), expected.replies);
+    const Json report = brimlog({"report", "models", "--no-sync", "--days", "40"});
+    TokenCounts stored;
+    for (const Json& row : report.at("models")) {
+      if (row.at("provider").get<std::string>() == tool) {
+        stored += TokenCounts::fromJson(row.at("tokens"));
+      }
+    }
+    EXPECT_EQ(stored, expected.tokens);
+    EXPECT_EQ(brimlog({"sync", "--offline"}).at("ingest").at("filesRead").get<int>(), 0);
+  }
 }
 
 TEST_F(HomeGeneratorTest, TheSameSeedGivesTheSameBytes) {

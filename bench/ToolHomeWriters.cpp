@@ -4,9 +4,11 @@
 
 namespace brimlog {
 
+extern const ToolHomeWriterEntry qwenHomeWriter;
+
 std::span<const ToolHomeWriterEntry> toolHomeWriters() {
   // One line a tool, each writer in a file of its own.
-  static const std::array<ToolHomeWriterEntry, 0> writers = {};
+  static const std::array writers = {qwenHomeWriter};
   return writers;
 }
 
