@@ -72,7 +72,8 @@ std::string text(SplitMix64& random, int64_t bytes) {
   return escaped.substr(1, escaped.size() - 2);
 }
 
-void saveFile(const fs::path& path, const std::string& bytes) {
+// Writes a whole file, replacing it; returns its size.
+uint64_t saveFile(const fs::path& path, const std::string& bytes) {
   fs::create_directories(path.parent_path());
   struct Close {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -83,6 +84,7 @@ void saveFile(const fs::path& path, const std::string& bytes) {
     throw fs::filesystem_error("Cannot write file", path,
                                std::error_code(errno, std::generic_category()));
   }
+  return bytes.size();
 }
 
 // One session's records, each a line; the model calls among them are counted in `totals`.
@@ -249,9 +251,11 @@ ToolTotals writeQwenHome(const fs::path& home, uint64_t bytes, uint64_t seed, in
     size = std::exp(1.6 * std::sqrt(-2.0 * std::log(u)) * std::cos(2.0 * 3.141592653589793 * v));
     sum += size;
   }
-  for (size_t i = 0; i < count; ++i) {
-    const auto size = static_cast<uint64_t>(
-        std::max(2'000.0, sizes[i] / sum * static_cast<double>(bytes) * 0.95));
+  // Branches and sidecars take their share of the bytes too: sessions stop once all are written.
+  uint64_t written = 0;
+  for (size_t i = 0; i < count && written < bytes; ++i) {
+    const auto size =
+        static_cast<uint64_t>(std::max(2'000.0, sizes[i] / sum * static_cast<double>(bytes)));
     const std::string& cwd = projects[static_cast<size_t>(static_cast<double>(projects.size()) *
                                                           std::pow(random.unit(), 2.0))];
     const fs::path chats = qwen / "projects" / folderOf(cwd) / "chats";
@@ -274,16 +278,17 @@ ToolTotals writeQwenHome(const fs::path& home, uint64_t bytes, uint64_t seed, in
       const std::string branchId = uuid4(random);
       QwenSession branch = session.branch(branchId);
       branch.grow(session.bytes().size() + size / 4);
-      saveFile(chats / (branchId + ".jsonl"), branch.bytes());
+      written += saveFile(chats / (branchId + ".jsonl"), branch.bytes());
     }
-    saveFile(path, session.bytes());
+    written += saveFile(path, session.bytes());
     if (random.chance(0.3)) {
-      saveFile(chats / (id + ".runtime.json"),
-               fmt::format(R"({{"pid":{},"workDir":"{}"}})", random.between(1000, 90000), cwd));
-      saveFile(chats / (id + ".ledger.jsonl"),
-               fmt::format(R"({{"promptId":"{}","state":"completed","timestamp":"{}"}})"
-                           "\n",
-                           uuid4(random), timestamp(start)));
+      written +=
+          saveFile(chats / (id + ".runtime.json"),
+                   fmt::format(R"({{"pid":{},"workDir":"{}"}})", random.between(1000, 90000), cwd));
+      written += saveFile(chats / (id + ".ledger.jsonl"),
+                          fmt::format(R"({{"promptId":"{}","state":"completed","timestamp":"{}"}})"
+                                      "\n",
+                                      uuid4(random), timestamp(start)));
     }
   }
   return totals;

@@ -49,11 +49,14 @@ void LogWatcher::watchTree(const fs::path& folder) {
   }
 }
 
-void LogWatcher::watchRoots() {
+bool LogWatcher::watchRoots() {
+  bool appeared = false;
   for (const fs::path& root : roots_) {
     std::error_code error;
     if (fs::is_directory(root, error)) {
+      const bool known = watched_.count(root.string()) != 0;
       watchTree(root);
+      appeared = appeared || (!known && watched_.count(root.string()) != 0);
       continue;
     }
     // Wait for the root through the nearest parent that exists.
@@ -65,6 +68,7 @@ void LogWatcher::watchRoots() {
       if (parent == parent.root_path()) break;
     }
   }
+  return appeared;
 }
 
 bool LogWatcher::underRoot(const fs::path& path) const {
@@ -110,7 +114,9 @@ bool LogWatcher::drain() {
       }
     }
   }
-  if (rescan) watchRoots();
+  // A root that appeared with its first log already inside (a tool's first session makes the
+  // whole path at once) gave no event for that log: the pass must look.
+  if (rescan && watchRoots()) changed = true;
   return changed;
 }
 

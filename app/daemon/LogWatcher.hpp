@@ -34,7 +34,9 @@ class LogWatcher {
   size_t watchCount() const { return watches_.size(); }
 
  private:
-  void watchRoots();
+  /// Watches the roots that exist and waits for the others; whether a root is watched now that
+  /// was not before.
+  bool watchRoots();
   void watchTree(const std::filesystem::path& folder);
   bool add(const std::filesystem::path& folder, uint32_t mask);
   bool underRoot(const std::filesystem::path& path) const;

@@ -165,6 +165,28 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
   EXPECT_EQ(stop(*daemon).exitStatus, 0);
 }
 
+// A tool's first session makes its whole folder path at once, the log inside: the watch, which
+// waited for the path's start, finds the log in the folders that appeared, long before the hourly
+// pass. Qwen Code's chats lie four folders below its home.
+TEST_F(DaemonTest, AToolsFirstSessionIsFollowedAtOnce) {
+  write("home/.claude/projects/p1/a.jsonl", claudeReply("m1", today(0)));
+  std::unique_ptr<testing::RunningProgram> daemon = start();
+  ASSERT_TRUE(daemon->started());
+  ASSERT_TRUE(awaitSnapshot([](const Snapshot& s) { return tokens(s, ProviderID::claude) > 0; }));
+
+  write("home/.qwen/projects/-home-me-proj/chats/9b1f0c3e-55aa-4d0e-b7f2-0c1d2e3f4a5b.jsonl",
+        fmt::format(R"({{"uuid":"q1","sessionId":"s1","timestamp":"{}","type":"assistant",)"
+                    R"("model":"qwen3-coder-plus","usageMetadata":{{"promptTokenCount":700,)"
+                    R"("candidatesTokenCount":50,"totalTokenCount":750}}}})"
+                    "\n",
+                    today(5)));
+  const std::optional<Snapshot> followed =
+      awaitSnapshot([](const Snapshot& s) { return tokens(s, ProviderID::qwen) == 750; });
+  ASSERT_TRUE(followed);
+  EXPECT_EQ(tokens(*followed, ProviderID::qwen), 750);
+  EXPECT_EQ(stop(*daemon).exitStatus, 0);
+}
+
 // A database with one page zeroed answers most queries with rows missing rather than failing, so
 // nothing would look wrong but the totals. `brimlog check` and the daemon's start both say so,
 // with the way to rebuild.
