@@ -5,12 +5,17 @@
 
 namespace brimlog {
 
-bool QwenLogReader::isSessionLog(std::string_view path) {
+namespace {
+
+// Whether a file the walk found by its ".jsonl" ending is a session log rather than a sidecar.
+bool isSessionLog(std::string_view path) {
   const auto slash = path.rfind('/');
   const std::string_view name = slash == std::string_view::npos ? path : path.substr(slash + 1);
-  // The walk found it by its ".jsonl" ending: any other dot marks a sidecar.
+  // Any dot before the ending marks a sidecar.
   return name.find('.') == name.rfind('.');
 }
+
+}  // namespace
 
 std::optional<ReadJob> QwenLogReader::plan(const FoundFile& file, std::optional<FileCursor> cursor,
                                            Date now) const {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <string_view>
-
 #include "ingest/LogReader.hpp"
 
 namespace brimlog {
@@ -20,9 +18,6 @@ class QwenLogReader final : public LogReader {
   std::optional<ReadJob> plan(const FoundFile& file, std::optional<FileCursor> cursor,
                               Date now) const override;
   void read(const ReadJob& job, Date now, const ReadSink& sink) const override;
-
-  /// Whether a file of that name (a ".jsonl" one) is a session log rather than a sidecar.
-  static bool isSessionLog(std::string_view path);
 
  private:
   int64_t chunkBytes_;
