@@ -18,7 +18,9 @@ TokenCounts tokensOf(logjson::object usage) {
   const int64_t total = tokenCount(usage, "totalTokenCount");
 
   TokenCounts tokens;
-  // The prompt count includes what was read from the cache: only the rest is plain input.
+  // The prompt count includes what was read from the cache: only the rest is plain input. (For
+  // Anthropic models the tool also folds the tokens written to the cache into the prompt, without
+  // a count of their own: they stay plain input here.)
   tokens.uncachedInput = saturatingAdd(logjson::uncachedInput(prompt, cached), toolUse);
   tokens.cacheRead = cached;
   // OpenAI-compatible providers (DashScope, OpenRouter, ...) count reasoning inside the
