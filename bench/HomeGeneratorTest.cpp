@@ -77,27 +77,24 @@ TEST_F(HomeGeneratorTest, AFirstSyncCountsEveryReplyOnceWithItsTokens) {
   EXPECT_EQ(brimlog({"sync", "--offline"}).at("ingest").at("filesRead").get<int>(), 0);
 }
 
-// Each newer tool's home, alone: a first sync counts the replies and tokens its writer reports,
-// and a second one reads nothing.
+// Each newer tool's home, read by a real sync: every reply its writer made counts once, with its
+// tokens, through the copies and repeats the tool leaves; a second sync reads nothing.
 TEST_F(HomeGeneratorTest, EachToolsHomeIsCountedAsItsWriterSays) {
-  const std::pair<const char*, uint64_t> rows[] = {
-      {"gemini", 3'000'000},
-  };
+  const std::pair<std::string_view, uint64_t> rows[] = {{"gemini", 3'000'000}, {"qwen", 3'000'000}};
   for (const auto& [tool, bytes] : rows) {
     SCOPED_TRACE(tool);
+    const auto writer = std::ranges::find(toolHomeWriters(), tool, &ToolHomeWriterEntry::tool);
+    ASSERT_NE(writer, toolHomeWriters().end());
     fs::remove_all(dir() / "home");
     fs::remove(dir() / "usage.db");
-    const auto writer =
-        std::ranges::find(toolHomeWriters(), std::string_view{tool}, &ToolHomeWriterEntry::tool);
-    ASSERT_NE(writer, toolHomeWriters().end());
     const ToolTotals expected = writer->write(dir() / "home", bytes, 9, 20'513);  // to 2026-03-01
     ASSERT_GT(expected.replies, 0);
 
     const Json sync = brimlog({"sync", "--offline"}).at("ingest");
     EXPECT_TRUE(sync.at("skipped").empty()) << sync.at("skipped");
-    EXPECT_EQ(sync.at("newEvents").at(tool).get<int64_t>(), expected.replies);
-    TokenCounts stored;
+    EXPECT_EQ(sync.at("newEvents").at(std::string(tool)).get<int64_t>(), expected.replies);
     const Json report = brimlog({"report", "models", "--no-sync", "--days", "40"});
+    TokenCounts stored;
     for (const Json& row : report.at("models")) {
       if (row.at("provider").get<std::string>() == tool) {
         stored += TokenCounts::fromJson(row.at("tokens"));

@@ -152,4 +152,23 @@ void LogResume::remember(const std::string& path, FileCursor& cursor, bool atEOF
   }
 }
 
+void LogResume::readJob(const ReadJob& job, int64_t chunkBytes, const ReadSink& sink,
+                        const std::function<void(const LineBatch&, ReadOutput&)>& take) {
+  std::optional<FileCursor> cursor = verified(job.path, job.cursor, job.inode, job.size);
+  for (bool atEOF = false; !atEOF;) {
+    JSONLTail::Result read = LogResume::read(job.path, cursor, job.size, chunkBytes);
+    ReadOutput output;
+    take(read.lines, output);
+    atEOF = read.atEOF;
+    read.cursor.context[FileCursor::providerKey] = job.provider.rawValue();
+    output.bytes = static_cast<int64_t>(read.lines.byteCount());
+    output.lines = static_cast<int64_t>(read.lines.size());
+    output.fileDone = atEOF;
+    output.fileRead = atEOF;
+    cursor = read.cursor;
+    output.cursor = std::move(read.cursor);
+    if (!sink(std::move(output))) return;
+  }
+}
+
 }  // namespace brimlog

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "ingest/JSONLTail.hpp"
+#include "ingest/LogReader.hpp"
 #include "model/FileCursor.hpp"
 
 namespace brimlog {
@@ -52,6 +54,13 @@ class LogResume {
   /// returned cursor remembers what the read saw.
   static JSONLTail::Result read(const std::string& path, const std::optional<FileCursor>& cursor,
                                 int64_t size, int64_t chunkBytes);
+
+  /// A reader's whole job on a JSON-lines log: reads from the job's cursor (dropped when its bytes
+  /// were rewritten) to the end, a chunk at a time; `take` turns each chunk's lines into the
+  /// events of its output, which carries the cursor past them (with the job's tool) to `sink`.
+  /// The last output is marked done; an output the sink refuses ends the job.
+  static void readJob(const ReadJob& job, int64_t chunkBytes, const ReadSink& sink,
+                      const std::function<void(const LineBatch& lines, ReadOutput& output)>& take);
 
   /// The fingerprint of the file's bytes before `offset`; nothing when they cannot be read.
   static std::optional<std::string> fingerprint(const std::string& path, int64_t offset);

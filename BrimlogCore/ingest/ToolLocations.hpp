@@ -11,7 +11,9 @@ namespace brimlog {
 
 /// Where the tools Brimlog reads keep their data on this machine, as the tools themselves decide
 /// it from the home folder and the variables they honour (their rows in `ToolSource::all`), and
-/// whether each is installed. Resolved once; only `logFolders` and `isPresent` look at the disk.
+/// whether each is installed. Resolved once; beyond a tool's own settings file read while
+/// resolving (Qwen Code's, which may move its logs), only `logFolders` and `isPresent` look at the
+/// disk.
 ///
 ///     ToolLocations tools = ToolLocations::resolve(home, {{"CODEX_HOME", "/work/codex"}});
 ///     tools.logFolders();                  // <home>/.claude/projects, /work/codex/sessions, ...

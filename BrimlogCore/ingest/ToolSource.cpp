@@ -6,13 +6,15 @@
 #include "ingest/codex/CodexSource.hpp"
 #include "ingest/gemini/GeminiSource.hpp"
 #include "ingest/grok/GrokSource.hpp"
+#include "ingest/qwen/QwenSource.hpp"
 
 namespace brimlog {
 
 std::span<const ToolSource> ToolSource::all() {
   // One line a tool, in the tools' usual order. Copied on first use, after every source is
   // constant-initialized.
-  static const std::array sources = {claudeSource, codexSource, grokSource, geminiSource};
+  static const std::array sources = {claudeSource, codexSource, grokSource, geminiSource,
+                                     qwenSource};
   return sources;
 }
 

@@ -44,7 +44,7 @@ inline constexpr std::array<ProviderTraits, 8> kProviderTraits = {{
     {"opencode", "OpenCode", "opencode", Color::srgb(32 / 255.0, 160 / 255.0, 150 / 255.0), false,
      false},
     {"kilo", "Kilo", "kilo", Color::srgb(214 / 255.0, 168 / 255.0, 0), false, false},
-    {"qwen", "Qwen", "qwen", Color::srgb(110 / 255.0, 90 / 255.0, 236 / 255.0), false, false},
+    {"qwen", "Qwen", "qwen", Color::srgb(110 / 255.0, 90 / 255.0, 236 / 255.0), false, true},
     // Cursor keeps its usage in a database of its desktop program, which Brimlog does not read.
     {"cursor", "Cursor", "cursor", Color::secondaryText(), false, false},
 }};

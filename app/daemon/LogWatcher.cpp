@@ -54,10 +54,9 @@ bool LogWatcher::watchRoots() {
   for (const fs::path& root : roots_) {
     std::error_code error;
     if (fs::is_directory(root, error)) {
-      // A root made with its first log at once (a tool's first session makes its whole folder
-      // chain in one go) already holds files no watch saw being written.
-      appeared = appeared || watched_.count(root.string()) == 0;
+      const bool known = watched_.count(root.string()) != 0;
       watchTree(root);
+      appeared = appeared || (!known && watched_.count(root.string()) != 0);
       continue;
     }
     // Wait for the root through the nearest parent that exists.
@@ -115,6 +114,8 @@ bool LogWatcher::drain() {
       }
     }
   }
+  // A root that appeared with its first log already inside (a tool's first session makes the
+  // whole path at once) gave no event for that log: the pass must look.
   if (rescan && watchRoots()) changed = true;
   return changed;
 }

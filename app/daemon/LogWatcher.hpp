@@ -34,7 +34,8 @@ class LogWatcher {
   size_t watchCount() const { return watches_.size(); }
 
  private:
-  /// Watches the roots that exist; whether one of them was not watched before.
+  /// Watches the roots that exist and waits for the others; whether a root is watched now that
+  /// was not before.
   bool watchRoots();
   void watchTree(const std::filesystem::path& folder);
   bool add(const std::filesystem::path& folder, uint32_t mask);

@@ -25,7 +25,7 @@ TEST(ProviderIDTest, UsersMayNameOnlyTheToolsBrimlogReads) {
         << id.rawValue();
   }
   EXPECT_FALSE(ProviderID::readableNamed("cursor"));
-  EXPECT_EQ(ProviderID::readableChoices(), "claude, codex, grok or gemini");
+  EXPECT_EQ(ProviderID::readableChoices(), "claude, codex, grok, gemini or qwen");
 }
 
 TEST(ProviderIDTest, EveryToolHasASingleColourLogo) {
