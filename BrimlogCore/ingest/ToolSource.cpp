@@ -5,13 +5,15 @@
 #include "ingest/claude/ClaudeSource.hpp"
 #include "ingest/codex/CodexSource.hpp"
 #include "ingest/grok/GrokSource.hpp"
+#include "ingest/opencode/OpenCodeSource.hpp"
 
 namespace brimlog {
 
 std::span<const ToolSource> ToolSource::all() {
   // One line a tool, in the tools' usual order. Copied on first use, after every source is
   // constant-initialized.
-  static const std::array sources = {claudeSource, codexSource, grokSource};
+  static const std::array sources = {claudeSource, codexSource, grokSource, opencodeSource,
+                                     kiloSource};
   return sources;
 }
 
