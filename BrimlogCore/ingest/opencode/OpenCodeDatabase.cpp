@@ -1,5 +1,6 @@
 #include "ingest/opencode/OpenCodeDatabase.hpp"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -58,7 +59,7 @@ OpenCodeDatabase::OpenCodeDatabase(const std::string& path) {
   struct stat wal {};
   const fs::path file{path};
   if (::stat((path + "-wal").c_str(), &wal) != 0 &&
-      ::access(file.parent_path().c_str(), W_OK) != 0 &&
+      ::faccessat(AT_FDCWD, file.parent_path().c_str(), W_OK, AT_EACCESS) != 0 &&
       open("file:" + uriPath(fs::absolute(file).string()) + "?immutable=1",
            SQLITE_OPEN_READONLY | SQLITE_OPEN_URI)) {
     return;
