@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "HomeGenerator.hpp"
+#include "ToolHomeWriters.hpp"
 #include "platform/Json.hpp"
 #include "support/RunningProgram.hpp"
 #include "support/TempDir.hpp"
@@ -73,6 +74,33 @@ TEST_F(HomeGeneratorTest, AFirstSyncCountsEveryReplyOnceWithItsTokens) {
     EXPECT_EQ(stored[tool], expected.tokens);
   }
   EXPECT_EQ(brimlog({"sync", "--offline"}).at("ingest").at("filesRead").get<int>(), 0);
+}
+
+// Each newer tool's writer, on a small home of that tool alone: a first sync counts its replies
+// and tokens, copies and repeats once.
+TEST_F(HomeGeneratorTest, EachToolsHomeIsCountedAsItsWriterSays) {
+  const std::string rows[] = {"opencode", "kilo"};
+  for (const std::string& tool : rows) {
+    SCOPED_TRACE(tool);
+    fs::remove_all(dir() / "home");
+    fs::remove(dir() / "usage.db");
+    ToolTotals expected;
+    for (const ToolHomeWriterEntry& entry : toolHomeWriters()) {
+      if (entry.tool == tool) expected = entry.write(dir() / "home", 600'000, 9, 20'513);
+    }
+    ASSERT_GT(expected.replies, 0);
+    const Json sync = brimlog({"sync", "--offline"}).at("ingest");
+    EXPECT_TRUE(sync.at("skipped").empty()) << sync.at("skipped");
+    EXPECT_EQ(sync.at("newEvents").at(tool).get<int64_t>(), expected.replies);
+    TokenCounts stored;
+    const Json report = brimlog({"report", "models", "--no-sync", "--days", "40"});
+    for (const Json& row : report.at("models")) {
+      if (row.at("provider").get<std::string>() == tool) {
+        stored += TokenCounts::fromJson(row.at("tokens"));
+      }
+    }
+    EXPECT_EQ(stored, expected.tokens);
+  }
 }
 
 TEST_F(HomeGeneratorTest, TheSameSeedGivesTheSameBytes) {
