@@ -3,12 +3,14 @@
 // around each step's step-finish part), with the traps a reader must get right: forked sessions
 // whose messages are copies (Kilo's with their cost zeroed), replies whose reasoning is inside
 // the output (older builds) or beside it (newer ones), replies of older builds with no step parts,
-// a model with no list price and a cost of its own, and the newest builds' second message table.
+// a model with no list price and a cost of its own, the newest builds' second message table, and
+// the JSON files of the builds before the database, left in place when their messages moved in.
 
 #include <fmt/format.h>
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -180,6 +182,9 @@ class Writer {
       for (int64_t m = 0; m < messages && written < bytes; ++m) {
         written += exchange(db, session, directory, rows, totals_);
       }
+      // The oldest sessions are also in the JSON files of the builds before the database, which
+      // the move into the database left in place: the same messages under the same ids.
+      if (written < bytes / 8) writeJson(data, session, rows);
       // A fork of one session in eight: every message and part copied under new ids.
       if (random_.chance(0.125)) {
         const std::string fork = session + "_fork";
@@ -211,6 +216,29 @@ class Writer {
     while (out.size() < length)
       out += text_.substr(from, std::min(length - out.size(), text_.size() - from));
     return out;
+  }
+
+  static void writeFile(const fs::path& path, const std::string& bytes) {
+    fs::create_directories(path.parent_path());
+    std::ofstream out{path, std::ios::binary};
+    out << bytes;
+    if (!out.flush()) throw std::runtime_error("cannot write " + path.string());
+  }
+
+  // One JSON file a message (storage/message/<session>/) and a part (storage/part/<message>/),
+  // each holding its ids beside the data the database keeps.
+  static void writeJson(const fs::path& data, const std::string& session,
+                        const std::vector<Row>& rows) {
+    for (const Row& row : rows) {
+      const std::string ids = row.isMessage
+                                  ? fmt::format(R"({{"id":"{}","sessionID":"{}",)", row.id, session)
+                                  : fmt::format(R"({{"id":"{}","messageID":"{}","sessionID":"{}",)",
+                                                row.id, row.message, session);
+      const fs::path path = row.isMessage
+                                ? data / "storage/message" / session / (row.id + ".json")
+                                : data / "storage/part" / row.message / (row.id + ".json");
+      writeFile(path, ids + row.data.substr(1));
+    }
   }
 
   std::string id(const char* prefix) { return fmt::format("{}_{:016x}", prefix, random_.next()); }

@@ -50,6 +50,10 @@ class OpenCodeDatabase {
   /// Every message whose `time_updated` is at least `since` (milliseconds).
   void messagesUpdatedSince(int64_t since, const std::function<void(const Message&)>& onMessage);
 
+  /// Every part of the database: its message's id and its `data`, in the order they lie in the
+  /// file (one pass over the table, no lookups).
+  void allParts(const std::function<void(std::string_view, std::string_view)>& onPart);
+
   /// The `data` of every part of one message, in id order.
   void parts(std::string_view messageID, const std::function<void(std::string_view)>& onPart);
 
@@ -66,6 +70,7 @@ class OpenCodeDatabase {
   sqlite3* db_ = nullptr;
   sqlite3_stmt* messages_ = nullptr;
   sqlite3_stmt* parts_ = nullptr;
+  sqlite3_stmt* allParts_ = nullptr;
   sqlite3_stmt* session_ = nullptr;
 };
 

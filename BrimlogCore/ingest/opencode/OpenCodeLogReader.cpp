@@ -119,6 +119,16 @@ void OpenCodeLogReader::readDatabase(const ReadJob& job, const ReadSink& sink) c
   OpenCodeDatabase database{job.path};
   database.read([&] {
     if (!database.holdsMessages()) return;
+    // A first read takes the steps of every part in one pass over the part table, the bulk of
+    // the file, read in the order it lies; a later one looks up the parts of the few messages
+    // updated since, through the table's index.
+    const bool whole = since == std::numeric_limits<int64_t>::min();
+    std::unordered_map<std::string, OpenCodeMessageParser::Steps> steps;  // by message
+    if (whole) {
+      database.allParts([&](std::string_view message, std::string_view part) {
+        if (auto step = OpenCodeMessageParser::step(part)) steps[std::string(message)] += *step;
+      });
+    }
     OpenCodeMessageParser parser;
     std::unordered_map<std::string, std::string> directories;  // by session
     database.messagesUpdatedSince(since, [&](const OpenCodeDatabase::Message& message) {
@@ -127,10 +137,13 @@ void OpenCodeLogReader::readDatabase(const ReadJob& job, const ReadSink& sink) c
       ++output.lines;
       if (!parser.message(message.data)) return;
       const std::string id(message.id);
-      database.parts(id, [&](std::string_view part) {
-        // Most parts are text and tool output; only step-finish parts are parsed.
-        if (part.find("step-finish") != std::string_view::npos) parser.part(part);
-      });
+      if (whole) {
+        if (const auto found = steps.find(id); found != steps.end()) {
+          parser.addSteps(found->second);
+        }
+      } else {
+        database.parts(id, [&](std::string_view part) { parser.part(part); });
+      }
       std::string_view project = parser.workingFolder();
       if (project.empty()) {
         auto [found, added] = directories.try_emplace(std::string(message.sessionID));
@@ -182,8 +195,7 @@ void OpenCodeLogReader::readMessageFile(const ReadJob& job, const ReadSink& sink
          it.increment(error)) {
       if (it->path().extension() != ".json" || !it->is_regular_file(error)) continue;
       try {
-        const WholeFile part = WholeFile::read(it->path(), kRecordLimit);
-        if (part.bytes.find("step-finish") != std::string::npos) parser.part(part.bytes);
+        parser.part(WholeFile::read(it->path(), kRecordLimit).bytes);
       } catch (const fs::filesystem_error&) {
         // A part removed while the folder was listed belongs to a message being rewritten;
         // its file changes too, and is read again.

@@ -54,15 +54,28 @@ bool OpenCodeMessageParser::message(std::string_view data) {
   return true;
 }
 
-bool OpenCodeMessageParser::part(std::string_view data) {
+OpenCodeMessageParser::Steps& OpenCodeMessageParser::Steps::operator+=(const Steps& other) {
+  tokens += other.tokens;
+  costUSD += other.costUSD;
+  count += other.count;
+  return *this;
+}
+
+std::optional<OpenCodeMessageParser::Steps> OpenCodeMessageParser::step(std::string_view data) {
+  // Most parts are text and tool output, far larger than a step's record: they are told apart
+  // without parsing them.
+  if (data.find("step-finish") == std::string_view::npos) return std::nullopt;
   const auto root = logjson::parseObject(data);
-  if (!root || logjson::string(*root, "type") != "step-finish") return false;
+  if (!root || logjson::string(*root, "type") != "step-finish") return std::nullopt;
   const auto tokens = logjson::objectField(*root, "tokens");
-  if (!tokens) return false;
-  stepTokens_ += stepTokens(*tokens);
-  stepCost_ += logjson::number(*root, "cost").value_or(0);
-  ++steps_;
-  return true;
+  if (!tokens) return std::nullopt;
+  return Steps{stepTokens(*tokens), logjson::number(*root, "cost").value_or(0), 1};
+}
+
+bool OpenCodeMessageParser::part(std::string_view data) {
+  const auto found = step(data);
+  if (found) steps_ += *found;
+  return found.has_value();
 }
 
 std::optional<UsageEvent> OpenCodeMessageParser::event(ProviderID tool, std::string_view sessionID,
@@ -70,8 +83,8 @@ std::optional<UsageEvent> OpenCodeMessageParser::event(ProviderID tool, std::str
   // A message that never reached the model (an error before its first step) has nothing to
   // count, and one without a creation time cannot be told apart from its copies.
   if (!createdMs_) return std::nullopt;
-  const TokenCounts tokens = steps_ > 0 ? stepTokens_ : ownTokens_;
-  const double cost = steps_ > 0 ? stepCost_ : ownCost_;
+  const TokenCounts tokens = steps_.count > 0 ? steps_.tokens : ownTokens_;
+  const double cost = steps_.count > 0 ? steps_.costUSD : ownCost_;
   if (tokens == TokenCounts::zero() && cost <= 0) return std::nullopt;
 
   std::string key;

@@ -33,12 +33,27 @@ namespace brimlog {
 /// Never throws: a message or part that is not valid JSON, or not of the kinds above, is ignored.
 class OpenCodeMessageParser {
  public:
+  /// The usage of a reply's steps, summed.
+  struct Steps {
+    TokenCounts tokens;
+    double costUSD = 0;
+    int count = 0;
+
+    Steps& operator+=(const Steps& other);
+  };
+
+  /// One part's usage when it is a step-finish part; nothing for any other part.
+  static std::optional<Steps> step(std::string_view data);
+
   /// Starts a new message from its data (the database's `data` column or an old JSON file):
   /// whether it is an assistant message. Whatever the parser held before is dropped.
   bool message(std::string_view data);
 
   /// Adds one part of the current message; whether it was a step-finish part with usage.
   bool part(std::string_view data);
+
+  /// Adds steps read apart from the message (`step` of each of its parts).
+  void addSteps(const Steps& steps) { steps_ += steps; }
 
   /// The reply as an event, or nothing when it has recorded no usage yet (a reply still waiting
   /// for its first step, or one that failed before the model answered). `sessionID` and
@@ -56,9 +71,7 @@ class OpenCodeMessageParser {
   std::optional<int64_t> createdMs_;
   TokenCounts ownTokens_;
   double ownCost_ = 0;
-  TokenCounts stepTokens_;
-  double stepCost_ = 0;
-  int steps_ = 0;
+  Steps steps_;
 };
 
 }  // namespace brimlog
