@@ -86,7 +86,7 @@ TEST_F(WidgetServerTest, AnswersEveryWidgetAndRefusesWhatItCannotShow) {
        at = gallery->body.find("class=\"widget ", at + 1)) {
     ++widgets;
   }
-  EXPECT_EQ(widgets, 5u);  // the small one per tool read here (3), the medium and the large
+  EXPECT_EQ(widgets, 7u);  // the small one per tool read here (5), the medium and the large
   EXPECT_THAT(gallery->get_header_value("Content-Security-Policy"),
               HasSubstr("default-src 'none'"));
 

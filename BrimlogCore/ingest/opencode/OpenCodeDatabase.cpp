@@ -73,10 +73,6 @@ bool OpenCodeDatabase::open(const std::string& name, int flags) {
   const int code = sqlite3_open_v2(name.c_str(), &db_, flags, nullptr);
   if (code == SQLITE_OK) {
     sqlite3_busy_timeout(db_, kBusyTimeoutMs);
-    // The file is read through a memory map rather than a copy of every page: most of a first
-    // read's time went into copying pages. In WAL mode the map never reaches past what this
-    // read's snapshot holds, and the tool's checkpoints cannot shrink the file under a reader.
-    sqlite3_exec(db_, "PRAGMA mmap_size = 1073741824", nullptr, nullptr, nullptr);
     // The first read finds out whether the WAL can be used at all.
     if (sqlite3_exec(db_, "SELECT 1 FROM sqlite_schema LIMIT 1", nullptr, nullptr, nullptr) ==
         SQLITE_OK) {
@@ -132,7 +128,7 @@ bool OpenCodeDatabase::holdsMessages() {
   return all;
 }
 
-void OpenCodeDatabase::messagesUpdatedSince(int64_t since,
+void OpenCodeDatabase::messagesUpdatedSince(int64_t since, int64_t first, int64_t last,
                                             const std::function<void(const Message&)>& onMessage) {
   // No index on time_updated: the scan reads the message table's rows up to their `time_updated`
   // column, and the `data` of the rows that qualify. Parts, the bulk of the file, are read only
@@ -144,6 +140,8 @@ void OpenCodeDatabase::messagesUpdatedSince(int64_t since,
   }
   StatementUse use{messages_};
   sqlite3_bind_int64(messages_, 1, since);
+  sqlite3_bind_int64(messages_, 2, first);
+  sqlite3_bind_int64(messages_, 3, last);
   int step;
   while ((step = sqlite3_step(messages_)) == SQLITE_ROW) {
     onMessage({columnText(messages_, 0), columnText(messages_, 1),
@@ -152,10 +150,25 @@ void OpenCodeDatabase::messagesUpdatedSince(int64_t since,
   if (step != SQLITE_DONE) fail("read the messages");
 }
 
-void OpenCodeDatabase::allParts(
+int64_t OpenCodeDatabase::lastRow(std::string_view table) {
+  sqlite3_stmt* statement =
+      prepare(table == "part" ? "SELECT max(rowid) FROM part" : "SELECT max(rowid) FROM message");
+  const int step = sqlite3_step(statement);
+  const int64_t last = step == SQLITE_ROW ? sqlite3_column_int64(statement, 0) : 0;
+  sqlite3_finalize(statement);
+  if (step != SQLITE_ROW) fail("read the database");
+  return last;
+}
+
+void OpenCodeDatabase::partsInRows(
+    int64_t first, int64_t last,
     const std::function<void(std::string_view, std::string_view)>& onPart) {
-  if (!allParts_) allParts_ = prepare("SELECT message_id, data FROM part");
+  if (!allParts_) {
+    allParts_ = prepare("SELECT message_id, data FROM part WHERE rowid BETWEEN ?1 AND ?2");
+  }
   StatementUse use{allParts_};
+  sqlite3_bind_int64(allParts_, 1, first);
+  sqlite3_bind_int64(allParts_, 2, last);
   int step;
   while ((step = sqlite3_step(allParts_)) == SQLITE_ROW) {
     onPart(columnText(allParts_, 0), columnText(allParts_, 1));

@@ -47,12 +47,18 @@ class OpenCodeDatabase {
   /// (in a folder the tool's variable points at) holds none.
   bool holdsMessages();
 
-  /// Every message whose `time_updated` is at least `since` (milliseconds).
-  void messagesUpdatedSince(int64_t since, const std::function<void(const Message&)>& onMessage);
+  /// Every message whose `time_updated` is at least `since` (milliseconds) and whose row number
+  /// lies in [first, last].
+  void messagesUpdatedSince(int64_t since, int64_t first, int64_t last,
+                            const std::function<void(const Message&)>& onMessage);
 
-  /// Every part of the database: its message's id and its `data`, in the order they lie in the
-  /// file (one pass over the table, no lookups).
-  void allParts(const std::function<void(std::string_view, std::string_view)>& onPart);
+  /// The largest row number of `table` ("part" or "message"); 0 when it is empty.
+  int64_t lastRow(std::string_view table);
+
+  /// Every part whose row number lies in [first, last]: its message's id and its `data`, in the
+  /// order they lie in the file (one pass over the table, no lookups).
+  void partsInRows(int64_t first, int64_t last,
+                   const std::function<void(std::string_view, std::string_view)>& onPart);
 
   /// The `data` of every part of one message, in id order.
   void parts(std::string_view messageID, const std::function<void(std::string_view)>& onPart);

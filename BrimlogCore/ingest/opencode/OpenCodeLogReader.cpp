@@ -7,7 +7,7 @@
 #include <limits>
 #include <unordered_map>
 
-#include "ingest/opencode/OpenCodeDatabase.hpp"
+#include "ingest/opencode/OpenCodeDatabaseScan.hpp"
 #include "ingest/opencode/OpenCodeMessageParser.hpp"
 #include "platform/WholeFile.hpp"
 
@@ -27,10 +27,6 @@ constexpr const char* kMarkKey = "mark";          // newest time_updated (ms) re
 // so a row committed after our read can carry an older stamp than one we saw. Reading a few
 // minutes again costs a scan of the message rows; the store counts each reply once.
 constexpr int64_t kMarkMarginMs = 10 * 60 * 1000;
-
-// Events handed to the pass at a time while a large database is read, so that a first pass over
-// years of history is committed as it goes and does not hold every reply in memory.
-constexpr size_t kEventsPerOutput = 20'000;
 
 // A message or part file holds one record; past this it is not one of the tool's.
 constexpr size_t kRecordLimit = size_t{64} << 20;
@@ -115,52 +111,7 @@ void OpenCodeLogReader::readDatabase(const ReadJob& job, const ReadSink& sink) c
 
   ReadOutput output;
   int64_t newMark = mark;
-  bool stopped = false;
-  OpenCodeDatabase database{job.path};
-  database.read([&] {
-    if (!database.holdsMessages()) return;
-    // A first read takes the steps of every part in one pass over the part table, the bulk of
-    // the file, read in the order it lies; a later one looks up the parts of the few messages
-    // updated since, through the table's index.
-    const bool whole = since == std::numeric_limits<int64_t>::min();
-    std::unordered_map<std::string, OpenCodeMessageParser::Steps> steps;  // by message
-    if (whole) {
-      database.allParts([&](std::string_view message, std::string_view part) {
-        if (auto step = OpenCodeMessageParser::step(part)) steps[std::string(message)] += *step;
-      });
-    }
-    OpenCodeMessageParser parser;
-    std::unordered_map<std::string, std::string> directories;  // by session
-    database.messagesUpdatedSince(since, [&](const OpenCodeDatabase::Message& message) {
-      if (stopped) return;
-      newMark = std::max(newMark, message.timeUpdated);
-      ++output.lines;
-      if (!parser.message(message.data)) return;
-      const std::string id(message.id);
-      if (whole) {
-        if (const auto found = steps.find(id); found != steps.end()) {
-          parser.addSteps(found->second);
-        }
-      } else {
-        database.parts(id, [&](std::string_view part) { parser.part(part); });
-      }
-      std::string_view project = parser.workingFolder();
-      if (project.empty()) {
-        auto [found, added] = directories.try_emplace(std::string(message.sessionID));
-        if (added) found->second = database.sessionDirectory(message.sessionID);
-        project = found->second;
-      }
-      if (auto event = parser.event(job.provider, message.sessionID, project)) {
-        output.events.push_back(std::move(*event));
-      }
-      if (output.events.size() >= kEventsPerOutput) {
-        // Committed without a cursor: a pass stopped after this reads the database again, and
-        // the store counts each reply once.
-        stopped = !sink(std::exchange(output, {}));
-      }
-    });
-  });
-  if (stopped) return;
+  if (!OpenCodeDatabaseScan{job, sink}.run(since, output, newMark)) return;
 
   output.cursor = FileCursor{job.path,
                              state.inode,
