@@ -184,7 +184,7 @@ class Writer {
       }
       // The oldest sessions are also in the JSON files of the builds before the database, which
       // the move into the database left in place: the same messages under the same ids.
-      if (written < bytes / 8) writeJson(data, session, rows);
+      if (written < bytes / 20) writeJson(data, session, rows);
       // A fork of one session in eight: every message and part copied under new ids.
       if (random_.chance(0.125)) {
         const std::string fork = session + "_fork";

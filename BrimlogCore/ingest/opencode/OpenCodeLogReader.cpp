@@ -144,12 +144,12 @@ void OpenCodeLogReader::readMessageFile(const ReadJob& job, const ReadSink& sink
     std::error_code error;
     for (fs::directory_iterator it{partFolder, error}, end; !error && it != end;
          it.increment(error)) {
-      if (it->path().extension() != ".json" || !it->is_regular_file(error)) continue;
+      if (it->path().extension() != ".json") continue;
       try {
         parser.part(WholeFile::read(it->path(), kRecordLimit).bytes);
       } catch (const fs::filesystem_error&) {
-        // A part removed while the folder was listed belongs to a message being rewritten;
-        // its file changes too, and is read again.
+        // Not a regular file, or a part removed while the folder was listed: one of a message
+        // being rewritten, whose file changes too and is read again.
       }
     }
     const std::string session = file.parent_path().filename().string();
