@@ -53,10 +53,13 @@ std::string tokensJson(const Step& s) {
 std::string messageJson(const Reply& r, double cost, bool withIDs) {
   const std::string ids =
       withIDs ? fmt::format(R"("id":"{}","sessionID":"{}",)", r.id, r.session) : "";
+  // Older builds' messages (those with no step parts here) name no working folder.
+  const std::string path =
+      r.viaMessage ? "" : fmt::format(R"("path":{{"cwd":"/w/{}"}},)", r.session);
   return fmt::format(
-      R"({{{}"role":"assistant","providerID":"{}","modelID":"{}","path":{{"cwd":"/w/{}"}},)"
-      R"("time":{{"created":{}}},"cost":{},"tokens":{}}})",
-      ids, r.providerID, r.model, r.session, r.createdMs, cost, tokensJson(r.steps.back()));
+      R"({{{}"role":"assistant","providerID":"{}","modelID":"{}",{}"time":{{"created":{}}},)"
+      R"("cost":{},"tokens":{}}})",
+      ids, r.providerID, r.model, path, r.createdMs, cost, tokensJson(r.steps.back()));
 }
 
 std::string stepJson(const Step& s) {
@@ -90,26 +93,28 @@ const Step kReasoningApart{300, 100, 40, 0, 0, 440, 0.03, 140};
 // Older builds: reasoning inside the output, the total without it.
 const Step kReasoningInside{300, 100, 40, 0, 0, 400, 0.03, 100};
 
-const Reply kSonnet{"msg_a1", "ses_a", "anthropic", "claude-sonnet-4-5", kBase, {kStep1, kStep2}};
-const Reply kGpt{"msg_a2", "ses_a", "openai", "gpt-5", kBase + 1000, {kReasoningApart}};
-const Reply kGptOld{"msg_a3", "ses_a", "openai", "gpt-5", kBase + 2000, {kReasoningInside}};
+// A reply of `model` created `seconds` after kBase.
+Reply reply(const char* id, const char* session, const char* provider, const char* model,
+            int seconds, std::vector<Step> steps, bool viaMessage = false) {
+  return {id, session, provider, model, kBase + seconds * 1000, std::move(steps), viaMessage};
+}
+const Reply kSonnet =
+    reply("msg_a1", "ses_a", "anthropic", "claude-sonnet-4-5", 0, {kStep1, kStep2});
+const Reply kGpt = reply("msg_a2", "ses_a", "openai", "gpt-5", 1, {kReasoningApart});
+const Reply kGptOld = reply("msg_a3", "ses_a", "openai", "gpt-5", 2, {kReasoningInside});
 // No list price: priced from the tool's own cost.
-const Reply kPickle{"msg_a4",     "ses_a",      "opencode",
-                    "big-pickle", kBase + 3000, {{10, 5, 0, 0, 0, 15, 0.004, 5}}};
-const Reply kNoParts{"msg_a5",     "ses_a",
-                     "anthropic",  "claude-sonnet-4-5",
-                     kBase + 4000, {{7, 3, 0, 0, 0, 10, 0.001, 3}},
-                     true};
+const Reply kPickle =
+    reply("msg_a4", "ses_a", "opencode", "big-pickle", 3, {{10, 5, 0, 0, 0, 15, 0.004, 5}});
+const Reply kNoParts = reply("msg_a5", "ses_b", "anthropic", "claude-sonnet-4-5", 4,
+                             {{7, 3, 0, 0, 0, 10, 0.001, 3}}, true);
 // Only in the old JSON files.
-const Reply kJsonOnly{"msg_j1",     "ses_old",
-                      "anthropic",  "claude-sonnet-4-5",
-                      kBase + 5000, {{20, 10, 0, 100, 0, 130, 0.002, 10}}};
-const Reply kKilo{"msg_k1",     "ses_k",
-                  "anthropic",  "claude-sonnet-4-5",
-                  kBase + 6000, {{40, 8, 0, 0, 50, 98, 0.002, 8}}};
+const Reply kJsonOnly = reply("msg_j1", "ses_old", "anthropic", "claude-sonnet-4-5", 5,
+                              {{20, 10, 0, 100, 0, 130, 0.002, 10}});
+const Reply kKilo = reply("msg_k1", "ses_k", "anthropic", "claude-sonnet-4-5", 6,
+                          {{40, 8, 0, 0, 50, 98, 0.002, 8}});
 // Written one step at a time while the passes go on.
-const Reply kGrowing{
-    "msg_a6", "ses_a", "anthropic", "claude-sonnet-4-5", kBase + 7000, {kStep1, kStep2, kStep1}};
+const Reply kGrowing =
+    reply("msg_a6", "ses_a", "anthropic", "claude-sonnet-4-5", 7, {kStep1, kStep2, kStep1});
 
 ModelPrice price(double input, double output, double read, double write) {
   return {input, output, read, write, write * 1.6, std::nullopt, "test", "2026-11-01"};
@@ -173,7 +178,7 @@ class OpenCodeHomeTest : public testing::TempDirTest {
   // Everything but the growing reply's later steps, every copy and trap included; returns the
   // count of what it holds.
   Count writeHome(testing::OpenCodeStoreWriter& db, testing::OpenCodeStoreWriter& kilo) {
-    db.session("ses_a", "/w/ses_a");
+    db.session("ses_b", "/w/b-folder");
     for (const Reply& r : {kSonnet, kGpt, kGptOld, kPickle, kNoParts}) store(db, r, r.createdMs);
     db.message("msg_u1", "ses_a", kBase, R"({"role":"user","time":{"created":1795600800000}})");
     // A reply that has not finished its first step: nothing to count yet.
@@ -251,10 +256,10 @@ TEST_F(OpenCodeHomeTest, CountsEveryReplyOnceWithItsStepsWhileTheToolWrites) {
   EXPECT_EQ(std::tuple(third.filesRead, third.totalNewEvents()), std::tuple(1u, 0));
   expectCount(count);
 
-  // The sessions and folders of the replies: the message's working folder.
+  // The replies' folders: the message's working folder, else its session's folder.
   testing::RawDatabase raw{dir() / "usage.db"};
   EXPECT_THAT(raw.rows("SELECT DISTINCT project FROM sessions ORDER BY project"),
-              ::testing::ElementsAre("/w/ses_a", "/w/ses_k", "/w/ses_old"));
+              ::testing::ElementsAre("/w/b-folder", "/w/ses_a", "/w/ses_k", "/w/ses_old"));
 }
 
 // Passes killed at random commits while the tool writes between them, then one left to finish:
@@ -321,44 +326,23 @@ TEST_F(OpenCodeHomeTest, ReadsADatabaseInAFolderItCannotWrite) {
 TEST_F(OpenCodeHomeTest, TheVariablesMoveTheDataAndTheDatabase) {
   const fs::path home = dir() / "home";
   const fs::path share = home / ".local/share";
-  const struct Row {
-    const char* name;
-    ToolVariables variables;
-    ProviderID tool;
-    fs::path databases, messages;
-  } rows[] = {
-      {"defaults",
-       {},
-       ProviderID::opencode,
-       share / "opencode",
-       share / "opencode/storage/message"},
-      {"an absolute XDG_DATA_HOME",
-       {{"XDG_DATA_HOME", "/x/data"}},
-       ProviderID::opencode,
-       "/x/data/opencode",
-       "/x/data/opencode/storage/message"},
-      {"a relative XDG_DATA_HOME is ignored",
-       {{"XDG_DATA_HOME", "data"}},
+  // Each row: the variables, the tool, its data folder and the folder of its databases.
+  const std::tuple<ToolVariables, ProviderID, fs::path, fs::path> rows[] = {
+      {{}, ProviderID::opencode, share / "opencode", share / "opencode"},
+      {{{"XDG_DATA_HOME", "/x"}}, ProviderID::opencode, "/x/opencode", "/x/opencode"},
+      {{{"XDG_DATA_HOME", "relative"}}, ProviderID::kilo, share / "kilo", share / "kilo"},
+      {{{"OPENCODE_DB", "/db/my.db"}}, ProviderID::opencode, share / "opencode", "/db"},
+      {{{"KILO_DB", "dbs/k.db"}, {"XDG_DATA_HOME", "/x"}},
        ProviderID::kilo,
-       share / "kilo",
-       share / "kilo/storage/message"},
-      {"an absolute OPENCODE_DB",
-       {{"OPENCODE_DB", "/db/my.db"}},
-       ProviderID::opencode,
-       "/db",
-       share / "opencode/storage/message"},
-      {"a relative KILO_DB lies in the data folder",
-       {{"KILO_DB", "dbs/k.db"}, {"XDG_DATA_HOME", "/x"}},
-       ProviderID::kilo,
-       "/x/kilo/dbs",
-       "/x/kilo/storage/message"},
+       "/x/kilo",
+       "/x/kilo/dbs"},
   };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    const ToolPlaces places = ToolLocations::resolve(home, row.variables).places(row.tool);
-    ASSERT_EQ(places.logFolders.size(), 2u);
-    EXPECT_EQ(places.logFolders[0], (LogFolder{row.databases, row.tool, {".db"}, 0}));
-    EXPECT_EQ(places.logFolders[1], (LogFolder{row.messages, row.tool, {".json"}, 1}));
+  for (const auto& [variables, tool, data, databases] : rows) {
+    const ToolPlaces places = ToolLocations::resolve(home, variables).places(tool);
+    EXPECT_EQ(places.logFolders,
+              (std::vector<LogFolder>{{databases, tool, {".db"}, 0},
+                                      {data / "storage/message", tool, {".json"}, 1}}))
+        << databases;
   }
 
   // Present once the data folder exists; with OPENCODE_DB, its database also counts.
