@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <regex>
@@ -76,19 +77,24 @@ TEST_F(HomeGeneratorTest, AFirstSyncCountsEveryReplyOnceWithItsTokens) {
   EXPECT_EQ(brimlog({"sync", "--offline"}).at("ingest").at("filesRead").get<int>(), 0);
 }
 
-// Each newer tool's writer, on a small home of that tool alone: a first sync counts its replies
-// and tokens, copies and repeats once.
+// Each newer tool's home, alone: a first sync counts the replies and tokens its writer reports,
+// and a second one reads nothing.
 TEST_F(HomeGeneratorTest, EachToolsHomeIsCountedAsItsWriterSays) {
-  const std::string rows[] = {"opencode", "kilo"};
-  for (const std::string& tool : rows) {
+  const std::pair<const char*, uint64_t> rows[] = {
+      {"gemini", 3'000'000},
+      {"opencode", 600'000},
+      {"kilo", 600'000},
+  };
+  for (const auto& [tool, bytes] : rows) {
     SCOPED_TRACE(tool);
     fs::remove_all(dir() / "home");
     fs::remove(dir() / "usage.db");
-    ToolTotals expected;
-    for (const ToolHomeWriterEntry& entry : toolHomeWriters()) {
-      if (entry.tool == tool) expected = entry.write(dir() / "home", 600'000, 9, 20'513);
-    }
+    const auto writer =
+        std::ranges::find(toolHomeWriters(), std::string_view{tool}, &ToolHomeWriterEntry::tool);
+    ASSERT_NE(writer, toolHomeWriters().end());
+    const ToolTotals expected = writer->write(dir() / "home", bytes, 9, 20'513);  // to 2026-03-01
     ASSERT_GT(expected.replies, 0);
+
     const Json sync = brimlog({"sync", "--offline"}).at("ingest");
     EXPECT_TRUE(sync.at("skipped").empty()) << sync.at("skipped");
     EXPECT_EQ(sync.at("newEvents").at(tool).get<int64_t>(), expected.replies);
@@ -100,6 +106,7 @@ TEST_F(HomeGeneratorTest, EachToolsHomeIsCountedAsItsWriterSays) {
       }
     }
     EXPECT_EQ(stored, expected.tokens);
+    EXPECT_EQ(brimlog({"sync", "--offline"}).at("ingest").at("filesRead").get<int>(), 0);
   }
 }
 

@@ -21,12 +21,6 @@ struct ToolHomeWriterEntry {
   ToolHomeWriter write;
 };
 
-/// OpenCode's and Kilo's homes: one database each (OpenCodeHomeWriter.cpp).
-ToolTotals writeOpenCodeHome(const std::filesystem::path& home, uint64_t bytes, uint64_t seed,
-                             int64_t endDay);
-ToolTotals writeKiloHome(const std::filesystem::path& home, uint64_t bytes, uint64_t seed,
-                         int64_t endDay);
-
 /// The writers of the tools whose homes `brimlog_home_gen --tool` can write besides Claude's.
 std::span<const ToolHomeWriterEntry> toolHomeWriters();
 

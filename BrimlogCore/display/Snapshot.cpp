@@ -43,13 +43,45 @@ Snapshot makePlaceholder() {
        5'200'000,
        6.8,
        true},
+      {ProviderID::gemini,
+       std::nullopt,
+       {},
+       std::nullopt,
+       ProviderStatus::unavailable,
+       9'100'000,
+       18.4,
+       false},
+      {ProviderID::opencode,
+       std::nullopt,
+       {},
+       std::nullopt,
+       ProviderStatus::unavailable,
+       6'000'000,
+       12.3,
+       false},
+      {ProviderID::kilo,
+       std::nullopt,
+       {},
+       std::nullopt,
+       ProviderStatus::unavailable,
+       1'400'000,
+       3.1,
+       true},
+      {ProviderID::qwen,
+       std::nullopt,
+       {},
+       std::nullopt,
+       ProviderStatus::unavailable,
+       2'300'000,
+       2.75,
+       false},
   };
   for (size_t i = 0; i < Snapshot::seriesLength; ++i) {
     const double value = (0.35 + 0.65 * std::fabs(std::sin(0.9 * static_cast<double>(i)))) * 10.0;
     snapshot.dailyCost30.push_back(std::round(value * 100.0) / 100.0);
   }
   snapshot.costTodayUSD = snapshot.dailyCost30.back();
-  snapshot.cost30dUSD = 292.6;
+  snapshot.cost30dUSD = 329.15;
   return snapshot;
 }
 

@@ -83,7 +83,7 @@ struct Snapshot {
                        const std::map<ProviderID, ProviderLimits>& limits,
                        std::span<const ProviderID> order, Date now, const Calendar& calendar);
 
-  /// A fixed sample for previews: Claude, Codex and Grok at 2026-10-29T12:00:00Z, with a daily
+  /// A fixed sample for previews: every tool read here, at 2026-10-29T12:00:00Z, with a daily
   /// series that begins 3.5, 8.59, 9.83 and ends 8.85. Built once, on first use.
   static const Snapshot& placeholder();
 

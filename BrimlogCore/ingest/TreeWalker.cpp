@@ -45,7 +45,7 @@ void TreeWalker::walk(const LogFolder& folder, std::vector<FoundFile>& files,
     }
     return;
   }
-  std::vector<std::string> subfolders = first.list(root.get(), rootPath);
+  std::vector<std::string> subfolders = first.list(root.get(), rootPath, 0);
   if (folder.depth == 0) subfolders.clear();
 
   // A warm pass is mostly this walk, and mostly system calls: two threads share the top folders
@@ -85,14 +85,19 @@ bool TreeWalker::named(std::string_view name) const {
   });
 }
 
+bool TreeWalker::holdsLogs(int level) const {
+  return folder_.within.empty() || level >= folder_.withinLevel;
+}
+
 void TreeWalker::walkFolder(int dirFD, const std::string& dirPath, int level) {
-  std::vector<std::string> subfolders = list(dirFD, dirPath);
+  std::vector<std::string> subfolders = list(dirFD, dirPath, level);
   if (folder_.depth >= 0 && level >= folder_.depth) return;
   for (const std::string& name : subfolders) descend(dirFD, dirPath, name, level + 1);
 }
 
 void TreeWalker::descend(int dirFD, const std::string& dirPath, const std::string& name,
                          int level) {
+  if (!folder_.within.empty() && level == folder_.withinLevel && name != folder_.within) return;
   const FileDescriptor sub{
       ::openat(dirFD, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)};
   if (sub) {
@@ -102,9 +107,10 @@ void TreeWalker::descend(int dirFD, const std::string& dirPath, const std::strin
   }
 }
 
-// Records the folder's log files and returns its subfolders.
-std::vector<std::string> TreeWalker::list(int dirFD, const std::string& dirPath) {
+// Records the log files of the folder `level` folders below the root and returns its subfolders.
+std::vector<std::string> TreeWalker::list(int dirFD, const std::string& dirPath, int level) {
   std::vector<std::string> subfolders;
+  const bool logsHere = holdsLogs(level);
   // The listing is read with getdents64 into one buffer: no DIR stream, whose set-up costs three
   // more system calls per folder, and folders are most of what a warm pass visits.
   for (;;) {
@@ -123,7 +129,7 @@ std::vector<std::string> TreeWalker::list(int dirFD, const std::string& dirPath)
         continue;
       }
       if (typed && entry->d_type != DT_REG) continue;  // links, sockets and the like
-      const bool log = named(name);
+      const bool log = logsHere && named(name);
       if (typed && !log) continue;
       struct stat status {};
       if (::fstatat(dirFD, entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) continue;

@@ -20,6 +20,13 @@ struct LogFolder {
   /// How many folders deep log files lie at most: 0 for the root's own files only; -1 for any
   /// depth.
   int depth = -1;
+  /// When set, log files lie only in the folder of this name found `withinLevel` folders below
+  /// the root (1: among the root's own subfolders), and in the folders under it: a tool that keeps
+  /// its logs in one folder of each project, beside files of the same endings that are not logs
+  /// (caches, checkpoints), names it here. The other folders at that level are not entered, and
+  /// no file above it is a log.
+  std::string within{};
+  int withinLevel = 1;
 
   bool operator==(const LogFolder&) const = default;
 };
@@ -66,7 +73,8 @@ class TreeWalker {
   void walkFolder(int dirFD, const std::string& dirPath, int level);
   void descend(int dirFD, const std::string& dirPath, const std::string& name, int level);
   bool named(std::string_view name) const;
-  std::vector<std::string> list(int dirFD, const std::string& dirPath);
+  bool holdsLogs(int level) const;
+  std::vector<std::string> list(int dirFD, const std::string& dirPath, int level);
 
   const LogFolder& folder_;
   std::vector<FoundFile>& files_;

@@ -40,7 +40,7 @@ inline constexpr std::array<ProviderTraits, 8> kProviderTraits = {{
     {"codex", "Codex", "openai", Color::primaryText(), true, true},
     {"grok", "Grok", "grok", Color::secondaryText(), false, true},
     // The tools below keep no limits a service would tell us.
-    {"gemini", "Gemini", "gemini", Color::srgb(66 / 255.0, 133 / 255.0, 244 / 255.0), false, false},
+    {"gemini", "Gemini", "gemini", Color::srgb(66 / 255.0, 133 / 255.0, 244 / 255.0), false, true},
     {"opencode", "OpenCode", "opencode", Color::srgb(32 / 255.0, 160 / 255.0, 150 / 255.0), false,
      true},
     {"kilo", "Kilo", "kilo", Color::srgb(214 / 255.0, 168 / 255.0, 0), false, true},
@@ -72,7 +72,7 @@ class ProviderID {
   static std::optional<ProviderID> fromRawValue(std::string_view rawValue);
   /// The same among `readableCases` alone: the tools a user may name.
   static std::optional<ProviderID> readableNamed(std::string_view rawValue);
-  /// The raw values a user may name, as a sentence gives them: "claude, codex or grok".
+  /// The raw values a user may name, as a sentence gives them: "claude, codex, grok or gemini".
   static std::string readableChoices();
 
   /// Every tool, stored data included.

@@ -54,11 +54,15 @@ void LogWatcher::watchTree(const fs::path& folder, int depth) {
   }
 }
 
-void LogWatcher::watchRoots() {
+bool LogWatcher::watchRoots() {
+  bool appeared = false;
   for (const LogFolder& folder : roots_) {
     const fs::path& root = folder.root;
     std::error_code error;
     if (fs::is_directory(root, error)) {
+      // A root made with its first log at once (a tool's first session makes its whole folder
+      // chain in one go) already holds files no watch saw being written.
+      appeared = appeared || watched_.count(root.string()) == 0;
       watchTree(root, folder.depth);
       continue;
     }
@@ -71,6 +75,7 @@ void LogWatcher::watchRoots() {
       if (parent == parent.root_path()) break;
     }
   }
+  return appeared;
 }
 
 std::optional<int> LogWatcher::depthBelow(const fs::path& path) const {
@@ -125,7 +130,7 @@ bool LogWatcher::drain() {
       }
     }
   }
-  if (rescan) watchRoots();
+  if (rescan && watchRoots()) changed = true;
   return changed;
 }
 

@@ -38,7 +38,8 @@ class LogWatcher {
   size_t watchCount() const { return watches_.size(); }
 
  private:
-  void watchRoots();
+  /// Watches the roots that exist; whether one of them was not watched before.
+  bool watchRoots();
   void watchTree(const std::filesystem::path& folder, int depth);
   bool add(const std::filesystem::path& folder, uint32_t mask);
   /// The depth left below `path` when it lies under a root: -1 for any, 0 for none; nothing

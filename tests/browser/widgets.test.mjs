@@ -151,7 +151,7 @@ async function main() {
   const samples = {
     'app.brimlog.small?provider=codex': ['Codex', 'Weekly'],
     'app.brimlog.medium': ['Grok · no live limits'],
-    'app.brimlog.large': ['Today $8.85 · 30 days $292.60 (API estimate)'],
+    'app.brimlog.large': ['Today $8.85 · 30 days $329.15 (API estimate)'],
   };
   for (const preview of [false, true]) {
     const query = preview ? 'preview=1' : '';

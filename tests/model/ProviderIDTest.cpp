@@ -25,7 +25,7 @@ TEST(ProviderIDTest, UsersMayNameOnlyTheToolsBrimlogReads) {
         << id.rawValue();
   }
   EXPECT_FALSE(ProviderID::readableNamed("cursor"));
-  EXPECT_EQ(ProviderID::readableChoices(), "claude, codex, grok, opencode or kilo");
+  EXPECT_EQ(ProviderID::readableChoices(), "claude, codex, grok, gemini, opencode or kilo");
 }
 
 TEST(ProviderIDTest, EveryToolHasASingleColourLogo) {

@@ -86,7 +86,8 @@ TEST_F(WidgetServerTest, AnswersEveryWidgetAndRefusesWhatItCannotShow) {
        at = gallery->body.find("class=\"widget ", at + 1)) {
     ++widgets;
   }
-  EXPECT_EQ(widgets, 7u);  // the small one per tool read here (5), the medium and the large
+  // The small one per tool read here, the medium and the large.
+  EXPECT_EQ(widgets, ProviderID::readableCases.size() + 2);
   EXPECT_THAT(gallery->get_header_value("Content-Security-Policy"),
               HasSubstr("default-src 'none'"));
 
@@ -103,9 +104,9 @@ TEST_F(WidgetServerTest, AnswersEveryWidgetAndRefusesWhatItCannotShow) {
   EXPECT_THAT(small->body, Not(HasSubstr("class=\"bare\"")));
   EXPECT_THAT(gallery->body, HasSubstr("href=\"/widgets/app.brimlog.large?bare=1\""));
 
-  const auto unknownProvider = http.Get("/widgets/app.brimlog.small?provider=gemini");
+  const auto unknownProvider = http.Get("/widgets/app.brimlog.small?provider=cursor");
   ASSERT_TRUE(unknownProvider);
-  EXPECT_THAT(unknownProvider->body, HasSubstr("Unknown provider \"gemini\""));
+  EXPECT_THAT(unknownProvider->body, HasSubstr("Unknown provider \"cursor\""));
 
   const auto unknownKind = http.Get("/widgets/app.brimlog.huge");
   ASSERT_TRUE(unknownKind);

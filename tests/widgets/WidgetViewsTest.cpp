@@ -42,7 +42,8 @@ const View* withRole(const View& tree, std::string_view role) {
 TEST(WidgetViewsTest, ASmallTileSaysWhyItShowsNoWindowAndHowOldItIs) {
   const Snapshot& sample = Snapshot::placeholder();  // Grok: unavailable, no windows, $6.80
   Snapshot withoutGrok = sample;
-  withoutGrok.providers.pop_back();
+  std::erase_if(withoutGrok.providers,
+                [](const Snapshot::Provider& p) { return p.id == ProviderID::grok; });
   const auto texts = [](const Snapshot& snapshot, ProviderID provider) {
     return SmallWidgetView{entryOf(snapshot, provider)}.body().texts();
   };

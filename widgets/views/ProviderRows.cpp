@@ -23,7 +23,10 @@ View ProviderName::body() const {
 View NoLimitsRow::body() const {
   return HStack(VerticalAlignment::center, 4,
                 {
-                    Image(provider.id.logo()).frame(Frame::size(10, 10)),
+                    // The mark keeps the tool's accent, so the faint row is still its own.
+                    Image(provider.id.logo())
+                        .frame(Frame::size(10, 10))
+                        .foreground(provider.id.accent()),
                     Text(std::string(provider.id.displayName()) + " · " +
                          std::string(WidgetDisplay::noLimitsNote(provider.status)))
                         .font(11)

@@ -133,15 +133,29 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
   EXPECT_EQ(tokens(*followed, ProviderID::codex), 30);
   EXPECT_GE(tokens(*followed, ProviderID::claude), 6000);  // m3 may wait for its successor
 
+  // Gemini CLI's first session makes its whole folder chain at once, and nothing else is
+  // written: the watch finds the folder and reads what is already in it.
+  write("home/.gemini/tmp/p/chats/session-1.jsonl",
+        R"({"sessionId":"g1","projectHash":"h","startTime":"2026-11-20T09:00:00Z"})"
+        "\n"
+        R"({"id":"r1","timestamp":")" +
+            today(5) +
+            R"(","type":"gemini","model":"gemini-2.5-pro","tokens":{"input":700,"output":300}})"
+            "\n");
+  const std::optional<Snapshot> gemini =
+      awaitSnapshot([](const Snapshot& s) { return tokens(s, ProviderID::gemini) == 1000; });
+  ASSERT_TRUE(gemini);
+  EXPECT_EQ(tokens(*gemini, ProviderID::gemini), 1000);
+
   // The widgets' refresh button: a pass and a new snapshot at once.
   std::this_thread::sleep_for(std::chrono::milliseconds(1100));  // a later whole second
   const testing::RunningProgram::Result asked = refresh();
   EXPECT_EQ(asked.exitStatus, 0) << asked.output;
   EXPECT_THAT(asked.output, HasSubstr("Asked the Brimlog daemon to refresh"));
   const std::optional<Snapshot> refreshed =
-      awaitSnapshot([&](const Snapshot& s) { return s.generatedAt > followed->generatedAt; });
+      awaitSnapshot([&](const Snapshot& s) { return s.generatedAt > gemini->generatedAt; });
   ASSERT_TRUE(refreshed);
-  EXPECT_GT(refreshed->generatedAt, followed->generatedAt);
+  EXPECT_GT(refreshed->generatedAt, gemini->generatedAt);
 
   // A second daemon on the same database gives way at once, naming the first.
   const testing::RunningProgram::Result second = start()->finish(std::chrono::seconds(30));
