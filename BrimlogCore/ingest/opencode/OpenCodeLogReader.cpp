@@ -45,8 +45,10 @@ struct DatabaseState {
   static DatabaseState of(const std::string& path, const struct stat& status) {
     DatabaseState state{static_cast<uint64_t>(status.st_ino), status.st_size,
                         nanoseconds(status.st_mtim)};
+    // An empty WAL holds nothing, and SQLite makes one when a database without it is opened,
+    // ours included: it counts as none, or every read would call for another.
     struct stat wal {};
-    if (::stat((path + "-wal").c_str(), &wal) == 0) {
+    if (::stat((path + "-wal").c_str(), &wal) == 0 && wal.st_size > 0) {
       state.walSize = wal.st_size;
       state.walMtime = nanoseconds(wal.st_mtim);
       state.walInode = static_cast<int64_t>(wal.st_ino);
