@@ -80,7 +80,12 @@ TEST_F(HomeGeneratorTest, AFirstSyncCountsEveryReplyOnceWithItsTokens) {
 // Each newer tool's home, read by a real sync: every reply its writer made counts once, with its
 // tokens, through the copies and repeats the tool leaves; a second sync reads nothing.
 TEST_F(HomeGeneratorTest, EachToolsHomeIsCountedAsItsWriterSays) {
-  const std::pair<std::string_view, uint64_t> rows[] = {{"gemini", 3'000'000}, {"qwen", 3'000'000}};
+  const std::pair<std::string_view, uint64_t> rows[] = {
+      {"gemini", 3'000'000},
+      {"opencode", 600'000},
+      {"kilo", 600'000},
+      {"qwen", 3'000'000},
+  };
   for (const auto& [tool, bytes] : rows) {
     SCOPED_TRACE(tool);
     const auto writer = std::ranges::find(toolHomeWriters(), tool, &ToolHomeWriterEntry::tool);

@@ -62,10 +62,10 @@ std::vector<LogFolder> ToolLocations::logFolders() const {
   return folders;
 }
 
-std::vector<fs::path> ToolLocations::possibleLogRoots() const {
-  std::vector<fs::path> roots;
+std::vector<LogFolder> ToolLocations::possibleLogRoots() const {
+  std::vector<LogFolder> roots;
   for (const ToolPlaces& places : places_) {
-    for (const LogFolder& folder : places.logFolders) roots.push_back(folder.root);
+    roots.insert(roots.end(), places.logFolders.begin(), places.logFolders.end());
   }
   return roots;
 }

@@ -41,8 +41,9 @@ class ToolLocations {
   /// from ~/.claude to ~/.config/claude) is read under the first.
   std::vector<LogFolder> logFolders() const;
 
-  /// Every folder logs may appear in, whether or not it exists yet: what a watch waits on.
-  std::vector<std::filesystem::path> possibleLogRoots() const;
+  /// Every folder logs may appear in, whether or not it exists yet, with how deep they lie in it:
+  /// what a watch waits on.
+  std::vector<LogFolder> possibleLogRoots() const;
 
   /// Whether the tool is installed: one of its marks exists. A path that cannot be examined
   /// counts as absent; nothing inside is looked at.

@@ -42,8 +42,8 @@ inline constexpr std::array<ProviderTraits, 8> kProviderTraits = {{
     // The tools below keep no limits a service would tell us.
     {"gemini", "Gemini", "gemini", Color::srgb(66 / 255.0, 133 / 255.0, 244 / 255.0), false, true},
     {"opencode", "OpenCode", "opencode", Color::srgb(32 / 255.0, 160 / 255.0, 150 / 255.0), false,
-     false},
-    {"kilo", "Kilo", "kilo", Color::srgb(214 / 255.0, 168 / 255.0, 0), false, false},
+     true},
+    {"kilo", "Kilo", "kilo", Color::srgb(214 / 255.0, 168 / 255.0, 0), false, true},
     {"qwen", "Qwen", "qwen", Color::srgb(110 / 255.0, 90 / 255.0, 236 / 255.0), false, true},
     // Cursor keeps its usage in a database of its desktop program, which Brimlog does not read.
     {"cursor", "Cursor", "cursor", Color::secondaryText(), false, false},

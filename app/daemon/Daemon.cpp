@@ -320,7 +320,7 @@ int Daemon::run() {
       say("no desktop notifications: {}", why);
     }
   }
-  const std::vector<std::filesystem::path> roots = settings_.tools.possibleLogRoots();
+  const std::vector<LogFolder> roots = settings_.tools.possibleLogRoots();
   LogWatcher watcher{roots};
 
   say("started: database {}, snapshot in {}, {} log folders ({} watched), a pass every {:g} s{}",

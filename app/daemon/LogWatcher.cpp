@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 #include <sys/inotify.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <system_error>
 
 namespace brimlog {
@@ -18,7 +20,7 @@ constexpr uint32_t kTreeEvents =
 constexpr uint32_t kParentEvents = IN_CREATE | IN_MOVED_TO;
 }  // namespace
 
-LogWatcher::LogWatcher(std::vector<fs::path> roots)
+LogWatcher::LogWatcher(std::vector<LogFolder> roots)
     : fd_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)), roots_(std::move(roots)) {
   if (!fd_) throw std::system_error(errno, std::generic_category(), "Cannot start inotify");
   watchRoots();
@@ -41,21 +43,25 @@ bool LogWatcher::add(const fs::path& folder, uint32_t mask) {
   return true;
 }
 
-void LogWatcher::watchTree(const fs::path& folder) {
-  if (!add(folder, kTreeEvents)) return;
+// `depth`: how many levels of folders below this one hold logs (-1: any number).
+void LogWatcher::watchTree(const fs::path& folder, int depth) {
+  if (!add(folder, kTreeEvents) || depth == 0) return;
   std::error_code error;
   for (fs::directory_iterator it{folder, error}, end; !error && it != end; it.increment(error)) {
-    if (it->is_directory(error) && !it->is_symlink(error)) watchTree(it->path());
+    if (it->is_directory(error) && !it->is_symlink(error)) {
+      watchTree(it->path(), depth < 0 ? depth : depth - 1);
+    }
   }
 }
 
 bool LogWatcher::watchRoots() {
   bool appeared = false;
-  for (const fs::path& root : roots_) {
+  for (const LogFolder& folder : roots_) {
+    const fs::path& root = folder.root;
     std::error_code error;
     if (fs::is_directory(root, error)) {
       const bool known = watched_.count(root.string()) != 0;
-      watchTree(root);
+      watchTree(root, folder.depth);
       appeared = appeared || (!known && watched_.count(root.string()) != 0);
       continue;
     }
@@ -71,13 +77,20 @@ bool LogWatcher::watchRoots() {
   return appeared;
 }
 
-bool LogWatcher::underRoot(const fs::path& path) const {
-  for (const fs::path& root : roots_) {
+std::optional<int> LogWatcher::depthBelow(const fs::path& path) const {
+  std::optional<int> deepest;
+  for (const LogFolder& folder : roots_) {
     const auto [rootEnd, pathEnd] =
-        std::mismatch(root.begin(), root.end(), path.begin(), path.end());
-    if (rootEnd == root.end()) return true;
+        std::mismatch(folder.root.begin(), folder.root.end(), path.begin(), path.end());
+    if (rootEnd != folder.root.end()) continue;
+    int depth = folder.depth;
+    if (depth >= 0) {
+      depth -= static_cast<int>(std::distance(pathEnd, path.end()));
+      if (depth < 0) continue;  // below the logs' depth: not a log folder of this root
+    }
+    if (!deepest || depth < 0 || (*deepest >= 0 && depth > *deepest)) deepest = depth;
   }
-  return false;
+  return deepest;
 }
 
 bool LogWatcher::drain() {
@@ -103,14 +116,16 @@ bool LogWatcher::drain() {
         continue;
       }
       const fs::path path = event->len ? folder->second / event->name : folder->second;
-      if (!underRoot(path)) {
+      const std::optional<int> depth =
+          depthBelow(event->mask & IN_ISDIR ? path : path.parent_path());
+      if (!depth) {
         rescan = true;  // something appeared on the way to a root
         continue;
       }
       changed = true;
       if ((event->mask & IN_ISDIR) && (event->mask & (IN_CREATE | IN_MOVED_TO))) {
         // A new folder may already hold files written before its watch was in place.
-        watchTree(path);
+        watchTree(path, *depth);
       }
     }
   }

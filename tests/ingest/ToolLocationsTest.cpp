@@ -53,7 +53,7 @@ TEST_F(ToolLocationsTest, AFolderReachedByTwoNamesIsReadOnce) {
       ToolLocations::resolve(home(), {{"CLAUDE_CONFIG_DIR", (dir() / "x").string()}});
   EXPECT_TRUE(roots(elsewhere, ProviderID::claude).empty());
   EXPECT_FALSE(elsewhere.isPresent(ProviderID::claude));
-  EXPECT_EQ(elsewhere.possibleLogRoots().front(), dir() / "x/projects");
+  EXPECT_EQ(elsewhere.possibleLogRoots().front().root, dir() / "x/projects");
 }
 
 TEST_F(ToolLocationsTest, PresenceFollowsWhatExistsWhereTheVariablesSay) {

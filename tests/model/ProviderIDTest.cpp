@@ -25,7 +25,7 @@ TEST(ProviderIDTest, UsersMayNameOnlyTheToolsBrimlogReads) {
         << id.rawValue();
   }
   EXPECT_FALSE(ProviderID::readableNamed("cursor"));
-  EXPECT_EQ(ProviderID::readableChoices(), "claude, codex, grok, gemini or qwen");
+  EXPECT_EQ(ProviderID::readableChoices(), "claude, codex, grok, gemini, opencode, kilo or qwen");
 }
 
 TEST(ProviderIDTest, EveryToolHasASingleColourLogo) {

@@ -77,7 +77,7 @@ TEST_F(ErrorStyleTest, EveryMistakeIsOneLineWithTheDocumentedStatus) {
       {"no such day", brimlog, {"report", "--until", "2026-02-30"}, 1, R"(brimlog: --until: "2026-02-30" is not a day; write it as YYYY-MM-DD, such as 2026-11-24)"},
       {"days the wrong way round", brimlog, {"report", "--since", "2026-11-20", "--until", "2026-11-01"}, 1, "brimlog: --until 2026-11-01 comes before --since 2026-11-20; give the first day first"},
       {"since after today", brimlog, {"report", "--since", "2026-11-21", "--now", "2026-11-20T12:00:00Z"}, 1, "brimlog: --since 2026-11-21 comes after today, 2026-11-20; give a day up to it"},
-      {"a tool not read here", brimlog, {"report", "--tool", "cursor"}, 1, R"(brimlog: --tool: "cursor" is not a tool Brimlog reads; choose claude, codex, grok, gemini or qwen)"},
+      {"a tool not read here", brimlog, {"report", "--tool", "cursor"}, 1, R"(brimlog: --tool: "cursor" is not a tool Brimlog reads; choose claude, codex, grok, gemini, opencode, kilo or qwen)"},
       {"watch not a number", brimlog, {"status", "--watch", "soon"}, 1, R"(brimlog: --watch: "soon" is not a number of seconds; give 1 to 86400)"},
       {"unknown line format", brimlog, {"line", "--format", "i3"}, 1, R"(brimlog: --format: "i3" is not a line format; choose plain, *waybar or polybar)"},
       // brimlog's settings.

@@ -1,0 +1,359 @@
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <numeric>
+
+#include "ingest/ToolLocations.hpp"
+#include "ingest/UsageIngestor.hpp"
+#include "ingest/opencode/OpenCodeStoreWriter.hpp"
+#include "platform/Calendar.hpp"
+#include "store/PriceTable.hpp"
+#include "store/UsageStore.hpp"
+#include "store/UsageSummary.hpp"
+#include "support/FilePermissions.hpp"
+#include "support/KilledPasses.hpp"
+#include "support/RawDatabase.hpp"
+#include "support/TempDir.hpp"
+#include "sync/StoreIngestSink.hpp"
+
+namespace brimlog {
+namespace {
+
+namespace fs = std::filesystem;
+
+// One model call as the tool stores it, and the output a provider billed for it (written out by
+// hand: reasoning is inside `output` when `total` is the sum of the four counts, else on top).
+struct Step {
+  int64_t input, output, reasoning, read, write, total;
+  double cost;
+  int64_t billedOutput;
+};
+
+// A reply: one assistant message and its steps. `viaMessage` stores the counts on the message
+// alone (a build before step parts).
+struct Reply {
+  std::string id, session, providerID, model;
+  int64_t createdMs;
+  std::vector<Step> steps;
+  bool viaMessage = false;
+};
+
+constexpr int64_t kBase = 1'795'600'800'000;  // 2026-11-20T09:20:00Z
+
+std::string tokensJson(const Step& s) {
+  return fmt::format(
+      R"({{"total":{},"input":{},"output":{},"reasoning":{},"cache":{{"read":{},"write":{}}}}})",
+      s.total, s.input, s.output, s.reasoning, s.read, s.write);
+}
+
+// The message's data: its own tokens are its last step's, its cost the sum of its steps'.
+std::string messageJson(const Reply& r, double cost, bool withIDs) {
+  const std::string ids =
+      withIDs ? fmt::format(R"("id":"{}","sessionID":"{}",)", r.id, r.session) : "";
+  // Older builds' messages (those with no step parts here) name no working folder.
+  const std::string path =
+      r.viaMessage ? "" : fmt::format(R"("path":{{"cwd":"/w/{}"}},)", r.session);
+  return fmt::format(
+      R"({{{}"role":"assistant","providerID":"{}","modelID":"{}",{}"time":{{"created":{}}},)"
+      R"("cost":{},"tokens":{}}})",
+      ids, r.providerID, r.model, path, r.createdMs, cost, tokensJson(r.steps.back()));
+}
+
+std::string stepJson(const Step& s) {
+  return fmt::format(R"({{"type":"step-finish","reason":"stop","cost":{},"tokens":{}}})", s.cost,
+                     tokensJson(s));
+}
+
+double stepsCost(const Reply& r) {
+  return std::accumulate(r.steps.begin(), r.steps.end(), 0.0,
+                         [](double sum, const Step& s) { return sum + s.cost; });
+}
+
+// `copyID`/`copySession`: a fork's copy, with `cost` the copy's (Kilo zeroes it).
+void store(testing::OpenCodeStoreWriter& db, const Reply& r, int64_t updated,
+           std::optional<double> cost = std::nullopt, const std::string& copyID = "",
+           const std::string& copySession = "") {
+  const std::string id = copyID.empty() ? r.id : copyID;
+  const std::string session = copySession.empty() ? r.session : copySession;
+  db.message(id, session, updated, messageJson(r, cost.value_or(stepsCost(r)), false));
+  if (r.viaMessage) return;
+  db.part(id + "_text", id, session, R"({"type":"text","text":"done"})");
+  for (size_t i = 0; i < r.steps.size(); ++i) {
+    db.part(fmt::format("{}_step{}", id, i), id, session, stepJson(r.steps[i]));
+  }
+}
+
+const Step kStep1{100, 20, 0, 1000, 200, 1320, 0.01, 20};
+const Step kStep2{50, 30, 0, 1200, 0, 1280, 0.02, 30};
+// Newer builds: output without reasoning, the total with it.
+const Step kReasoningApart{300, 100, 40, 0, 0, 440, 0.03, 140};
+// Older builds: reasoning inside the output, the total without it.
+const Step kReasoningInside{300, 100, 40, 0, 0, 400, 0.03, 100};
+
+// A reply of `model` created `seconds` after kBase.
+Reply reply(const char* id, const char* session, const char* provider, const char* model,
+            int seconds, std::vector<Step> steps, bool viaMessage = false) {
+  return {id, session, provider, model, kBase + seconds * 1000, std::move(steps), viaMessage};
+}
+const Reply kSonnet =
+    reply("msg_a1", "ses_a", "anthropic", "claude-sonnet-4-5", 0, {kStep1, kStep2});
+const Reply kGpt = reply("msg_a2", "ses_a", "openai", "gpt-5", 1, {kReasoningApart});
+const Reply kGptOld = reply("msg_a3", "ses_a", "openai", "gpt-5", 2, {kReasoningInside});
+// No list price: priced from the tool's own cost.
+const Reply kPickle =
+    reply("msg_a4", "ses_a", "opencode", "big-pickle", 3, {{10, 5, 0, 0, 0, 15, 0.004, 5}});
+const Reply kNoParts = reply("msg_a5", "ses_b", "anthropic", "claude-sonnet-4-5", 4,
+                             {{7, 3, 0, 0, 0, 10, 0.001, 3}}, true);
+// Only in the old JSON files.
+const Reply kJsonOnly = reply("msg_j1", "ses_old", "anthropic", "claude-sonnet-4-5", 5,
+                              {{20, 10, 0, 100, 0, 130, 0.002, 10}});
+const Reply kKilo = reply("msg_k1", "ses_k", "anthropic", "claude-sonnet-4-5", 6,
+                          {{40, 8, 0, 0, 50, 98, 0.002, 8}});
+// Written one step at a time while the passes go on.
+const Reply kGrowing =
+    reply("msg_a6", "ses_a", "anthropic", "claude-sonnet-4-5", 7, {kStep1, kStep2, kStep1});
+
+ModelPrice price(double input, double output, double read, double write) {
+  return {input, output, read, write, write * 1.6, std::nullopt, "test", "2026-11-01"};
+}
+const PriceTable kPrices{
+    {{"claude-sonnet-4-5", price(3, 15, 0.3, 3.75)}, {"gpt-5", price(1.25, 10, 0.125, 0)}}};
+
+// The test's own count: every distinct reply's steps, priced by hand.
+struct Count {
+  TokenCounts tokens;
+  double costUSD = 0;
+
+  // Steps [from, to) of a reply.
+  void add(const Reply& r, size_t from, size_t to) {
+    for (size_t i = from; i < to; ++i) {
+      const Step& s = r.steps[i];
+      tokens += {s.input, s.read, s.write, 0, s.billedOutput, s.reasoning};
+      const auto p = kPrices.models.find(r.model);
+      costUSD += p == kPrices.models.end()
+                     ? s.cost
+                     : (s.input * p->second.input + s.read * p->second.cacheRead +
+                        s.write * p->second.cacheWrite5m + s.billedOutput * p->second.output) /
+                           1e6;
+    }
+  }
+};
+
+class OpenCodeHomeTest : public testing::TempDirTest {
+ protected:
+  fs::path data() const { return dir() / ".local/share/opencode"; }
+  fs::path database() const { return data() / "opencode.db"; }
+  fs::path kiloDatabase() const { return dir() / ".local/share/kilo/kilo.db"; }
+
+  IngestResult pass(IngestOptions options = {}) {
+    UsageStore store{dir() / "usage.db", {.busyTimeout = 0.2}};
+    StoreIngestSink sink{store};
+    const ToolLocations tools = ToolLocations::resolve(dir(), {});
+    return UsageIngestor{sink, tools.logFolders(), std::move(options)}.run(now_);
+  }
+
+  void expectCount(const Count& count) {
+    UsageStore store{dir() / "usage.db"};
+    const UsageSummary summary = store.summary(30, now_, Calendar::utc(), kPrices);
+    EXPECT_EQ(summary.tokens, count.tokens);
+    EXPECT_NEAR(summary.totalCostUSD, count.costUSD, 1e-9);
+    EXPECT_FALSE(summary.hasUnknownPrices);
+  }
+
+  // The old JSON files of a reply: its message and its parts.
+  void storeAsJson(const Reply& r) {
+    write(fmt::format(".local/share/opencode/storage/message/{}/{}.json", r.session, r.id),
+          messageJson(r, stepsCost(r), true));
+    write(fmt::format(".local/share/opencode/storage/part/{}/prt_text.json", r.id),
+          R"({"type":"text","text":"step-finish is what it said"})");
+    for (size_t i = 0; i < r.steps.size(); ++i) {
+      write(fmt::format(".local/share/opencode/storage/part/{}/prt_{}.json", r.id, i),
+            stepJson(r.steps[i]));
+    }
+  }
+
+  // Everything but the growing reply's later steps, every copy and trap included; returns the
+  // count of what it holds.
+  Count writeHome(testing::OpenCodeStoreWriter& db, testing::OpenCodeStoreWriter& kilo) {
+    db.session("ses_b", "/w/b-folder");
+    for (const Reply& r : {kSonnet, kGpt, kGptOld, kPickle, kNoParts}) store(db, r, r.createdMs);
+    db.message("msg_u1", "ses_a", kBase, R"({"role":"user","time":{"created":1795600800000}})");
+    // A reply that has not finished its first step: nothing to count yet.
+    db.message("msg_a7", "ses_a", kBase,
+               R"({"role":"assistant","providerID":"anthropic","modelID":"claude-sonnet-4-5",)"
+               R"("time":{"created":1795600899000},"cost":0,"tokens":{"input":0,"output":0,)"
+               R"("reasoning":0,"cache":{"read":0,"write":0}}})");
+    // A forked session: every message copied with new ids.
+    for (const Reply& r : {kSonnet, kGpt, kPickle}) {
+      store(db, r, kBase + 60'000, std::nullopt, r.id + "_fork", "ses_fork");
+    }
+    // The newest builds' second table of messages, with tokens of its own, is not counted.
+    db.run(
+        "INSERT INTO session_message VALUES ('sm1', 'ses_a', 'assistant', 0, 0, "
+        "'{\"tokens\":{\"input\":999999,\"output\":999999}}')");
+    Reply first = kGrowing;
+    first.steps.resize(1);
+    store(db, first, kBase + 70'000);
+
+    // The old JSON files: one reply also in the database (the same id), one only there.
+    storeAsJson(kSonnet);
+    storeAsJson(kJsonOnly);
+
+    store(kilo, kKilo, kKilo.createdMs);
+    store(kilo, kKilo, kBase + 80'000, 0.0, "msg_k1_fork", "ses_k_fork");
+
+    Count count;
+    for (const Reply& r : {kSonnet, kGpt, kGptOld, kPickle, kNoParts, kJsonOnly, kKilo}) {
+      count.add(r, 0, r.steps.size());
+    }
+    count.add(kGrowing, 0, 1);
+    return count;
+  }
+
+  // The growing reply's later steps, each rewriting its message as the tool does.
+  void grow(testing::OpenCodeStoreWriter& db, size_t steps) {
+    Reply grown = kGrowing;
+    grown.steps.resize(steps);
+    store(db, grown, kBase + 100'000 + static_cast<int64_t>(steps));
+  }
+
+  const Date now_ = dateFromUnixSeconds(1'795'608'000);  // 2026-11-20T11:20:00Z
+};
+
+TEST_F(OpenCodeHomeTest, CountsEveryReplyOnceWithItsStepsWhileTheToolWrites) {
+  fs::create_directories(data());
+  fs::create_directories(kiloDatabase().parent_path());
+  testing::OpenCodeStoreWriter db{database()}, kilo{kiloDatabase()};
+  Count count = writeHome(db, kilo);
+  ASSERT_TRUE(fs::exists(database().string() + "-wal"));
+
+  const IngestResult first = pass();
+  EXPECT_EQ(first.newEvents[ProviderID::opencode], 7);
+  EXPECT_EQ(first.newEvents[ProviderID::kilo], 1);
+  expectCount(count);
+  EXPECT_EQ(pass().filesRead, 0u);
+
+  // The tool goes on: the growing reply's second step lands in the WAL only; the main file is
+  // untouched and the change is still seen.
+  struct stat before {};
+  ::stat(database().c_str(), &before);
+  grow(db, 2);
+  struct stat after {};
+  ::stat(database().c_str(), &after);
+  EXPECT_EQ(std::tuple(before.st_size, before.st_mtim.tv_nsec),
+            std::tuple(after.st_size, after.st_mtim.tv_nsec));
+  const IngestResult second = pass();
+  EXPECT_EQ(std::tuple(second.filesRead, second.totalNewEvents()), std::tuple(1u, 0));
+  count.add(kGrowing, 1, 2);
+  expectCount(count);
+
+  // A checkpoint moves everything into the main file: read again, nothing new.
+  db.run("PRAGMA wal_checkpoint(TRUNCATE)");
+  const IngestResult third = pass();
+  EXPECT_EQ(std::tuple(third.filesRead, third.totalNewEvents()), std::tuple(1u, 0));
+  expectCount(count);
+
+  // The replies' folders: the message's working folder, else its session's folder.
+  testing::RawDatabase raw{dir() / "usage.db"};
+  EXPECT_THAT(raw.rows("SELECT DISTINCT project FROM sessions ORDER BY project"),
+              ::testing::ElementsAre("/w/b-folder", "/w/ses_a", "/w/ses_k", "/w/ses_old"));
+}
+
+// Passes killed at random commits while the tool writes between them, then one left to finish:
+// the totals of a single clean pass.
+TEST_F(OpenCodeHomeTest, PassesKilledAtAnyPointEndWithTheSameCount) {
+  fs::create_directories(data());
+  fs::create_directories(kiloDatabase().parent_path());
+  Count count;
+  {
+    testing::OpenCodeStoreWriter db{database()}, kilo{kiloDatabase()};
+    count = writeHome(db, kilo);
+    for (int i = 0; i < 300; ++i) {
+      Reply r{fmt::format("msg_n{:03}", i),
+              "ses_n",
+              "anthropic",
+              "claude-sonnet-4-5",
+              kBase + 200'000 + i,
+              {{i, 2 * i, 0, 10, 0, 3 * i + 10, 0.001, 2 * i}}};
+      store(db, r, r.createdMs);
+      count.add(r, 0, 1);
+    }
+  }
+  // Small outputs, so that a kill can fall between them.
+  const auto killed = [&](unsigned seed) {
+    testing::killPassesAtRandom([&](IngestOptions o) { pass(std::move(o)); }, seed, 6, 12);
+  };
+  killed(5);
+  {
+    testing::OpenCodeStoreWriter db{database()}, kilo{kiloDatabase()};
+    grow(db, 2);
+  }
+  killed(6);
+  {
+    testing::OpenCodeStoreWriter db{database()}, kilo{kiloDatabase()};
+    grow(db, 3);
+  }
+  killed(7);
+  pass();
+  count.add(kGrowing, 1, 3);
+  expectCount(count);
+}
+
+// A database in a folder that cannot be written, left by a tool that closed it (no -wal or -shm
+// files, and none can be made), is read as it stands.
+TEST_F(OpenCodeHomeTest, ReadsADatabaseInAFolderItCannotWrite) {
+  fs::create_directories(data());
+  {
+    testing::OpenCodeStoreWriter db{database()};
+    store(db, kSonnet, kBase);
+  }
+  ASSERT_FALSE(fs::exists(database().string() + "-wal"));
+  fs::permissions(data(), fs::perms::owner_read | fs::perms::owner_exec);
+  {
+    testing::FilePermissionsEnforced enforced;
+    if (enforced.active()) {
+      const IngestResult result = pass();
+      for (const SkippedFile& skipped : result.skipped) ADD_FAILURE() << skipped.reason;
+      EXPECT_EQ(result.newEvents[ProviderID::opencode], 1);
+    }
+  }
+  fs::permissions(data(), fs::perms::owner_all);
+}
+
+TEST_F(OpenCodeHomeTest, TheVariablesMoveTheDataAndTheDatabase) {
+  const fs::path home = dir() / "home";
+  const fs::path share = home / ".local/share";
+  // Each row: the variables, the tool, its data folder and the folder of its databases.
+  const std::tuple<ToolVariables, ProviderID, fs::path, fs::path> rows[] = {
+      {{}, ProviderID::opencode, share / "opencode", share / "opencode"},
+      {{{"XDG_DATA_HOME", "/x"}}, ProviderID::opencode, "/x/opencode", "/x/opencode"},
+      {{{"XDG_DATA_HOME", "relative"}}, ProviderID::kilo, share / "kilo", share / "kilo"},
+      {{{"OPENCODE_DB", "/db/my.db"}}, ProviderID::opencode, share / "opencode", "/db"},
+      {{{"KILO_DB", "dbs/k.db"}, {"XDG_DATA_HOME", "/x"}},
+       ProviderID::kilo,
+       "/x/kilo",
+       "/x/kilo/dbs"},
+  };
+  for (const auto& [variables, tool, data, databases] : rows) {
+    const ToolPlaces places = ToolLocations::resolve(home, variables).places(tool);
+    EXPECT_EQ(places.logFolders,
+              (std::vector<LogFolder>{{databases, tool, {".db"}, 0},
+                                      {data / "storage/message", tool, {".json"}, 1}}))
+        << databases;
+  }
+
+  // Present once the data folder exists; with OPENCODE_DB, its database also counts.
+  const ToolLocations tools =
+      ToolLocations::resolve(home, {{"OPENCODE_DB", (dir() / "elsewhere.db").string()}});
+  EXPECT_FALSE(tools.isPresent(ProviderID::opencode));
+  write("elsewhere.db", "");
+  EXPECT_TRUE(tools.isPresent(ProviderID::opencode));
+  fs::create_directories(share / "kilo");
+  EXPECT_TRUE(tools.isPresent(ProviderID::kilo));
+}
+
+}  // namespace
+}  // namespace brimlog
