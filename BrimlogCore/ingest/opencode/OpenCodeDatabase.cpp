@@ -128,20 +128,25 @@ bool OpenCodeDatabase::holdsMessages() {
   return all;
 }
 
-void OpenCodeDatabase::messagesUpdatedSince(int64_t since, int64_t first, int64_t last,
+void OpenCodeDatabase::messagesUpdatedSince(int64_t since, int64_t partsAfter, int64_t first,
+                                            int64_t last,
                                             const std::function<void(const Message&)>& onMessage) {
   // No index on time_updated: the scan reads the message table's rows up to their `time_updated`
   // column, and the `data` of the rows that qualify. Parts, the bulk of the file, are read only
-  // for those messages, through their index.
+  // for those messages, through their index. A step is a new part row, numbered above every row
+  // the table holds: the messages of the parts after `partsAfter` are read
+  // whether or not the tool moved their `time_updated` when it saved them.
   if (!messages_) {
     messages_ = prepare(
         "SELECT id, session_id, time_updated, data FROM message "
-        "WHERE time_updated >= ?1");
+        "WHERE rowid BETWEEN ?2 AND ?3 AND (time_updated >= ?1 OR id IN "
+        "(SELECT message_id FROM part WHERE rowid > ?4))");
   }
   StatementUse use{messages_};
   sqlite3_bind_int64(messages_, 1, since);
   sqlite3_bind_int64(messages_, 2, first);
   sqlite3_bind_int64(messages_, 3, last);
+  sqlite3_bind_int64(messages_, 4, partsAfter);
   int step;
   while ((step = sqlite3_step(messages_)) == SQLITE_ROW) {
     onMessage({columnText(messages_, 0), columnText(messages_, 1),

@@ -20,7 +20,8 @@ namespace brimlog {
 ///
 ///     OpenCodeDatabase db{path};
 ///     db.read([&] {
-///       db.messagesUpdatedSince(mark, [&](const OpenCodeDatabase::Message& m) { ... });
+///       db.messagesUpdatedSince(mark, lastPart, first, last, [&](const OpenCodeDatabase::Message&
+///       m) { ... });
 ///     });
 ///
 /// Throws std::runtime_error with the operation and SQLite's message when the file cannot be
@@ -47,9 +48,9 @@ class OpenCodeDatabase {
   /// (in a folder the tool's variable points at) holds none.
   bool holdsMessages();
 
-  /// Every message whose `time_updated` is at least `since` (milliseconds) and whose row number
-  /// lies in [first, last].
-  void messagesUpdatedSince(int64_t since, int64_t first, int64_t last,
+  /// Every message whose row number lies in [first, last] and whose `time_updated` is at least
+  /// `since` (milliseconds) or which has a part of a row number above `partsAfter`.
+  void messagesUpdatedSince(int64_t since, int64_t partsAfter, int64_t first, int64_t last,
                             const std::function<void(const Message&)>& onMessage);
 
   /// The largest row number of `table` ("part" or "message"); 0 when it is empty.

@@ -36,35 +36,36 @@ class MessageRange {
   MessageRange(const ReadJob& job, const ReadSink& sink, std::atomic<bool>& stopped)
       : job_(job), sink_(sink), stopped_(stopped) {}
 
-  void read(OpenCodeDatabase& database, int64_t since, int64_t first, int64_t last,
-            const StepsByMessage* steps) {
-    database.messagesUpdatedSince(since, first, last, [&](const OpenCodeDatabase::Message& m) {
-      if (stopped_) return;
-      mark = std::max(mark, m.timeUpdated);
-      ++output.lines;
-      if (!parser_.message(m.data)) return;
-      const std::string id(m.id);
-      if (steps) {
-        if (const auto found = steps->find(id); found != steps->end()) {
-          parser_.addSteps(found->second);
-        }
-      } else {
-        database.parts(id, [&](std::string_view part) { parser_.part(part); });
-      }
-      // Older messages name no working folder: the session's folder stands for it.
-      std::string_view project = parser_.workingFolder();
-      if (project.empty()) {
-        auto [found, added] = directories_.try_emplace(std::string(m.sessionID));
-        if (added) found->second = database.sessionDirectory(m.sessionID);
-        project = found->second;
-      }
-      if (auto event = parser_.event(job_.provider, m.sessionID, project)) {
-        output.events.push_back(std::move(*event));
-      }
-      if (output.events.size() >= kEventsPerOutput && !sink_(std::exchange(output, {}))) {
-        stopped_ = true;
-      }
-    });
+  void read(OpenCodeDatabase& database, int64_t since, int64_t partsAfter, int64_t first,
+            int64_t last, const StepsByMessage* steps) {
+    database.messagesUpdatedSince(
+        since, partsAfter, first, last, [&](const OpenCodeDatabase::Message& m) {
+          if (stopped_) return;
+          mark = std::max(mark, m.timeUpdated);
+          ++output.lines;
+          if (!parser_.message(m.data)) return;
+          const std::string id(m.id);
+          if (steps) {
+            if (const auto found = steps->find(id); found != steps->end()) {
+              parser_.addSteps(found->second);
+            }
+          } else {
+            database.parts(id, [&](std::string_view part) { parser_.part(part); });
+          }
+          // Older messages name no working folder: the session's folder stands for it.
+          std::string_view project = parser_.workingFolder();
+          if (project.empty()) {
+            auto [found, added] = directories_.try_emplace(std::string(m.sessionID));
+            if (added) found->second = database.sessionDirectory(m.sessionID);
+            project = found->second;
+          }
+          if (auto event = parser_.event(job_.provider, m.sessionID, project)) {
+            output.events.push_back(std::move(*event));
+          }
+          if (output.events.size() >= kEventsPerOutput && !sink_(std::exchange(output, {}))) {
+            stopped_ = true;
+          }
+        });
   }
 
   ReadOutput output;
@@ -80,17 +81,19 @@ class MessageRange {
 
 }  // namespace
 
-bool OpenCodeDatabaseScan::run(int64_t since, ReadOutput& rest, int64_t& mark) {
+bool OpenCodeDatabaseScan::run(int64_t since, ReadOutput& rest, int64_t& mark, int64_t& lastPart) {
   OpenCodeDatabase database{job_.path};
   bool read = true;
   database.read([&] {
     if (!database.holdsMessages()) return;
+    const int64_t partsAfter = lastPart;
+    lastPart = std::max(lastPart, database.lastRow("part"));
     if (since == kFirst) {
       read = wholeRead(database, rest, mark);
       return;
     }
     MessageRange range{job_, sink_, stopped_};
-    range.read(database, since, kFirst, kLast, nullptr);
+    range.read(database, since, partsAfter, kFirst, kLast, nullptr);
     rest = std::move(range.output);
     mark = std::max(mark, range.mark);
   });
@@ -116,7 +119,7 @@ bool OpenCodeDatabaseScan::wholeRead(OpenCodeDatabase& database, ReadOutput& res
         addSteps(second, partHalf + 1, kLast, found);
         upperSteps.set_value(std::move(found));
         mergedDone.get();
-        upper.read(second, kFirst, messageHalf + 1, kLast, &steps);
+        upper.read(second, kFirst, kLast, messageHalf + 1, kLast, &steps);
       });
     } catch (...) {
       failure = std::current_exception();
@@ -130,7 +133,7 @@ bool OpenCodeDatabaseScan::wholeRead(OpenCodeDatabase& database, ReadOutput& res
     addSteps(database, kFirst, partHalf, steps);
     for (const auto& [message, sums] : upperStepsDone.get()) steps[message] += sums;
     merged.set_value();
-    lower.read(database, kFirst, kFirst, messageHalf, &steps);
+    lower.read(database, kFirst, kLast, kFirst, messageHalf, &steps);
   } catch (...) {
     stopped_ = true;
     try {

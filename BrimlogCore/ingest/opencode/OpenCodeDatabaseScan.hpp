@@ -30,11 +30,12 @@ class OpenCodeDatabaseScan {
  public:
   OpenCodeDatabaseScan(const ReadJob& job, const ReadSink& sink) : job_(job), sink_(sink) {}
 
-  /// Reads the messages whose `time_updated` is at least `since`; hands their events to the sink
-  /// in outputs without a cursor, and leaves the last ones in `rest`, for the output that carries
-  /// the cursor. `mark` rises to the newest `time_updated` read. False when the pass stopped.
+  /// Reads the messages whose `time_updated` is at least `since`, or that have parts of row
+  /// numbers above `lastPart`; hands their events to the sink in outputs without a cursor, and
+  /// leaves the last ones in `rest`, for the output that carries the cursor. `mark` rises to the
+  /// newest `time_updated` read, `lastPart` to the highest part row. False when the pass stopped.
   /// Throws std::runtime_error when the database cannot be read.
-  bool run(int64_t since, ReadOutput& rest, int64_t& mark);
+  bool run(int64_t since, ReadOutput& rest, int64_t& mark, int64_t& lastPart);
 
  private:
   bool wholeRead(OpenCodeDatabase& database, ReadOutput& rest, int64_t& mark);

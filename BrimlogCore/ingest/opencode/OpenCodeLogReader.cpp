@@ -21,6 +21,7 @@ constexpr const char* kWalSizeKey = "walSize";    // the -wal file's size then; 
 constexpr const char* kWalMtimeKey = "walMtime";  // its modification time (ns) then
 constexpr const char* kWalInodeKey = "walInode";  // its inode then
 constexpr const char* kMarkKey = "mark";          // newest time_updated (ms) read so far
+constexpr const char* kLastPartKey = "lastPart";  // highest part row read so far
 
 // Messages updated this long before the newest one read are read again: two processes of the
 // tool may write one database, each stamping `time_updated` from its own clock before it commits,
@@ -106,14 +107,17 @@ void OpenCodeLogReader::readDatabase(const ReadJob& job, const ReadSink& sink) c
   }
   const DatabaseState state = DatabaseState::of(job.path, status);
   int64_t mark = std::numeric_limits<int64_t>::min();
+  int64_t lastPart = 0;
   if (job.cursor && job.cursor->inode == state.inode) {
     mark = job.cursor->integerEntry(kMarkKey).value_or(mark);
+    lastPart = job.cursor->integerEntry(kLastPartKey).value_or(lastPart);
   }
   const int64_t since = mark == std::numeric_limits<int64_t>::min() ? mark : mark - kMarkMarginMs;
 
   ReadOutput output;
   int64_t newMark = mark;
-  if (!OpenCodeDatabaseScan{job, sink}.run(since, output, newMark)) return;
+  int64_t newLastPart = lastPart;
+  if (!OpenCodeDatabaseScan{job, sink}.run(since, output, newMark, newLastPart)) return;
 
   output.cursor = FileCursor{job.path,
                              state.inode,
@@ -127,6 +131,7 @@ void OpenCodeLogReader::readDatabase(const ReadJob& job, const ReadSink& sink) c
   if (newMark != std::numeric_limits<int64_t>::min()) {
     output.cursor->context[kMarkKey] = std::to_string(newMark);
   }
+  output.cursor->context[kLastPartKey] = std::to_string(newLastPart);
   output.bytes = state.bytes();
   output.fileDone = true;
   output.fileRead = true;

@@ -256,6 +256,14 @@ TEST_F(OpenCodeHomeTest, CountsEveryReplyOnceWithItsStepsWhileTheToolWrites) {
   EXPECT_EQ(std::tuple(third.filesRead, third.totalNewEvents()), std::tuple(1u, 0));
   expectCount(count);
 
+  // A step saved with its message's `time_updated` an hour before every stamp read: the new part
+  // row alone brings the message back.
+  Reply late = kGrowing;
+  store(db, late, kBase - 3'600'000);
+  EXPECT_EQ(pass().filesRead, 1u);
+  count.add(kGrowing, 2, 3);
+  expectCount(count);
+
   // The replies' folders: the message's working folder, else its session's folder.
   testing::RawDatabase raw{dir() / "usage.db"};
   EXPECT_THAT(raw.rows("SELECT DISTINCT project FROM sessions ORDER BY project"),
