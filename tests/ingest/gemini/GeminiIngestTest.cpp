@@ -160,12 +160,17 @@ class GeminiIngestTest : public testing::TempDirTest {
     write(".gemini/tmp/alpha/.project_root", "/work/alpha");
     // Files of the project folder beside its chats that are not sessions, though they hold
     // what looks like replies: never counted.
-    const std::string stranger =
-        document("zzzz", {{"zzzz", "z1", "gemini-2.5-pro", 7, 0, 7, 0, 0, "2026-11-20T09:00:00Z"}});
+    // Nor are chats folders, or sessions, anywhere but in a project folder.
+    const Reply z{"zzzz", "z1", "gemini-2.5-pro", 7, 0, 7, 0, 0, "2026-11-20T09:00:00Z"};
+    const std::string stranger = document("zzzz", {z});
+    const std::string strangerLines = lines({meta("zzzz"), message(z)});
     write(".gemini/tmp/alpha/logs.json", stranger);
     write(".gemini/tmp/alpha/checkpoint-t.json", stranger);
     write(".gemini/tmp/alpha/tool-outputs/chats/x.json", stranger);
-    write(".gemini/tmp/alpha/chats/" + sessionA + ".tmp-42", stranger);
+    write(".gemini/tmp/alpha/tool-outputs/chats/x.jsonl", strangerLines);
+    write(".gemini/tmp/alpha/chats/" + sessionA + ".tmp-42", strangerLines);
+    write(".gemini/tmp/chats/" + sessionA, strangerLines);
+    write(".gemini/tmp/" + sessionA, strangerLines);
 
     // The main session: a reply written before its counts, with them, and with its tool's
     // result; a second reply the user then rewinds past.
