@@ -24,18 +24,14 @@ class ToolLocationsTest : public testing::TempDirTest {
 
 TEST_F(ToolLocationsTest, ClaudeFoldersComeFromTheVariableOrBothDefaults) {
   const std::vector<fs::path> defaults = {home() / ".claude", home() / ".config/claude"};
-  const std::pair<const char*, std::vector<fs::path>> rows[] = {
-      {"/work/a", {"/work/a"}},
-      {" /work/a , ,/work/b,", {"/work/a", "/work/b"}},  // spaces and empty entries dropped
-      {",,", defaults},
+  const std::pair<ToolVariables, std::vector<fs::path>> rows[] = {
+      {{}, defaults},
+      {{{"CLAUDE_CONFIG_DIR", "/work/a"}}, {"/work/a"}},
+      {{{"CLAUDE_CONFIG_DIR", " /work/a , ,/work/b,"}}, {"/work/a", "/work/b"}},  // spaces, empties
+      {{{"CLAUDE_CONFIG_DIR", ",,"}}, defaults},
   };
-  EXPECT_EQ(ToolLocations::resolve(home(), {}).places(ProviderID::claude).homes, defaults);
-  for (const auto& [variable, expected] : rows) {
-    EXPECT_EQ(ToolLocations::resolve(home(), {{"CLAUDE_CONFIG_DIR", variable}})
-                  .places(ProviderID::claude)
-                  .homes,
-              expected)
-        << variable;
+  for (const auto& [variables, expected] : rows) {
+    EXPECT_EQ(ToolLocations::resolve(home(), variables).places(ProviderID::claude).homes, expected);
   }
 }
 
