@@ -154,11 +154,17 @@ void LogResume::remember(const std::string& path, FileCursor& cursor, bool atEOF
 
 void LogResume::readJob(const ReadJob& job, int64_t chunkBytes, const ReadSink& sink,
                         const std::function<void(const LineBatch&, ReadOutput&)>& take) {
-  std::optional<FileCursor> cursor = verified(job.path, job.cursor, job.inode, job.size);
+  readFrom(job, verified(job.path, job.cursor, job.inode, job.size), chunkBytes, sink,
+           [&](const JSONLTail::Result& read, ReadOutput& output) { take(read.lines, output); });
+}
+
+void LogResume::readFrom(const ReadJob& job, std::optional<FileCursor> cursor, int64_t chunkBytes,
+                         const ReadSink& sink,
+                         const std::function<void(const JSONLTail::Result&, ReadOutput&)>& take) {
   for (bool atEOF = false; !atEOF;) {
     JSONLTail::Result read = LogResume::read(job.path, cursor, job.size, chunkBytes);
     ReadOutput output;
-    take(read.lines, output);
+    take(read, output);
     atEOF = read.atEOF;
     read.cursor.context[FileCursor::providerKey] = job.provider.rawValue();
     output.bytes = static_cast<int64_t>(read.lines.byteCount());

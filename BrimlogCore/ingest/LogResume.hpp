@@ -62,6 +62,13 @@ class LogResume {
   static void readJob(const ReadJob& job, int64_t chunkBytes, const ReadSink& sink,
                       const std::function<void(const LineBatch& lines, ReadOutput& output)>& take);
 
+  /// The same from `cursor`, a cursor the reader has verified itself; `take` also sees whether
+  /// the read found another file (`reset`), so it can drop what it knew of the old one.
+  static void readFrom(
+      const ReadJob& job, std::optional<FileCursor> cursor, int64_t chunkBytes,
+      const ReadSink& sink,
+      const std::function<void(const JSONLTail::Result& read, ReadOutput& output)>& take);
+
   /// The fingerprint of the file's bytes before `offset`; nothing when they cannot be read.
   static std::optional<std::string> fingerprint(const std::string& path, int64_t offset);
 };

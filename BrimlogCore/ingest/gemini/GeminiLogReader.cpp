@@ -165,34 +165,25 @@ void GeminiLogReader::readLines(const ReadJob& job, const std::string& project,
       cursor.reset();
     }
   }
-  for (bool atEOF = false; !atEOF;) {
-    JSONLTail::Result read = LogResume::read(job.path, cursor, job.size, chunkBytes_);
-    if (read.reset) session = {};  // another file now: its own metadata line comes first
-    ReadOutput output;
-    std::vector<UsageEvent> events;
-    for (PaddedLine line : read.lines) {
-      events.clear();
-      GeminiLogParser::consume(line, session, project, events);
-      for (UsageEvent& event : events) {
-        // The same reply written again in a row (with its counts, then with its tool results):
-        // one event for the run, the store's own rule applied early.
-        if (!output.events.empty() && output.events.back().dedupKey == event.dedupKey) {
-          output.events.back().absorb(event);
-        } else {
-          output.events.push_back(std::move(event));
+  LogResume::readFrom(
+      job, std::move(cursor), chunkBytes_, sink,
+      [&](const JSONLTail::Result& read, ReadOutput& output) {
+        if (read.reset) session = {};  // another file now: its own metadata line comes first
+        std::vector<UsageEvent> events;
+        for (PaddedLine line : read.lines) {
+          events.clear();
+          GeminiLogParser::consume(line, session, project, events);
+          for (UsageEvent& event : events) {
+            // The same reply written again in a row (with its counts, then with its tool
+            // results): one event for the run, the store's own rule applied early.
+            if (!output.events.empty() && output.events.back().dedupKey == event.dedupKey) {
+              output.events.back().absorb(event);
+            } else {
+              output.events.push_back(std::move(event));
+            }
+          }
         }
-      }
-    }
-    atEOF = read.atEOF;
-    read.cursor.context[FileCursor::providerKey] = job.provider.rawValue();
-    output.bytes = static_cast<int64_t>(read.lines.byteCount());
-    output.lines = static_cast<int64_t>(read.lines.size());
-    output.fileDone = atEOF;
-    output.fileRead = atEOF;
-    cursor = read.cursor;
-    output.cursor = std::move(read.cursor);
-    if (!sink(std::move(output))) return;
-  }
+      });
 }
 
 void GeminiLogReader::readDocument(const ReadJob& job, const std::string& project,
