@@ -63,6 +63,14 @@ class LogReader {
   /// Reads the job's file from its cursor and hands every output to `sink`; the last one has
   /// `fileDone` set. Throws std::filesystem::filesystem_error when the file cannot be read.
   virtual void read(const ReadJob& job, Date now, const ReadSink& sink) const = 0;
+
+ protected:
+  /// For a file rewritten in place (a whole document), which may keep its size: a job when its
+  /// inode, size or modification time differ from those `recordRewritten` put in the cursor.
+  static std::optional<ReadJob> planRewritten(const FoundFile& file,
+                                              std::optional<FileCursor> cursor);
+  /// Notes in `cursor` the size and modification time `planRewritten` compares.
+  static void recordRewritten(FileCursor& cursor, const struct stat& status);
 };
 
 }  // namespace brimlog

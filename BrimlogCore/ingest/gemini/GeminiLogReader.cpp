@@ -17,9 +17,6 @@
 namespace brimlog {
 namespace {
 
-constexpr const char* kSizeKey = "size";    // a document's size at the last read
-constexpr const char* kMtimeKey = "mtime";  // its modification time (ns) then
-
 // An older session document holds its whole conversation; past this it is not one, and is
 // skipped with its reason.
 constexpr size_t kDocumentLimit = size_t{256} << 20;
@@ -27,10 +24,6 @@ constexpr size_t kDocumentLimit = size_t{256} << 20;
 constexpr size_t kHeadLimit = size_t{256} << 10;
 // The project markers are a path each.
 constexpr size_t kMarkerLimit = size_t{1} << 20;
-
-int64_t mtimeNanoseconds(const struct stat& status) {
-  return static_cast<int64_t>(status.st_mtim.tv_sec) * 1'000'000'000 + status.st_mtim.tv_nsec;
-}
 
 bool isDocument(std::string_view path) { return path.ends_with(".json"); }
 
@@ -99,13 +92,7 @@ std::optional<GeminiSession> headSession(const std::string& path) {
 std::optional<ReadJob> GeminiLogReader::plan(const FoundFile& file,
                                              std::optional<FileCursor> cursor, Date now) const {
   if (!isDocument(file.path)) return LogReader::plan(file, std::move(cursor), now);
-  // A document rewritten in place may keep its size: its modification time tells.
-  const bool unchanged = cursor && cursor->inode == static_cast<uint64_t>(file.status.st_ino) &&
-                         cursor->integerEntry(kSizeKey) == file.status.st_size &&
-                         cursor->integerEntry(kMtimeKey) == mtimeNanoseconds(file.status);
-  if (unchanged) return std::nullopt;
-  return ReadJob{file.path,           file.provider,     static_cast<uint64_t>(file.status.st_ino),
-                 file.status.st_size, std::move(cursor), file.status.st_size};
+  return planRewritten(file, std::move(cursor));
 }
 
 void GeminiLogReader::read(const ReadJob& job, Date, const ReadSink& sink) const {
@@ -202,8 +189,7 @@ void GeminiLogReader::readDocument(const ReadJob& job, const std::string& projec
   // again: its size and time are remembered only once it has been read whole.
   if (events) {
     output.events = std::move(*events);
-    output.cursor->context[kSizeKey] = std::to_string(document.status.st_size);
-    output.cursor->context[kMtimeKey] = std::to_string(mtimeNanoseconds(document.status));
+    recordRewritten(*output.cursor, document.status);
   }
   output.bytes = size;
   output.lines = 1;
