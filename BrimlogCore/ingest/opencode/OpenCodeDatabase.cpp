@@ -52,7 +52,8 @@ OpenCodeDatabase::OpenCodeDatabase(const std::string& path) {
   // Read-only: the tool's database is never written, and no write lock is ever taken on it.
   // SQLite still needs the `-shm` index of a WAL database: it shares the tool's, and where the
   // `-wal` and `-shm` files exist but may not be written, it keeps a private copy of the index.
-  if (open(path, SQLITE_OPEN_READONLY)) return;
+  // Each connection stays on the thread that opened it, so SQLite's own locking is not needed.
+  if (open(path, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX)) return;
   // Neither exists and none can be made: the folder is not writable, and the tool (which needs to
   // create its `-wal` there to write) cannot be writing either. Everything is in the main file,
   // which is then read as it stands, without the locks and the index it cannot have.
@@ -61,7 +62,7 @@ OpenCodeDatabase::OpenCodeDatabase(const std::string& path) {
   if (::stat((path + "-wal").c_str(), &wal) != 0 &&
       ::faccessat(AT_FDCWD, file.parent_path().c_str(), W_OK, AT_EACCESS) != 0 &&
       open("file:" + uriPath(fs::absolute(file).string()) + "?immutable=1",
-           SQLITE_OPEN_READONLY | SQLITE_OPEN_URI)) {
+           SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_URI)) {
     return;
   }
   throw std::runtime_error(fmt::format("cannot open the database read-only: {}", error_));

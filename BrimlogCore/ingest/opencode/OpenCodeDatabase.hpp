@@ -24,6 +24,7 @@ namespace brimlog {
 ///       m) { ... });
 ///     });
 ///
+/// A connection belongs to one thread at a time (it is opened without SQLite's own mutexes).
 /// Throws std::runtime_error with the operation and SQLite's message when the file cannot be
 /// opened or read.
 class OpenCodeDatabase {

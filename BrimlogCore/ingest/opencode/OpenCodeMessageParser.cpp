@@ -1,5 +1,7 @@
 #include "ingest/opencode/OpenCodeMessageParser.hpp"
 
+#include <cstring>
+
 #include "ingest/LogJson.hpp"
 #include "platform/Date.hpp"
 
@@ -63,8 +65,9 @@ OpenCodeMessageParser::Steps& OpenCodeMessageParser::Steps::operator+=(const Ste
 
 std::optional<OpenCodeMessageParser::Steps> OpenCodeMessageParser::step(std::string_view data) {
   // Most parts are text and tool output, far larger than a step's record: they are told apart
-  // without parsing them.
-  if (data.find("step-finish") == std::string_view::npos) return std::nullopt;
+  // without parsing them. (memmem, not find: find stops at every 's' of the text.)
+  constexpr std::string_view kStep = "step-finish";
+  if (!::memmem(data.data(), data.size(), kStep.data(), kStep.size())) return std::nullopt;
   const auto root = logjson::parseObject(data);
   if (!root || logjson::string(*root, "type") != "step-finish") return std::nullopt;
   const auto tokens = logjson::objectField(*root, "tokens");
