@@ -1,5 +1,6 @@
 #include "display/LimitBarModel.hpp"
 
+#include <date/date.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -8,14 +9,22 @@
 #include "display/MeterFormat.hpp"
 
 namespace brimlog {
+namespace {
+
+// A reset this recent still reads as "now": readings and clocks are a few seconds apart.
+constexpr double kJustReset = 60;
+
+}  // namespace
 
 LimitBarModel::LimitBarModel(const LimitWindow& window, Date now) {
   if (window.isReset(now)) {
     percentLeftText = "100%";
-    resetText = "now";
+    const double since = (now - *window.resetsAt).count();
+    resetText = since <= kJustReset ? "now" : "reset " + MeterFormat::age(since) + " ago";
     return;
   }
   leftFraction = 1 - window.usedFraction;
+  level = limitLevelOf(window.usedFraction);
   // Adding 0 turns a rounded -0 into 0, which prints without a sign.
   percentLeftText = fmt::format("{:.0f}%", std::round(leftFraction * 100) + 0.0);
   if (!window.resetsAt) return;
@@ -34,6 +43,29 @@ LimitBarModel::LimitBarModel(const LimitWindow& window, Date now) {
   } else {
     pace = Pace::under;
   }
+}
+
+std::optional<std::string> LimitBarModel::ageText(Date readAt, Date now) {
+  const double age = (now - readAt).count();
+  if (!(age > freshFor)) return std::nullopt;
+  return "as of " + MeterFormat::age(age) + " ago";
+}
+
+std::optional<std::string> LimitBarModel::forecastText(const LimitForecast& forecast,
+                                                       const LimitWindow& window, Date now,
+                                                       const Calendar& calendar) {
+  if (window.isReset(now) || !window.resetsAt || window.usedFraction >= 1) return std::nullopt;
+  if (!forecast.runsOutAt) {
+    if (forecast.usedPerHour <= 0 && forecast.history.size() < 2) return std::nullopt;
+    return "at this pace: lasts until the reset";
+  }
+  static constexpr std::string_view kWeekdays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+  const CalendarDay day = calendar.day(*forecast.runsOutAt);
+  const date::weekday weekday{date::sys_days{date::year{day.year} / day.month / day.day}};
+  const int minute = calendar.minuteOfDay(*forecast.runsOutAt);
+  return fmt::format("at this pace: runs out {} {:02}:{:02}, {} before the reset",
+                     kWeekdays[weekday.c_encoding()], minute / 60, minute % 60,
+                     MeterFormat::age((*window.resetsAt - *forecast.runsOutAt).count()));
 }
 
 }  // namespace brimlog

@@ -106,4 +106,13 @@ std::string MeterFormat::countdown(double seconds) {
   return "<1m";
 }
 
+std::string MeterFormat::age(double seconds) {
+  if (!std::isfinite(seconds)) return "\u2014";
+  const auto s = static_cast<int64_t>(std::min(seconds, 1e15));
+  if (s >= 86'400) return fmt::format("{} d", s / 86'400);
+  if (s >= 3600) return fmt::format("{} h", s / 3600);
+  if (s >= 60) return fmt::format("{} min", s / 60);
+  return "<1 min";
+}
+
 }  // namespace brimlog

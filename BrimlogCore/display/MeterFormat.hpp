@@ -30,6 +30,10 @@ struct MeterFormat {
   /// Seconds to a reset: "3d 4h", "4h 12m", "59m", "<1m" below a minute, "now" at 0 or less,
   /// "9999d 0h" from `maxCountdownDays` on, "—" when not finite. Seconds are truncated.
   static std::string countdown(double seconds);
+
+  /// How long ago something happened, in one unit, truncated: "<1 min", "12 min", "3 h",
+  /// "2 d"; "—" when not finite. A moment in the future reads as "<1 min".
+  static std::string age(double seconds);
 };
 
 }  // namespace brimlog

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <utility>
 
+#include "model/LimitReading.hpp"
 #include "model/TokenCounts.hpp"
 
 namespace brimlog {
@@ -26,7 +27,9 @@ Snapshot makePlaceholder() {
        ProviderStatus::ok,
        182'400'000,
        214.6,
-       false},
+       false,
+       std::nullopt,
+       {}},
       {ProviderID::codex,
        "Plus",
        {LimitWindow{"weekly", "Weekly", 0.01, 604800.0, after(511'200), live}},
@@ -34,7 +37,9 @@ Snapshot makePlaceholder() {
        ProviderStatus::ok,
        64'300'000,
        71.2,
-       false},
+       false,
+       std::nullopt,
+       {}},
       {ProviderID::grok,
        std::nullopt,
        {},
@@ -42,7 +47,9 @@ Snapshot makePlaceholder() {
        ProviderStatus::unavailable,
        5'200'000,
        6.8,
-       true},
+       true,
+       std::nullopt,
+       {}},
       {ProviderID::gemini,
        std::nullopt,
        {},
@@ -50,7 +57,9 @@ Snapshot makePlaceholder() {
        ProviderStatus::unavailable,
        9'100'000,
        18.4,
-       false},
+       false,
+       std::nullopt,
+       {}},
       {ProviderID::opencode,
        std::nullopt,
        {},
@@ -58,7 +67,9 @@ Snapshot makePlaceholder() {
        ProviderStatus::unavailable,
        6'000'000,
        12.3,
-       false},
+       false,
+       std::nullopt,
+       {}},
       {ProviderID::kilo,
        std::nullopt,
        {},
@@ -66,7 +77,9 @@ Snapshot makePlaceholder() {
        ProviderStatus::unavailable,
        1'400'000,
        3.1,
-       true},
+       true,
+       std::nullopt,
+       {}},
       {ProviderID::qwen,
        std::nullopt,
        {},
@@ -74,8 +87,31 @@ Snapshot makePlaceholder() {
        ProviderStatus::unavailable,
        2'300'000,
        2.75,
-       false},
+       false,
+       std::nullopt,
+       {}},
   };
+  // A week that picked up speed: read every eight hours since it began four days ago, at this
+  // pace it runs out before its reset. The session is on its way out at an even pace.
+  const auto forecast = [&](const LimitWindow& window, std::span<const double> used) {
+    const Date start = *LimitForecast::periodStart(window);
+    const double step = std::round((base - start).count() / static_cast<double>(used.size() - 1));
+    std::vector<LimitReading> readings;
+    for (size_t i = 0; i + 1 < used.size(); ++i) {
+      readings.push_back({ProviderID::claude, window.id,
+                          start + Seconds{step * static_cast<double>(i)}, used[i], window.resetsAt,
+                          window.duration, LimitReading::Origin::service});
+    }
+    return *LimitForecast::make(window, base, readings, base);
+  };
+  static constexpr double kWeek[] = {0,    0.01, 0.02, 0.03, 0.05, 0.08,
+                                     0.12, 0.17, 0.21, 0.26, 0.33, 0.42};
+  static constexpr double kSession[] = {0, 0.03, 0.06, 0.09, 0.12, 0.15};
+  Snapshot::Provider& claude = snapshot.providers.front();
+  claude.forecasts = {forecast(claude.windows[0], kSession), forecast(claude.windows[1], kWeek)};
+  for (auto& provider : snapshot.providers) {
+    if (!provider.windows.empty()) provider.readAt = base;
+  }
   for (size_t i = 0; i < Snapshot::seriesLength; ++i) {
     const double value = (0.35 + 0.65 * std::fabs(std::sin(0.9 * static_cast<double>(i)))) * 10.0;
     snapshot.dailyCost30.push_back(std::round(value * 100.0) / 100.0);
@@ -89,7 +125,8 @@ Snapshot makePlaceholder() {
 
 Snapshot Snapshot::make(const UsageSummary& summary,
                         const std::map<ProviderID, ProviderLimits>& limits,
-                        std::span<const ProviderID> order, Date now, const Calendar& calendar) {
+                        std::span<const ProviderID> order, Date now, const Calendar& calendar,
+                        const std::map<ProviderID, std::vector<LimitForecast>>& forecasts) {
   struct Totals {
     int64_t tokens = 0;
     double costUSD = 0;
@@ -125,6 +162,8 @@ Snapshot Snapshot::make(const UsageSummary& summary,
       entry.windows = limit->windows;
       entry.credits = limit->credits;
       entry.status = limit->status;
+      entry.readAt = limit->fetchedAt;
+      if (const auto* found = find(forecasts, id)) entry.forecasts = *found;
     } else {
       entry.status = ProviderStatus::unavailable;
     }
@@ -169,7 +208,25 @@ Json Snapshot::Provider::toJson() const {
                {"approximate", approximate}};
   if (plan) json["plan"] = *plan;
   if (credits) json["credits"] = credits->toJson();
+  if (readAt) json["readAt"] = json::encodeDate(*readAt, kForm, "readAt");
+  if (!forecasts.empty()) {
+    Json list = Json::array();
+    for (const auto& forecast : forecasts) list.push_back(forecast.toJson());
+    json["forecasts"] = std::move(list);
+  }
   return json;
+}
+
+std::optional<Date> Snapshot::Provider::readAtOf(const LimitWindow& window) const {
+  if (const auto asOf = window.source.asOf()) return asOf;
+  return readAt;
+}
+
+const LimitForecast* Snapshot::Provider::forecastOf(std::string_view windowId) const {
+  for (const auto& forecast : forecasts) {
+    if (forecast.window == windowId) return &forecast;
+  }
+  return nullptr;
 }
 
 Snapshot::Provider Snapshot::Provider::fromJson(const Json& json) {
@@ -186,6 +243,14 @@ Snapshot::Provider Snapshot::Provider::fromJson(const Json& json) {
   provider.tokens30d = json::integer(json::require(json, "tokens30d"), "tokens30d");
   provider.cost30dUSD = json::number(json::require(json, "cost30dUSD"), "cost30dUSD");
   provider.approximate = json::boolean(json::require(json, "approximate"), "approximate");
+  if (const Json* readAt = json::optional(json, "readAt")) {
+    provider.readAt = json::decodeDate(*readAt, kForm, "readAt");
+  }
+  if (const Json* list = json::optional(json, "forecasts")) {
+    for (const Json& forecast : json::array(*list, "forecasts", maxWindows)) {
+      provider.forecasts.push_back(LimitForecast::fromJson(forecast));
+    }
+  }
   return provider;
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "model/LimitForecast.hpp"
 #include "model/LimitWindow.hpp"
 #include "model/ProviderID.hpp"
 #include "model/ProviderLimits.hpp"
@@ -32,7 +33,7 @@ namespace brimlog {
 /// The reader also refuses lists longer than the writer makes them (`seriesLength`,
 /// `maxProviders`, `maxWindows`), so a damaged or hostile file costs no more than a real one.
 struct Snapshot {
-  /// One provider's entry. It keeps no fetch time: `ProviderLimits::fetchedAt` stays behind.
+  /// One provider's entry.
   struct Provider {
     ProviderID id = ProviderID::claude;
     std::optional<std::string> plan;
@@ -44,6 +45,15 @@ struct Snapshot {
     double cost30dUSD = 0;
     /// Some of the cost is a related model's price or a cost the tool reported.
     bool approximate = false;
+    /// When the limits were last asked for (`ProviderLimits::fetchedAt`); nothing without limits.
+    std::optional<Date> readAt;
+    /// The pace and forecast of the windows that have one, by window id.
+    std::vector<LimitForecast> forecasts;
+
+    /// When `window`'s figures were read: its source's own date, else `readAt`.
+    std::optional<Date> readAtOf(const LimitWindow& window) const;
+    /// The forecast of the window with this id, if there is one.
+    const LimitForecast* forecastOf(std::string_view windowId) const;
 
     bool operator==(const Provider&) const = default;
 
@@ -79,9 +89,12 @@ struct Snapshot {
   /// The series holds the 30 local days of `calendar` ending on the day of
   /// `summary.windowEnd`, every provider's points added into the day they fall in; today's cost
   /// is the day of `now`, which need not be the series' last day.
+  ///
+  /// `forecasts` go to their providers' entries as they are (see `LimitForecast`).
   static Snapshot make(const UsageSummary& summary,
                        const std::map<ProviderID, ProviderLimits>& limits,
-                       std::span<const ProviderID> order, Date now, const Calendar& calendar);
+                       std::span<const ProviderID> order, Date now, const Calendar& calendar,
+                       const std::map<ProviderID, std::vector<LimitForecast>>& forecasts = {});
 
   /// A fixed sample for previews: every tool read here, at 2026-10-29T12:00:00Z, with a daily
   /// series that begins 3.5, 8.59, 9.83 and ends 8.85. Built once, on first use.

@@ -20,8 +20,9 @@ namespace {
 
 // The tables of every schema this program has written.
 bool isOurTable(std::string_view name) {
-  for (const std::string_view ours : {"replies", "sessions", "usage", "day_usage", "day_sessions",
-                                      "kept_days", "cursors", "limits", "seen", "daily"}) {
+  for (const std::string_view ours :
+       {"replies", "sessions", "usage", "day_usage", "day_sessions", "kept_days", "cursors",
+        "limits", "limit_readings", "seen", "daily"}) {
     if (name == ours) return true;
   }
   return false;
@@ -154,7 +155,8 @@ std::unique_ptr<SQLiteDatabase> UsageStore::open(const std::string& path,
         db->exec("ALTER TABLE sessions RENAME TO sessions_v1");
         db->exec(sql::kSchema);
         db->exec(sql::kMigrateV1);
-      } else if (version <= 0) {
+      } else if (version <= 0 || version == 2) {
+        // Schema 2 lacked the history of limit readings: the schema adds only what is missing.
         db->exec(sql::kSchema);
       }
       db->exec(fmt::format("PRAGMA user_version = {}", std::max<int64_t>(version, schemaVersion)));
@@ -263,10 +265,27 @@ void UsageStore::resetCursors(ProviderID provider) {
 
 void UsageStore::setLimits(const ProviderLimits& limits, ProviderID provider) {
   const std::string text = json::dump(limits.toJson(DateForm::referenceSeconds));
+  const std::vector<LimitReading> fresh = LimitReading::of(provider, limits);
   withDatabase("store the limits", [&](SQLiteDatabase& db) {
-    db.run("INSERT OR REPLACE INTO limits(provider, json) VALUES(?1, ?2)",
-           {provider.rawValue(), text});
+    db.transaction([&] {
+      db.run("INSERT OR REPLACE INTO limits(provider, json) VALUES(?1, ?2)",
+             {provider.rawValue(), text});
+      LimitHistory::add(db, fresh);
+    });
   });
+}
+
+int64_t UsageStore::addReadings(std::span<const LimitReading> readings) {
+  return withDatabase("store limit readings", [&](SQLiteDatabase& db) {
+    int64_t stored = 0;
+    db.transaction([&] { stored = LimitHistory::add(db, readings); });
+    return stored;
+  });
+}
+
+std::vector<LimitReading> UsageStore::readings(const ReadingFilter& filter) {
+  return withDatabase("read the limit readings",
+                      [&](SQLiteDatabase& db) { return LimitHistory::read(db, filter); });
 }
 
 std::optional<ProviderLimits> UsageStore::limits(ProviderID provider) {
@@ -295,6 +314,7 @@ void UsageStore::prune(Date date, const Calendar& calendar) {
       db.run("DELETE FROM day_sessions WHERE day < ?1", {utcDay});
       db.run("DELETE FROM sessions WHERE last_reply < ?1", {referenceSeconds(slotStart(slot))});
       db.run("DELETE FROM kept_days WHERE day < ?1", {day});
+      LimitHistory::prune(db, calendar.startOfDay(date));
     });
   });
 }

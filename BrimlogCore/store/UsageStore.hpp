@@ -12,11 +12,13 @@
 #include <vector>
 
 #include "model/FileCursor.hpp"
+#include "model/LimitReading.hpp"
 #include "model/PerProvider.hpp"
 #include "model/ProviderLimits.hpp"
 #include "model/UsageEvent.hpp"
 #include "platform/Calendar.hpp"
 #include "store/Ledger.hpp"
+#include "store/LimitHistory.hpp"
 #include "store/SQLiteDatabase.hpp"
 
 namespace brimlog {
@@ -56,7 +58,7 @@ struct UsageStoreOptions {
 ///     PriceTable::bundled());
 class UsageStore {
  public:
-  static constexpr int32_t schemaVersion = 2;
+  static constexpr int32_t schemaVersion = 3;
   /// "Brml" in ASCII: the `application_id` that marks a file as this program's.
   static constexpr int32_t applicationId = 0x42726d6c;
 
@@ -91,8 +93,13 @@ class UsageStore {
   /// cursors without that entry, of other providers, or that do not decode are kept.
   void resetCursors(ProviderID provider);
 
-  /// Stores a provider's limits (dates as seconds since 2001), replacing earlier ones.
+  /// Stores a provider's limits (dates as seconds since 2001), replacing earlier ones, and adds
+  /// their fresh windows to the history of readings (`addReadings`), in one transaction.
   void setLimits(const ProviderLimits& limits, ProviderID provider);
+  /// Adds readings to the history of limits (`LimitHistory`); returns how many were stored.
+  int64_t addReadings(std::span<const LimitReading> readings);
+  /// The readings of `filter`, by provider, window and time.
+  std::vector<LimitReading> readings(const ReadingFilter& filter);
 
   /// A provider's stored limits; throws `JsonDecodeError` when the stored text is damaged.
   std::optional<ProviderLimits> limits(ProviderID provider);

@@ -30,3 +30,7 @@ CREATE TABLE IF NOT EXISTS day_usage(
 CREATE TABLE IF NOT EXISTS day_sessions(
   day INTEGER NOT NULL, session INTEGER NOT NULL, quarters BLOB NOT NULL,
   PRIMARY KEY(day, session)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS limit_readings(
+  provider TEXT NOT NULL, window_id TEXT NOT NULL, read_at REAL NOT NULL,
+  used REAL NOT NULL, resets_at REAL, duration REAL, origin TEXT NOT NULL,
+  PRIMARY KEY(provider, window_id, read_at)) WITHOUT ROWID;

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <string_view>
 
+#include "display/LimitLevel.hpp"
 #include "display/MeterFormat.hpp"
 #include "platform/AtomicFile.hpp"
 #include "platform/Json.hpp"
@@ -11,8 +12,8 @@
 namespace brimlog {
 namespace {
 
-constexpr double kHighLevel = 0.80;
-constexpr double kCriticalLevel = 0.95;
+constexpr double kHighLevel = kLimitWarningShare;
+constexpr double kCriticalLevel = kLimitCriticalShare;
 /// Reset times that differ by at most this much name the same period: rounding to the minute
 /// puts a jitter of a few seconds around a half minute into two neighbouring minutes.
 constexpr double kPeriodTolerance = 60.0;

@@ -165,9 +165,10 @@ std::string Dashboard::windows(const Snapshot::Provider& provider, Date now) con
     if (window.source.isStale()) line += "~";
     const bool narrow = fullWidth < 60;  // room for the countdown alone
     if (bar.resetText) {
-      line += narrow                    ? "  " + *bar.resetText
-              : *bar.resetText == "now" ? "  resets now"
-                                        : "  resets in " + *bar.resetText;
+      // A passed reset says so itself ("reset 20 h ago").
+      line += *bar.resetText == "now" && !narrow ? "  resets now"
+              : narrow || window.isReset(now)    ? "  " + *bar.resetText
+                                                 : "  resets in " + *bar.resetText;
     }
     // The pace is the first to go when the line would not fit.
     if (const std::string pace{ColorMarkup::paceText(bar.pace)};

@@ -23,7 +23,8 @@ std::string LimitsReport::render(const std::vector<std::pair<ProviderID, Provide
   bool stale = false;
   for (const auto& [provider, stored] : limits) {
     const Snapshot::Provider entry{
-        provider, stored.plan, stored.windows, stored.credits, stored.status, 0, 0, false};
+        provider, stored.plan, stored.windows, stored.credits,   stored.status,
+        0,        0,           false,          stored.fetchedAt, {}};
     std::string heading = std::string(provider.displayName());
     if (stored.plan) heading += " · " + *stored.plan;
     heading += fmt::format(" · {}", WidgetDisplay::statusText(stored.status));

@@ -18,14 +18,8 @@ namespace {
 
 constexpr std::string_view kSeparator = " · ";
 
-// How close a window is to running out, by the share used at `now`.
-enum class Level { ok, warning, critical };
-
-Level levelOf(const LimitWindow& window, Date now) {
-  const double used = window.effectiveUsedFraction(now);
-  if (used >= 0.95) return Level::critical;
-  if (used >= 0.8) return Level::warning;
-  return Level::ok;
+LimitLevel levelOf(const LimitWindow& window, Date now) {
+  return limitLevelOf(window.effectiveUsedFraction(now));
 }
 
 struct Shown {
@@ -58,11 +52,12 @@ std::string windowText(const ColorMarkup& markup, ProviderID provider, const Lim
   const LimitBarModel bar{window, now};
   std::string text = markup.paint(fmt::format("{} {}", provider.displayName(), window.label),
                                   markup.accent(provider));
-  const Level level = levelOf(window, now);
+  const LimitLevel level = levelOf(window, now);
   text += " ";
-  text += markup.paint(bar.percentLeftText + " left", level == Level::critical  ? markup.critical()
-                                                      : level == Level::warning ? markup.warning()
-                                                                                : std::string());
+  text +=
+      markup.paint(bar.percentLeftText + " left", level == LimitLevel::critical  ? markup.critical()
+                                                  : level == LimitLevel::warning ? markup.warning()
+                                                                                 : std::string());
   if (bar.pace == Pace::over || bar.pace == Pace::under) {
     text += ", ";
     text += markup.paint(ColorMarkup::paceText(bar.pace),
@@ -140,8 +135,10 @@ std::string waybarObject(const std::optional<Snapshot>& snapshot, Date now,
   if (WidgetDisplay::isStale(snapshot->generatedAt, now)) {
     cssClass = "stale";
   } else if (shown) {
-    const Level level = levelOf(shown->window, now);
-    cssClass = level == Level::critical ? "critical" : level == Level::warning ? "warning" : "ok";
+    const LimitLevel level = levelOf(shown->window, now);
+    cssClass = level == LimitLevel::critical  ? "critical"
+               : level == LimitLevel::warning ? "warning"
+                                              : "ok";
   }
   object["class"] = cssClass;
   if (shown) object["percentage"] = std::lround(shown->window.effectiveUsedFraction(now) * 100);

@@ -62,8 +62,8 @@ TEST_F(UsageStoreTest, OpensOnlyItsOwnDatabases) {
       {"our tables beside others", std::string(sql::kSchema) + "CREATE TABLE other(x);",
        " is not a Brimlog database"},
       {"another program's id", "PRAGMA application_id = 7", " is not a Brimlog database"},
-      {"a newer schema", std::string(sql::kSchema) + "PRAGMA user_version = 3;",
-       " was written by a newer Brimlog (schema 3); this one reads up to schema 2"},
+      {"a newer schema", std::string(sql::kSchema) + "PRAGMA user_version = 4;",
+       " was written by a newer Brimlog (schema 4); this one reads up to schema 3"},
       {"ours before the id", std::string(sql::kSchema) + "PRAGMA user_version = 2;", nullptr},
   };
   for (const Row& row : rows) {
@@ -78,7 +78,7 @@ TEST_F(UsageStoreTest, OpensOnlyItsOwnDatabases) {
           RawDatabase(dbPath()).rows("SELECT * FROM pragma_application_id, "
                                      "pragma_user_version, pragma_journal_mode, "
                                      "pragma_page_size"),
-          ElementsAre(std::to_string(UsageStore::applicationId) + "|2|wal|" + row.pageSize));
+          ElementsAre(std::to_string(UsageStore::applicationId) + "|3|wal|" + row.pageSize));
       continue;
     }
     for (bool readOnly : {false, true}) {

@@ -18,7 +18,8 @@ LimitWindow window(const char* id, double used, double duration, double resetIn)
 Snapshot::Provider provider(ProviderID id, std::vector<LimitWindow> windows,
                             bool approximate = false) {
   const ProviderStatus status = windows.empty() ? ProviderStatus::unavailable : ProviderStatus::ok;
-  return {id, std::nullopt, std::move(windows), std::nullopt, status, 1000, 2.5, approximate};
+  return {id,   std::nullopt, std::move(windows), std::nullopt, status,
+          1000, 2.5,          approximate,        {},           {}};
 }
 
 Snapshot snapshot(std::vector<Snapshot::Provider> providers, double today) {
