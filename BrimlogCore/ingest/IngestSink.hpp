@@ -29,6 +29,10 @@ class IngestSink {
   /// Stores limits read from a tool's logs when they are newer than the stored ones (or those
   /// cannot be read); whether they were stored.
   virtual bool keepIfNewer(ProviderID provider, const ProviderLimits& limits) = 0;
+
+  /// Adds every limits record read from a tool's logs in a pass, newest or not, to the history
+  /// of limit readings.
+  virtual void keepReadings(ProviderID provider, std::span<const ProviderLimits> limits) = 0;
 };
 
 }  // namespace brimlog

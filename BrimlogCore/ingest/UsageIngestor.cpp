@@ -181,9 +181,11 @@ class Committer {
 
   void take(ReadOutput output) {
     if (output.skipped) result_.skipped.push_back(std::move(*output.skipped));
-    if (output.limits &&
-        (!result_.codexLimits || output.limits->fetchedAt > result_.codexLimits->fetchedAt)) {
-      result_.codexLimits = std::move(output.limits);
+    if (output.limits) {
+      result_.codexReadings.push_back(*output.limits);
+      if (!result_.codexLimits || output.limits->fetchedAt > result_.codexLimits->fetchedAt) {
+        result_.codexLimits = std::move(output.limits);
+      }
     }
     std::move(output.events.begin(), output.events.end(), std::back_inserter(batch_.events));
     if (output.cursor) {
@@ -322,6 +324,7 @@ IngestResult UsageIngestor::run(Date now) {
     committer.finish();
   }
 
+  if (!result.codexReadings.empty()) sink_.keepReadings(ProviderID::codex, result.codexReadings);
   if (result.codexLimits) {
     result.codexLimitsStored = sink_.keepIfNewer(ProviderID::codex, *result.codexLimits);
   }

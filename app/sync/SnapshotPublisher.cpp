@@ -2,6 +2,7 @@
 
 #include <map>
 
+#include "display/LimitOutlook.hpp"
 #include "display/SnapshotStore.hpp"
 #include "store/PriceTable.hpp"
 #include "store/UsageSummary.hpp"
@@ -20,7 +21,8 @@ Snapshot SnapshotPublisher::publish(UsageStore& store, const HostSettings& setti
   }
   const UsageSummary summary = store.summary(30, now, settings.calendar, PriceTable::bundled());
   Snapshot snapshot =
-      Snapshot::make(summary, limits, ProviderID::readableCases, now, settings.calendar);
+      Snapshot::make(summary, limits, ProviderID::readableCases, now, settings.calendar,
+                     LimitOutlook::forecasts(store, limits, now));
   const SnapshotStore shared{settings.stateFolder};
   try {
     shared.write(snapshot);

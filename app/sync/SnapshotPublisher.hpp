@@ -7,7 +7,8 @@
 namespace brimlog {
 
 /// The last step of every run: the 30-day summary at `now` priced with the bundled prices, each
-/// tool's stored limits, in the usual order, written as the widgets' snapshot.
+/// tool's stored limits with their forecasts, in the usual order, written as the widgets'
+/// snapshot.
 struct SnapshotPublisher {
   /// Returns what was written. Throws CommandError naming the file and the reason when it
   /// cannot be written; the previous snapshot is then left as it was. With `writeError`, a

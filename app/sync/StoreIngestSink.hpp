@@ -34,6 +34,15 @@ class StoreIngestSink final : public IngestSink {
     return true;
   }
 
+  void keepReadings(ProviderID provider, std::span<const ProviderLimits> limits) override {
+    std::vector<LimitReading> readings;
+    for (const ProviderLimits& record : limits) {
+      const std::vector<LimitReading> some = LimitReading::of(provider, record);
+      readings.insert(readings.end(), some.begin(), some.end());
+    }
+    store_.addReadings(readings);
+  }
+
  private:
   UsageStore& store_;
 };
