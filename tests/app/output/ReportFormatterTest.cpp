@@ -92,9 +92,9 @@ TEST(ReportFormatterTest, ViewsMatchTheirExpectedFiles) {
   }
 }
 
-// Two weeks of a ledger in Berlin: Claude and Codex in one project, Grok in a folder its log does
-// not name, Claude again in a folder with a comma and quotes in its name; the report is made at
-// 17:20 on 2026-11-24, inside the last block of activity.
+// Two weeks of a ledger in Berlin, read from a real store: Claude and Codex in one project, Grok in
+// a folder its log does not name, Claude again in a folder with a comma and quotes in its name; the
+// report is made at 17:20 on 2026-11-24, inside the last block of activity.
 ReportContent ledgerReport(View view) {
   const PriceTable prices{{{"claude-sonnet-4-5", price(3, 15)},
                            {"claude-opus-4-6", price(5, 25)},
@@ -120,37 +120,28 @@ ReportContent ledgerReport(View view) {
       {ProviderID::codex, "019a-0002", "/home/ana/src/harbor"},
       {ProviderID::grok, "g-0003", ""},
       {ProviderID::claude, "5e55-0004", "/home/ana/notes/a, \"b\" and c"}};
-  LedgerRows rows;
-  rows.from = *berlin.startOfDay(CalendarDay{2026, 11, 11});
-  rows.to = *berlin.startOfDay(CalendarDay{2026, 11, 25});
-  for (size_t i = 0; i < sessions.size(); ++i) {
-    LedgerSession session;
-    session.id = static_cast<int64_t>(i + 1);
-    std::tie(session.provider, session.sessionID, session.project) = sessions[i];
-    rows.sessions.push_back(session);
-  }
+  std::vector<UsageEvent> events;
   for (const Reply& reply : replies) {
-    const Date at = *parseISO8601(reply.at);
-    rows.slots.push_back({slotOf(at), reply.session, reply.model, reply.tokens, reply.reportedUSD});
-    LedgerSession& session = rows.sessions[static_cast<size_t>(reply.session - 1)];
-    if (session.firstReply == Date{}) session.firstReply = at;
-    session.lastReply = at;
+    const auto& [provider, session, project] = sessions[static_cast<size_t>(reply.session - 1)];
+    events.push_back({provider, reply.model, session, reply.at, *parseISO8601(reply.at),
+                      reply.tokens, reply.reportedUSD, project});
   }
+  UsageStore store{":memory:"};
+  store.ingest(events);
+  const Date from = *berlin.startOfDay(CalendarDay{2026, 11, 11});
+  const Date to = *berlin.startOfDay(CalendarDay{2026, 11, 25});
+  const LedgerRows rows = store.ledger({from, to, {}, {}});
+  const auto daysOf = [&](Date start, Date end) {
+    return store.days({start, end, {}, {}}, berlin);
+  };
 
   ReportContent content;
   content.view = view;
   content.now = *parseISO8601("2026-11-24T16:20:00Z");
-  content.window = SummaryWindow::between(rows.from, content.now, berlin);
-  const auto kind = view == View::monthly ? UsageReport::Period::month : UsageReport::Period::week;
+  content.window = SummaryWindow::between(from, content.now, berlin);
   content.periods =
-      UsageReport::periods(rows.from, rows.to, kind, berlin, prices, [&](Date from, Date to) {
-        LedgerRows part = rows;
-        std::erase_if(part.slots, [&](const LedgerSlot& slot) {
-          return slotStart(slot.slot) < from || slotStart(slot.slot) >= to;
-        });
-        return LedgerDays::of(part, berlin);
-      });
-  content.total = UsageReport::total(LedgerDays::of(rows, berlin), prices);
+      UsageReport::periods(from, to, UsageReport::Period::week, berlin, prices, daysOf);
+  content.total = UsageReport::total(daysOf(from, to), prices);
   content.sessions = UsageReport::sessions(rows, prices);
   content.projects = UsageReport::projects(content.sessions);
   content.blocks = UsageReport::blocks(rows, prices, content.now);
