@@ -174,42 +174,6 @@ class OpenCodeHomeTest : public testing::TempDirTest {
     }
   }
 
-  // Everything but the growing reply's later steps, every copy and trap included; returns the
-  // count of what it holds.
-  Count writeHome(testing::OpenCodeStoreWriter& db, testing::OpenCodeStoreWriter& kilo) {
-    db.session("ses_b", "/w/b-folder");
-    for (const Reply& r : {kSonnet, kGpt, kGptOld, kPickle, kNoParts}) store(db, r, r.createdMs);
-    db.message("msg_u1", "ses_a", kBase, R"({"role":"user","time":{"created":1795600800000}})");
-    // A reply that has not finished its first step: nothing to count yet.
-    store(db, reply("msg_a7", "ses_a", "anthropic", "claude-sonnet-4-5", 99, {Step{}}, true),
-          kBase);
-    // A forked session: every message copied with new ids.
-    for (const Reply& r : {kSonnet, kGpt, kPickle}) {
-      store(db, r, kBase + 60'000, std::nullopt, r.id + "_fork", "ses_fork");
-    }
-    // The newest builds' second table of messages, with tokens of its own, is not counted.
-    db.run(
-        "INSERT INTO session_message VALUES ('sm1', 'ses_a', 'assistant', 0, 0, "
-        "'{\"tokens\":{\"input\":999999,\"output\":999999}}')");
-    Reply first = kGrowing;
-    first.steps.resize(1);
-    store(db, first, kBase + 70'000);
-
-    // The old JSON files: one reply also in the database (the same id), one only there.
-    storeAsJson(kSonnet);
-    storeAsJson(kJsonOnly);
-
-    store(kilo, kKilo, kKilo.createdMs);
-    store(kilo, kKilo, kBase + 80'000, 0.0, "msg_k1_fork", "ses_k_fork");
-
-    Count count;
-    for (const Reply& r : {kSonnet, kGpt, kGptOld, kPickle, kNoParts, kJsonOnly, kKilo}) {
-      count.add(r, 0, r.steps.size());
-    }
-    count.add(kGrowing, 0, 1);
-    return count;
-  }
-
   const Date now_ = dateFromUnixSeconds(1'795'608'000);  // 2026-11-20T11:20:00Z
 };
 
@@ -219,7 +183,36 @@ TEST_F(OpenCodeHomeTest, CountsEveryReplyOnceWithItsStepsWhileTheToolWritesAndPa
   fs::create_directories(data());
   fs::create_directories(kiloDatabase().parent_path());
   testing::OpenCodeStoreWriter db{database()}, kilo{kiloDatabase()};
-  Count count = writeHome(db, kilo);
+  // Every reply but the growing one's later steps, each copy and trap included, and the count of
+  // what is written.
+  db.session("ses_b", "/w/b-folder");
+  for (const Reply& r : {kSonnet, kGpt, kGptOld, kPickle, kNoParts}) store(db, r, r.createdMs);
+  db.message("msg_u1", "ses_a", kBase, R"({"role":"user","time":{"created":1795600800000}})");
+  // A reply that has not finished its first step: nothing to count yet.
+  store(db, reply("msg_a7", "ses_a", "anthropic", "claude-sonnet-4-5", 99, {Step{}}, true), kBase);
+  // A forked session: every message copied with new ids.
+  for (const Reply& r : {kSonnet, kGpt, kPickle}) {
+    store(db, r, kBase + 60'000, std::nullopt, r.id + "_fork", "ses_fork");
+  }
+  // The newest builds' second table of messages, with tokens of its own, is not counted.
+  db.run(
+      "INSERT INTO session_message VALUES ('sm1', 'ses_a', 'assistant', 0, 0, "
+      "'{\"tokens\":{\"input\":999999,\"output\":999999}}')");
+  Reply growing = kGrowing;
+  growing.steps.resize(1);
+  store(db, growing, kBase + 70'000);
+
+  // The old JSON files: one reply also in the database (the same id), one only there.
+  storeAsJson(kSonnet);
+  storeAsJson(kJsonOnly);
+
+  store(kilo, kKilo, kKilo.createdMs);
+  store(kilo, kKilo, kBase + 80'000, 0.0, "msg_k1_fork", "ses_k_fork");
+
+  Count count;
+  for (const Reply& r : {kSonnet, kGpt, kGptOld, kPickle, kNoParts, kJsonOnly, kKilo})
+    count.add(r, 0, r.steps.size());
+  count.add(kGrowing, 0, 1);
   ASSERT_TRUE(fs::exists(database().string() + "-wal"));
   // Many small replies, so that a kill can fall between them (in Kilo's file, leaving the WAL of
   // OpenCode's own small).
@@ -244,9 +237,8 @@ TEST_F(OpenCodeHomeTest, CountsEveryReplyOnceWithItsStepsWhileTheToolWritesAndPa
     return std::pair(fs::file_size(database()), fs::last_write_time(database()));
   };
   const auto before = mainFile();
-  Reply grown = kGrowing;
-  grown.steps.resize(2);
-  store(db, grown, kBase + 100'000);
+  growing.steps.push_back(kGrowing.steps[1]);
+  store(db, growing, kBase + 100'000);
   EXPECT_EQ(mainFile(), before);
   const IngestResult second = pass();
   EXPECT_EQ(std::tuple(second.filesRead, second.totalNewEvents()), std::tuple(1u, 0));
