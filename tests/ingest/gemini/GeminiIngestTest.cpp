@@ -59,9 +59,7 @@ std::string message(const Reply& r, bool counted = true, std::string_view more =
 }
 
 std::string user(std::string_view id) {
-  return fmt::format(R"({{"id":"{}","timestamp":"2026-11-20T09:00:00Z","type":"user",)"
-                     R"("content":[{{"text":"go on"}}]}})",
-                     id);
+  return fmt::format(R"({{"id":"{}","type":"user","content":"go on"}})", id);
 }
 
 std::string meta(const std::string& session, std::string_view extra = "") {
