@@ -160,41 +160,34 @@ TEST(UsageReportTest, BlocksAreFiveHoursFromTheHourOfTheirFirstSlot) {
                                   // after a gap, from 23:00
                                   {"2026-11-20T23:40:00Z", 3, "m", 300'000},
                                   {"2026-11-21T00:10:00Z", 3, "nameless"}});
-  struct Case {
-    const char* name;
-    const char* now;
-    std::optional<UsageReport::Burn> burn;  // of the last block
+  // Past the last block nothing burns.
+  const auto blocks = UsageReport::blocks(rows, prices, at("2026-11-21T09:00:00Z"));
+  ASSERT_EQ(blocks.size(), 3u);
+  EXPECT_EQ(std::tuple(blocks[0].start, blocks[0].end, blocks[0].sessions, blocks[0].tokens),
+            std::tuple(at("2026-11-20T10:00:00Z"), at("2026-11-20T15:00:00Z"), 2, 300'000));
+  EXPECT_EQ(blocks[0].models, (std::vector<std::string>{"borrowed", "m"}));
+  EXPECT_EQ(blocks[0].cost, (UsageReport::Cost{3.0, true, false}));
+  EXPECT_EQ(std::tuple(blocks[1].start, blocks[1].tokens),
+            std::tuple(at("2026-11-20T15:00:00Z"), 100'000));
+  EXPECT_EQ(std::tuple(blocks[2].start, blocks[2].end, blocks[2].cost),
+            std::tuple(at("2026-11-20T23:00:00Z"), at("2026-11-21T04:00:00Z"),
+                       UsageReport::Cost{3.0, false, true}));
+  EXPECT_FALSE(blocks[0].burn || blocks[1].burn || blocks[2].burn);
+  // Inside the last block ($3 and 400,000 tokens so far), its burn; the earlier blocks, none.
+  const std::pair<const char*, UsageReport::Burn> burns[] = {
+      {"2026-11-21T00:30:00Z", {2, 400'000 / 1.5, 3 + 2 * 3.5}},
+      // 5 min in counts as a slot's 15 min
+      {"2026-11-20T23:05:00Z", {12, 1'600'000, 3 + 12 * (4 + 55.0 / 60)}},
   };
-  // The last block holds $3 and 400,000 tokens.
-  const std::vector<Case> cases = {
-      {"after the last block", "2026-11-21T09:00:00Z", std::nullopt},
-      {"1 h 30 min into the last block", "2026-11-21T00:30:00Z",
-       UsageReport::Burn{2, 400'000 / 1.5, 3 + 2 * 3.5}},
-      {"5 min in counts as a slot's 15 min", "2026-11-20T23:05:00Z",
-       UsageReport::Burn{12, 1'600'000, 3 + 12 * (4 + 55.0 / 60)}},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    const auto blocks = UsageReport::blocks(rows, prices, at(c.now));
-    ASSERT_EQ(blocks.size(), 3u);
-    EXPECT_EQ(blocks[0].start, at("2026-11-20T10:00:00Z"));
-    EXPECT_EQ(blocks[0].end, at("2026-11-20T15:00:00Z"));
-    EXPECT_EQ(blocks[0].sessions, 2);
-    EXPECT_EQ(blocks[0].models, (std::vector<std::string>{"borrowed", "m"}));
-    EXPECT_EQ(blocks[0].tokens, 300'000);
-    EXPECT_EQ(blocks[0].cost, (UsageReport::Cost{3.0, true, false}));
-    EXPECT_EQ(blocks[1].start, at("2026-11-20T15:00:00Z"));
-    EXPECT_EQ(blocks[1].tokens, 100'000);
-    EXPECT_EQ(blocks[2].start, at("2026-11-20T23:00:00Z"));
-    EXPECT_EQ(blocks[2].end, at("2026-11-21T04:00:00Z"));
-    EXPECT_EQ(blocks[2].cost, (UsageReport::Cost{3.0, false, true}));
-    EXPECT_FALSE(blocks[0].burn || blocks[1].burn);
-    ASSERT_EQ(blocks[2].burn.has_value(), c.burn.has_value());
-    if (c.burn) {
-      EXPECT_DOUBLE_EQ(blocks[2].burn->usdPerHour, c.burn->usdPerHour);
-      EXPECT_DOUBLE_EQ(blocks[2].burn->tokensPerHour, c.burn->tokensPerHour);
-      EXPECT_DOUBLE_EQ(blocks[2].burn->projectedUSD, c.burn->projectedUSD);
-    }
+  for (const auto& [now, burn] : burns) {
+    SCOPED_TRACE(now);
+    const auto during = UsageReport::blocks(rows, prices, at(now));
+    ASSERT_EQ(during.size(), 3u);
+    EXPECT_FALSE(during[0].burn || during[1].burn);
+    ASSERT_TRUE(during[2].burn);
+    EXPECT_DOUBLE_EQ(during[2].burn->usdPerHour, burn.usdPerHour);
+    EXPECT_DOUBLE_EQ(during[2].burn->tokensPerHour, burn.tokensPerHour);
+    EXPECT_DOUBLE_EQ(during[2].burn->projectedUSD, burn.projectedUSD);
   }
 }
 
@@ -211,17 +204,15 @@ TEST(UsageReportTest, SessionsNewestFirstAndTheirProjects) {
   rows.sessions.erase(rows.sessions.begin() + 7);
 
   const auto sessions = UsageReport::sessions(rows, prices);
-  ASSERT_EQ(sessions.size(), 3u);
-  EXPECT_EQ(sessions[0].sessionID, "s2");
-  EXPECT_EQ(sessions[0].provider, ProviderID::codex);
-  EXPECT_EQ(sessions[0].cost, (UsageReport::Cost{std::nullopt, false, true}));
-  EXPECT_EQ(sessions[1].sessionID, "s1");
+  // (id, tool, tokens, cost) of each session; the second's models and span.
+  std::vector<std::tuple<std::string, ProviderID, int64_t, UsageReport::Cost>> got;
+  for (const auto& s : sessions) got.emplace_back(s.sessionID, s.provider, s.tokens, s.cost);
+  EXPECT_EQ(got, (decltype(got){{"s2", ProviderID::codex, 50'000, {std::nullopt, false, true}},
+                                {"s1", ProviderID::claude, 300'000, {3.0, true, false}},
+                                {"s3", ProviderID::claude, 400'000, {4.0, false, false}}}));
   EXPECT_EQ(sessions[1].models, (std::vector<std::string>{"borrowed", "m"}));
-  EXPECT_EQ(sessions[1].tokens, 300'000);
-  EXPECT_EQ(sessions[1].firstReply, at("2026-11-20T08:00:00Z"));
-  EXPECT_EQ(sessions[1].lastReply, at("2026-11-20T09:01:00Z"));
-  EXPECT_EQ(sessions[1].cost, (UsageReport::Cost{3.0, true, false}));
-  EXPECT_EQ(sessions[2].sessionID, "s3");
+  EXPECT_EQ(std::pair(sessions[1].firstReply, sessions[1].lastReply),
+            std::pair(at("2026-11-20T08:00:00Z"), at("2026-11-20T09:01:00Z")));
 
   const auto projects = UsageReport::projects(sessions);
   ASSERT_EQ(projects.size(), 2u);

@@ -1,7 +1,6 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <numeric>
@@ -175,76 +174,72 @@ class OpenCodeHomeTest : public testing::TempDirTest {
     }
   }
 
-  // Everything but the growing reply's later steps, every copy and trap included; returns the
-  // count of what it holds.
-  Count writeHome(testing::OpenCodeStoreWriter& db, testing::OpenCodeStoreWriter& kilo) {
-    db.session("ses_b", "/w/b-folder");
-    for (const Reply& r : {kSonnet, kGpt, kGptOld, kPickle, kNoParts}) store(db, r, r.createdMs);
-    db.message("msg_u1", "ses_a", kBase, R"({"role":"user","time":{"created":1795600800000}})");
-    // A reply that has not finished its first step: nothing to count yet.
-    db.message("msg_a7", "ses_a", kBase,
-               R"({"role":"assistant","providerID":"anthropic","modelID":"claude-sonnet-4-5",)"
-               R"("time":{"created":1795600899000},"cost":0,"tokens":{"input":0,"output":0,)"
-               R"("reasoning":0,"cache":{"read":0,"write":0}}})");
-    // A forked session: every message copied with new ids.
-    for (const Reply& r : {kSonnet, kGpt, kPickle}) {
-      store(db, r, kBase + 60'000, std::nullopt, r.id + "_fork", "ses_fork");
-    }
-    // The newest builds' second table of messages, with tokens of its own, is not counted.
-    db.run(
-        "INSERT INTO session_message VALUES ('sm1', 'ses_a', 'assistant', 0, 0, "
-        "'{\"tokens\":{\"input\":999999,\"output\":999999}}')");
-    Reply first = kGrowing;
-    first.steps.resize(1);
-    store(db, first, kBase + 70'000);
-
-    // The old JSON files: one reply also in the database (the same id), one only there.
-    storeAsJson(kSonnet);
-    storeAsJson(kJsonOnly);
-
-    store(kilo, kKilo, kKilo.createdMs);
-    store(kilo, kKilo, kBase + 80'000, 0.0, "msg_k1_fork", "ses_k_fork");
-
-    Count count;
-    for (const Reply& r : {kSonnet, kGpt, kGptOld, kPickle, kNoParts, kJsonOnly, kKilo}) {
-      count.add(r, 0, r.steps.size());
-    }
-    count.add(kGrowing, 0, 1);
-    return count;
-  }
-
-  // The growing reply's later steps, each rewriting its message as the tool does.
-  void grow(testing::OpenCodeStoreWriter& db, size_t steps) {
-    Reply grown = kGrowing;
-    grown.steps.resize(steps);
-    store(db, grown, kBase + 100'000 + static_cast<int64_t>(steps));
-  }
-
   const Date now_ = dateFromUnixSeconds(1'795'608'000);  // 2026-11-20T11:20:00Z
 };
 
-TEST_F(OpenCodeHomeTest, CountsEveryReplyOnceWithItsStepsWhileTheToolWrites) {
+// Passes, some killed at random commits, while the tool writes between them: each reply counts
+// once with all its steps, as a single clean pass would count it.
+TEST_F(OpenCodeHomeTest, CountsEveryReplyOnceWithItsStepsWhileTheToolWritesAndPassesAreKilled) {
   fs::create_directories(data());
   fs::create_directories(kiloDatabase().parent_path());
   testing::OpenCodeStoreWriter db{database()}, kilo{kiloDatabase()};
-  Count count = writeHome(db, kilo);
-  ASSERT_TRUE(fs::exists(database().string() + "-wal"));
+  // Every reply but the growing one's later steps, each copy and trap included, and the count of
+  // what is written.
+  db.session("ses_b", "/w/b-folder");
+  for (const Reply& r : {kSonnet, kGpt, kGptOld, kPickle, kNoParts}) store(db, r, r.createdMs);
+  db.message("msg_u1", "ses_a", kBase, R"({"role":"user","time":{"created":1795600800000}})");
+  // A reply that has not finished its first step: nothing to count yet.
+  store(db, reply("msg_a7", "ses_a", "anthropic", "claude-sonnet-4-5", 99, {Step{}}, true), kBase);
+  // A forked session: every message copied with new ids.
+  for (const Reply& r : {kSonnet, kGpt, kPickle}) {
+    store(db, r, kBase + 60'000, std::nullopt, r.id + "_fork", "ses_fork");
+  }
+  // The newest builds' second table of messages, with tokens of its own, is not counted.
+  db.run(
+      "INSERT INTO session_message VALUES ('sm1', 'ses_a', 'assistant', 0, 0, "
+      "'{\"tokens\":{\"input\":999999,\"output\":999999}}')");
+  Reply growing = kGrowing;
+  growing.steps.resize(1);
+  store(db, growing, kBase + 70'000);
 
-  const IngestResult first = pass();
-  EXPECT_EQ(first.newEvents[ProviderID::opencode], 7);
-  EXPECT_EQ(first.newEvents[ProviderID::kilo], 1);
+  // The old JSON files: one reply also in the database (the same id), one only there.
+  storeAsJson(kSonnet);
+  storeAsJson(kJsonOnly);
+
+  store(kilo, kKilo, kKilo.createdMs);
+  store(kilo, kKilo, kBase + 80'000, 0.0, "msg_k1_fork", "ses_k_fork");
+
+  Count count;
+  for (const Reply& r : {kSonnet, kGpt, kGptOld, kPickle, kNoParts, kJsonOnly, kKilo})
+    count.add(r, 0, r.steps.size());
+  count.add(kGrowing, 0, 1);
+  ASSERT_TRUE(fs::exists(database().string() + "-wal"));
+  // Many small replies, so that a kill can fall between them (in Kilo's file, leaving the WAL of
+  // OpenCode's own small).
+  for (int i = 0; i < 300; ++i) {
+    const Reply r =
+        reply(fmt::format("msg_n{:03}", i).c_str(), "ses_n", "anthropic", "claude-sonnet-4-5",
+              200 + i, {{i, 2 * i, 0, 10, 0, 3 * i + 10, 0.001, 2 * i}});
+    store(kilo, r, r.createdMs);
+    count.add(r, 0, 1);
+  }
+  const auto killed = [&](unsigned seed) {
+    testing::killPassesAtRandom([&](IngestOptions o) { pass(std::move(o)); }, seed, 6, 12);
+  };
+  killed(5);
+  pass();
   expectCount(count);
   EXPECT_EQ(pass().filesRead, 0u);
 
   // The tool goes on: the growing reply's second step lands in the WAL only; the main file is
   // untouched and the change is still seen.
-  struct stat before {};
-  ::stat(database().c_str(), &before);
-  grow(db, 2);
-  struct stat after {};
-  ::stat(database().c_str(), &after);
-  EXPECT_EQ(std::tuple(before.st_size, before.st_mtim.tv_nsec),
-            std::tuple(after.st_size, after.st_mtim.tv_nsec));
+  const auto mainFile = [&] {
+    return std::pair(fs::file_size(database()), fs::last_write_time(database()));
+  };
+  const auto before = mainFile();
+  growing.steps.push_back(kGrowing.steps[1]);
+  store(db, growing, kBase + 100'000);
+  EXPECT_EQ(mainFile(), before);
   const IngestResult second = pass();
   EXPECT_EQ(std::tuple(second.filesRead, second.totalNewEvents()), std::tuple(1u, 0));
   count.add(kGrowing, 1, 2);
@@ -257,57 +252,20 @@ TEST_F(OpenCodeHomeTest, CountsEveryReplyOnceWithItsStepsWhileTheToolWrites) {
   expectCount(count);
 
   // A step saved with its message's `time_updated` an hour before every stamp read: the new part
-  // row alone brings the message back.
-  Reply late = kGrowing;
-  store(db, late, kBase - 3'600'000);
-  EXPECT_EQ(pass().filesRead, 1u);
+  // row alone brings the message back, through killed passes too.
+  store(db, kGrowing, kBase - 3'600'000);
+  killed(6);
+  pass();
   count.add(kGrowing, 2, 3);
   expectCount(count);
 
-  // The replies' folders: the message's working folder, else its session's folder.
+  // Every reply once (none for the unfinished one, the copies or the second table), each in its
+  // tool and folder: the message's working folder, else its session's folder.
   testing::RawDatabase raw{dir() / "usage.db"};
-  EXPECT_THAT(raw.rows("SELECT DISTINCT project FROM sessions ORDER BY project"),
-              ::testing::ElementsAre("/w/b-folder", "/w/ses_a", "/w/ses_k", "/w/ses_old"));
-}
-
-// Passes killed at random commits while the tool writes between them, then one left to finish:
-// the totals of a single clean pass.
-TEST_F(OpenCodeHomeTest, PassesKilledAtAnyPointEndWithTheSameCount) {
-  fs::create_directories(data());
-  fs::create_directories(kiloDatabase().parent_path());
-  Count count;
-  {
-    testing::OpenCodeStoreWriter db{database()}, kilo{kiloDatabase()};
-    count = writeHome(db, kilo);
-    for (int i = 0; i < 300; ++i) {
-      Reply r{fmt::format("msg_n{:03}", i),
-              "ses_n",
-              "anthropic",
-              "claude-sonnet-4-5",
-              kBase + 200'000 + i,
-              {{i, 2 * i, 0, 10, 0, 3 * i + 10, 0.001, 2 * i}}};
-      store(db, r, r.createdMs);
-      count.add(r, 0, 1);
-    }
-  }
-  // Small outputs, so that a kill can fall between them.
-  const auto killed = [&](unsigned seed) {
-    testing::killPassesAtRandom([&](IngestOptions o) { pass(std::move(o)); }, seed, 6, 12);
-  };
-  killed(5);
-  {
-    testing::OpenCodeStoreWriter db{database()}, kilo{kiloDatabase()};
-    grow(db, 2);
-  }
-  killed(6);
-  {
-    testing::OpenCodeStoreWriter db{database()}, kilo{kiloDatabase()};
-    grow(db, 3);
-  }
-  killed(7);
-  pass();
-  count.add(kGrowing, 1, 3);
-  expectCount(count);
+  EXPECT_THAT(raw.rows("SELECT COUNT(*) FROM replies"), ::testing::ElementsAre("308"));
+  EXPECT_THAT(raw.rows("SELECT DISTINCT provider, project FROM sessions ORDER BY 1, 2"),
+              ::testing::ElementsAre("kilo|/w/ses_k", "kilo|/w/ses_n", "opencode|/w/b-folder",
+                                     "opencode|/w/ses_a", "opencode|/w/ses_old"));
 }
 
 // A database in a folder that cannot be written, left by a tool that closed it (no -wal or -shm
