@@ -17,9 +17,11 @@
 #include "daemon/DesktopNotifier.hpp"
 #include "daemon/LimitAlerts.hpp"
 #include "daemon/LogWatcher.hpp"
+#include "display/LimitOutlook.hpp"
 #include "display/WidgetDisplay.hpp"
 #include "ingest/UsageIngestor.hpp"
 #include "platform/RefreshRequest.hpp"
+#include "platform/WholeFile.hpp"
 #include "state/ClaudeCodeReading.hpp"
 #include "state/DaemonLock.hpp"
 #include "store/UsageStore.hpp"
@@ -110,6 +112,7 @@ struct Daemon::Loop {
     const IngestResult result = ingestor.run(now);
     lastPass = now;
     passWanted = false;
+    if (result.codexLimitsStored) tellDesktop(ProviderID::codex, *result.codexLimits, now);
     if (ClaudeCodeReading::takeInto(*store, refresh, settings.stateFolder)) {
       changed = true;
       saveRefresh();
@@ -161,7 +164,7 @@ struct Daemon::Loop {
   }
 
   // Stores the answers of the fetches that finished.
-  void collectFetches() {
+  void collectFetches(Date now) {
     for (auto it = fetches.begin(); it != fetches.end();) {
       if (!it->done->load()) {
         ++it;
@@ -176,7 +179,7 @@ struct Daemon::Loop {
         say("{} limits: {} (next try in {:.0f} s)", id.displayName(), caseName(limits.status),
             *refresh[id].delay);
       }
-      tellDesktop(id, limits);
+      tellDesktop(id, limits, now);
       changed = true;
       it = fetches.erase(it);
       saveRefresh();
@@ -191,10 +194,12 @@ struct Daemon::Loop {
     }
   }
 
-  // A limit that got tight or came back, once per window period, also across restarts.
-  void tellDesktop(ProviderID id, const ProviderLimits& limits) {
+  // A limit that got tight, will run out early or came back, once per window period, also across
+  // restarts; whether its figures came from the service or from the tool's logs.
+  void tellDesktop(ProviderID id, const ProviderLimits& limits, Date now) {
     if (!alerts) return;
-    for (const LimitAlert& alert : alerts->update(id, limits, currentDate())) {
+    const std::vector<LimitForecast> forecasts = LimitOutlook::forecasts(*store, id, limits, now);
+    for (const LimitAlert& alert : alerts->update(id, limits, now, forecasts)) {
       if (notifier && !notifier->notify(alert)) {
         say("cannot show \"{}\": {}", alert.summary, notifier->lastError());
       }
@@ -265,6 +270,19 @@ struct Daemon::Loop {
     return static_cast<int>(std::ceil(seconds * 1000));
   }
 
+  // The time now; a test moves it through `BRIMLOG_CLOCK_FILE` (see `HostSettings`).
+  Date clock() const {
+    if (!settings.clockFile) return currentDate();
+    try {
+      const std::string text = WholeFile::read(*settings.clockFile, 64).bytes;
+      if (const auto date = parseISO8601(text.substr(0, text.find_first_of("\r\n")))) {
+        return *date;
+      }
+    } catch (const std::exception&) {
+    }
+    return currentDate();
+  }
+
   void joinFetches() {
     for (Fetch& fetch : fetches) fetch.thread.join();
     fetches.clear();
@@ -311,11 +329,12 @@ int Daemon::run() {
   if (endpoints) {
     loop.providers = LimitsFetcher::forTools(loop.store, settings_.tools, *endpoints).providers();
   }
-  if (options_.notify && !options_.offline) {
+  // Offline, limits still arrive through the tools' logs, and alert like fetched ones.
+  if (options_.notify) {
     std::string why;
     loop.notifier = DesktopNotifier::connect(settings_.sessionBusAddress, &why);
     if (loop.notifier) {
-      loop.alerts.emplace(settings_.stateFolder / "alerts.json");
+      loop.alerts.emplace(settings_.stateFolder / "alerts.json", settings_.calendar);
     } else {
       say("no desktop notifications: {}", why);
     }
@@ -328,7 +347,7 @@ int Daemon::run() {
       watcher.watchCount(), options_.interval, options_.offline ? ", offline" : "");
 
   // At start: a pass, the fetches the timing allows, the snapshot.
-  Date now = currentDate();
+  Date now = loop.clock();
   loop.checkIfDue(now);
   loop.pruneIfDue(now);
   loop.pass(now);
@@ -341,7 +360,7 @@ int Daemon::run() {
                       {watcher.fd(), POLLIN, 0},
                       {loop.wakeup.fd(), POLLIN, 0},
                       {listener->fd(), POLLIN, 0}};
-    if (::poll(ready, 4, loop.timeout(currentDate())) < 0 && errno != EINTR) {
+    if (::poll(ready, 4, loop.timeout(loop.clock())) < 0 && errno != EINTR) {
       throw std::system_error(errno, std::generic_category(), "poll");
     }
     if (ready[0].revents & POLLIN) break;
@@ -355,8 +374,8 @@ int Daemon::run() {
     }
 
     // Every step below takes the same `now`: the pass, the fetches and the snapshot agree.
-    now = currentDate();
-    loop.collectFetches();
+    now = loop.clock();
+    loop.collectFetches(now);
     const bool passDue = buttonPressed || now - loop.lastPass >= Seconds{options_.interval} ||
                          (loop.passWanted && now - loop.lastPass >= Seconds{kCoalesce});
     if (passDue) loop.pass(now);
@@ -367,7 +386,7 @@ int Daemon::run() {
   }
   say("stopping{}", loop.fetches.empty() ? "" : " after the fetches under way");
   loop.joinFetches();
-  loop.collectFetches();
+  loop.collectFetches(loop.clock());
   return 0;
 }
 

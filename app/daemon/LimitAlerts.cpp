@@ -1,8 +1,12 @@
 #include "daemon/LimitAlerts.hpp"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <cmath>
 #include <string_view>
 
+#include "display/LimitBarModel.hpp"
 #include "display/LimitLevel.hpp"
 #include "display/MeterFormat.hpp"
 #include "platform/AtomicFile.hpp"
@@ -58,12 +62,13 @@ LimitAlert makeAlert(ProviderID provider, const LimitWindow& window, LimitAlert:
 
 }  // namespace
 
-LimitAlerts::LimitAlerts(std::filesystem::path stateFile) : stateFile_(std::move(stateFile)) {
+LimitAlerts::LimitAlerts(std::filesystem::path stateFile, Calendar calendar)
+    : stateFile_(std::move(stateFile)), calendar_(std::move(calendar)) {
   load();
 }
 
 std::vector<LimitAlert> LimitAlerts::update(ProviderID provider, const ProviderLimits& limits,
-                                            Date now) {
+                                            Date now, std::span<const LimitForecast> forecasts) {
   std::vector<LimitAlert> alerts;
   bool changed = false;
   for (const LimitWindow& window : limits.windows) {
@@ -106,13 +111,25 @@ std::vector<LimitAlert> LimitAlerts::update(ProviderID provider, const ProviderL
     }
     if (kind) alerts.push_back(makeAlert(provider, window, *kind, used, now));
 
-    if (after.stage == Stage::none) {
+    const auto forecast =
+        std::find_if(forecasts.begin(), forecasts.end(),
+                     [&](const LimitForecast& f) { return f.window == window.id; });
+    if (!after.forecastTold && forecast != forecasts.end() && forecast->runsOutAt) {
+      if (const auto text = LimitBarModel::forecastText(*forecast, window, now, calendar_)) {
+        alerts.push_back(
+            {provider, window.id, LimitAlert::Kind::runsOutEarly,
+             fmt::format("{}: {} runs out early", provider.displayName(), window.label), *text});
+        after.forecastTold = true;
+      }
+    }
+
+    if (after.stage == Stage::none && !after.forecastTold) {
       if (found != entries_.end()) {
         entries_.erase(found);
         changed = true;
       }
     } else if (found == entries_.end() || before.stage != after.stage ||
-               before.period != after.period) {
+               before.period != after.period || before.forecastTold != after.forecastTold) {
       entries_[key] = after;
       changed = true;
     }
@@ -151,7 +168,9 @@ void LimitAlerts::load() {
     for (int stage = 1; stage <= 3; ++stage) {
       if (*alerted == stageName(stage)) entry.stage = static_cast<Stage>(stage);
     }
-    if (entry.stage == Stage::none) continue;
+    const auto forecast = item.find("forecast");
+    entry.forecastTold = forecast != item.end() && forecast->is_boolean() && forecast->get<bool>();
+    if (entry.stage == Stage::none && !entry.forecastTold) continue;
     if (const std::optional<std::string> period = text("period")) {
       entry.period = parseISO8601(*period);
       if (!entry.period) continue;
@@ -167,6 +186,7 @@ void LimitAlerts::save() {
                  {"window", key.second},
                  {"alerted", stageName(static_cast<int>(entry.stage))}};
     if (entry.period) item["period"] = formatISO8601(*entry.period);
+    if (entry.forecastTold) item["forecast"] = true;
     windows.push_back(std::move(item));
   }
   const std::string text = json::dump(Json{{"windows", std::move(windows)}}) + "\n";

@@ -114,6 +114,7 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
   settings.claudeUsageURL = nonEmpty("BRIMLOG_CLAUDE_USAGE_URL");
   settings.codexUsageURL = nonEmpty("BRIMLOG_CODEX_USAGE_URL");
   settings.sessionBusAddress = nonEmpty("DBUS_SESSION_BUS_ADDRESS");
+  if (const auto clock = nonEmpty("BRIMLOG_CLOCK_FILE")) settings.clockFile = *clock;
   return settings;
 }
 

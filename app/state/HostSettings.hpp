@@ -64,6 +64,9 @@ struct HostSettings {
   /// DBUS_SESSION_BUS_ADDRESS as set: the bus desktop notifications go to; absent when unset or
   /// empty (the bus's usual place is then tried).
   std::optional<std::string> sessionBusAddress;
+  /// BRIMLOG_CLOCK_FILE: a file holding an ISO 8601 instant that the daemon takes for the time
+  /// now, read afresh at each step, so that a test can move hours in seconds. Unset in use.
+  std::optional<std::filesystem::path> clockFile;
 
   /// Defaults: home $HOME (else the user database's), the database
   /// ${XDG_DATA_HOME:-$HOME/.local/share}/brimlog/usage.db (the user's, whatever --home says), the

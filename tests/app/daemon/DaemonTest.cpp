@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <fstream>
 #include <functional>
 #include <thread>
@@ -14,6 +16,7 @@
 #include "daemon/Daemon.hpp"
 #include "display/SnapshotStore.hpp"
 #include "state/RefreshState.hpp"
+#include "store/UsageStore.hpp"
 #include "support/RawDatabase.hpp"
 #include "support/RunningProgram.hpp"
 #include "support/StubHTTPServer.hpp"
@@ -45,14 +48,16 @@ class DaemonTest : public testing::TempDirTest {
   fs::path shared() const { return dir() / "shared"; }
 
   // The daemon on the temporary home, offline unless `environment` ("NAME=value ...") says
-  // where the services and the session bus are.
-  std::unique_ptr<testing::RunningProgram> start(const std::string& environment = "") {
+  // where the services and the session bus are, or `offline` says otherwise.
+  std::unique_ptr<testing::RunningProgram> start(const std::string& environment = "",
+                                                 std::optional<bool> offline = std::nullopt) {
     return std::make_unique<testing::RunningProgram>(std::vector<std::string>{
         "/bin/sh", "-c",
         fmt::format("exec env {} '{}' daemon {}--interval 3600 --home '{}' --db '{}' "
                     "--shared-dir '{}' 2>&1",
-                    environment, BRIMLOG_BINARY, environment.empty() ? "--offline " : "",
-                    home().string(), (dir() / "db/usage.db").string(), shared().string())});
+                    environment, BRIMLOG_BINARY,
+                    offline.value_or(environment.empty()) ? "--offline " : "", home().string(),
+                    (dir() / "db/usage.db").string(), shared().string())});
   }
 
   // What the widgets' refresh button does, from the command line.
@@ -244,6 +249,121 @@ TEST_F(DaemonTest, TellsTheDesktopOnceAcrossRestarts) {
   EXPECT_TRUE(eventually([&] { return claude.requests().size() == 2; }));
   EXPECT_EQ(desktop.line(std::chrono::milliseconds(1500)), std::nullopt);
   EXPECT_EQ(stop(*daemon).exitStatus, 0);
+}
+
+// The service's answers rise 25 points an hour over simulated hours (the daemon's clock file
+// moves, the refresh button asks again): each is kept in the history, the snapshot's forecast
+// is the straight line's end, and the desktop hears once that the session runs out early.
+TEST_F(DaemonTest, ForecastsARisingLimitFromItsHistoryAndTellsItOnce) {
+  testing::RunningProgram bus{{"dbus-daemon", "--session", "--nofork", "--print-address=1"}};
+  if (!bus.started()) GTEST_SKIP() << "dbus-daemon not found: install the dbus package";
+  const std::optional<std::string> address = bus.line();
+  ASSERT_TRUE(address);
+  testing::RunningProgram desktop{{BRIMLOG_NOTIFICATION_LISTENER, *address}};
+  ASSERT_EQ(desktop.line(), "ready");
+
+  fs::create_directories(home() / ".claude/projects");
+  write("home/.claude/.credentials.json",
+        R"({"claudeAiOauth":{"accessToken":"t","expiresAt":4102444800000}})");
+  const Date begun = dateFromUnixSeconds(std::floor(unixSeconds(currentDate())));
+  const Date reset = begun + Seconds{4 * 3600.0};  // a five-hour session begun an hour ago
+  testing::StubHTTPServer claude{"/api/oauth/usage"};
+  const auto answer = [&](int hour) {
+    write("clock", formatISO8601(begun + Seconds{hour * 3600.0}));
+    claude.respond(200, fmt::format(R"({{"five_hour":{{"utilization":{},"resets_at":"{}"}}}})",
+                                    10 + 25 * hour, formatISO8601(reset)));
+  };
+  answer(0);
+  const std::string environment = fmt::format(
+      "DBUS_SESSION_BUS_ADDRESS='{}' BRIMLOG_CLAUDE_USAGE_URL='{}' "
+      "BRIMLOG_CLOCK_FILE='{}' CLAUDE_CONFIG_DIR= CODEX_HOME=",
+      *address, claude.url(), (dir() / "clock").string());
+  std::unique_ptr<testing::RunningProgram> daemon = start(environment);
+  ASSERT_TRUE(eventually([&] { return claude.requests().size() == 1; }));
+  std::vector<std::string> told;
+  for (int hour = 1; hour <= 2; ++hour) {
+    // The answer of the hour before has been stored before the clock moves on.
+    ASSERT_TRUE(awaitSnapshot([&](const Snapshot& s) {
+      return !s.providers.empty() && !s.providers[0].windows.empty() &&
+             s.providers[0].windows[0].usedFraction > 0.1 + 0.25 * (hour - 1) - 0.01;
+    }));
+    answer(hour);
+    ASSERT_EQ(refresh().exitStatus, 0);
+    ASSERT_TRUE(eventually([&] { return claude.requests().size() == size_t(hour) + 1; }));
+  }
+  // 10% + 25% an hour reaches 100% at 3.6 hours, before the reset at 4.
+  const std::optional<Snapshot> last = awaitSnapshot([&](const Snapshot& s) {
+    return !s.providers.empty() && !s.providers[0].forecasts.empty() &&
+           s.providers[0].forecasts[0].asOf == begun + Seconds{7200.0};
+  });
+  ASSERT_TRUE(last) << "no forecast of the last answer";
+  const LimitForecast& forecast = last->providers[0].forecasts[0];
+  ASSERT_TRUE(forecast.runsOutAt);
+  EXPECT_NEAR((*forecast.runsOutAt - begun).count(), 3.6 * 3600, 60);
+  EXPECT_NEAR(forecast.usedPerHour, 0.25, 1e-6);
+
+  std::optional<std::string> line;
+  while ((line = desktop.line(std::chrono::milliseconds(1500)))) told.push_back(*line);
+  EXPECT_EQ(stop(*daemon).exitStatus, 0);
+  EXPECT_EQ(std::count_if(
+                told.begin(), told.end(),
+                [](const std::string& t) { return t.find("runs out early") != std::string::npos; }),
+            1)
+      << ::testing::PrintToString(told);
+
+  UsageStore store{dir() / "db/usage.db"};
+  const std::vector<LimitReading> readings = store.readings({ProviderID::claude, "session"});
+  ASSERT_EQ(readings.size(), 3u);
+  EXPECT_EQ(readings[2].readAt, begun + Seconds{7200.0});
+  EXPECT_DOUBLE_EQ(readings[2].usedFraction, 0.60);
+  EXPECT_EQ(readings[2].origin, LimitReading::Origin::service);
+}
+
+// Limits that arrive through Codex's logs alert like fetched ones, offline too: past 80%, then
+// past 95%.
+TEST_F(DaemonTest, CodexLimitsReadFromItsLogsReachTheDesktop) {
+  testing::RunningProgram bus{{"dbus-daemon", "--session", "--nofork", "--print-address=1"}};
+  if (!bus.started()) GTEST_SKIP() << "dbus-daemon not found: install the dbus package";
+  const std::optional<std::string> address = bus.line();
+  ASSERT_TRUE(address);
+  testing::RunningProgram desktop{{BRIMLOG_NOTIFICATION_LISTENER, *address}};
+  ASSERT_EQ(desktop.line(), "ready");
+
+  const std::string log = "home/.codex/sessions/2026/11/20/rollout-a.jsonl";
+  const Date begun = currentDate() - Seconds{60.0};
+  const auto limits = [&](int percent) {
+    const Date now = begun + Seconds{static_cast<double>(percent)};
+    return fmt::format(
+        R"({{"timestamp":"{}","type":"event_msg","payload":{{"type":"token_count","info":null,)"
+        R"("rate_limits":{{"secondary":{{"used_percent":{},"window_minutes":10080,)"
+        R"("resets_at":{:.0f}}}}}}}}})"
+        "\n",
+        formatISO8601(now), percent, unixSeconds(now) + 3 * 86400);
+  };
+  for (const bool offline : {true, false}) {
+    SCOPED_TRACE(offline ? "offline" : "online");
+    fs::remove_all(dir() / "db");
+    fs::remove_all(shared());
+    write(log, limits(40));
+    std::unique_ptr<testing::RunningProgram> daemon =
+        start(fmt::format("DBUS_SESSION_BUS_ADDRESS='{}' CODEX_HOME= CLAUDE_CONFIG_DIR= "
+                          "BRIMLOG_CLAUDE_USAGE_URL=http://127.0.0.1:9 "
+                          "BRIMLOG_CODEX_USAGE_URL=http://127.0.0.1:9",
+                          *address),
+              offline);
+    for (const int percent : {82, 96}) {
+      std::ofstream{dir() / log, std::ios::app} << limits(percent);
+      // The pace of these few seconds also tells of an early end; the levels are looked for.
+      const std::string level = fmt::format("Codex: Weekly at {}", percent);
+      std::optional<std::string> told;
+      while ((told = desktop.line()) && told->rfind(level, 0) != 0) {
+      }
+      EXPECT_TRUE(told) << "no notification at " << percent << "%";
+    }
+    EXPECT_EQ(stop(*daemon).exitStatus, 0);
+    while (desktop.line(std::chrono::milliseconds(300))) {
+    }
+  }
 }
 
 }  // namespace
