@@ -241,6 +241,8 @@ TEST_F(DaemonTest, TellsTheDesktopOnceAcrossRestarts) {
   const std::optional<std::string> told = desktop.line();
   ASSERT_TRUE(told) << "no notification";
   EXPECT_THAT(*told, ::testing::StartsWith("Claude: Session at 85"));
+  // 85% two hours into five: at that pace it ends well before the reset.
+  EXPECT_THAT(desktop.line(), ::testing::Optional(HasSubstr("Session runs out early")));
   EXPECT_EQ(stop(*daemon).exitStatus, 0);
 
   // Forget the fetch timing, so the restart asks again and gets the same answer.

@@ -119,5 +119,27 @@ TEST_F(LimitAlertsTest, TextsAndStateFile) {
   EXPECT_NE(homeless.saveError()->find("missing/alerts.json"), std::string::npos);
 }
 
+// An early end is told once per period, remembered across restarts, whichever way the forecast
+// moves after; a new period may tell it again.
+TEST_F(LimitAlertsTest, TellsAnEarlyEndOncePerPeriod) {
+  const std::filesystem::path file = dir() / "alerts.json";
+  const Date now = kStart + Seconds{kHour};
+  const LimitForecast early{"session", now, 0.2, kStart + Seconds{3 * kHour}, {}};
+  const LimitForecast lasts{"session", now, 0.1, std::nullopt, {}};
+  const auto update = [&](double resetsIn, const LimitForecast& forecast) {
+    return LimitAlerts{file, Calendar::utc()}.update(ProviderID::claude, session(0.3, resetsIn),
+                                                     now, std::span(&forecast, 1));
+  };
+  EXPECT_TRUE(update(5 * kHour, lasts).empty());
+  const std::vector<LimitAlert> told = update(5 * kHour, early);
+  ASSERT_EQ(kinds(told), std::vector<Kind>{Kind::runsOutEarly});
+  EXPECT_EQ(told[0].summary, "Claude: Session runs out early");
+  EXPECT_EQ(told[0].body, "at this pace: runs out Wed 14:07, 2 h before the reset");
+  for (const LimitForecast* forecast : {&early, &lasts, &early}) {
+    EXPECT_TRUE(update(5 * kHour, *forecast).empty());
+  }
+  EXPECT_EQ(kinds(update(10 * kHour, early)), std::vector<Kind>{Kind::runsOutEarly});
+}
+
 }  // namespace
 }  // namespace brimlog
