@@ -13,8 +13,8 @@ namespace brimlog {
 
 /// Which readings to read back: every tool and window unless named, between two moments.
 struct ReadingFilter {
-  std::optional<ProviderID> provider;
-  std::optional<std::string> window;
+  std::optional<ProviderID> provider{};
+  std::optional<std::string> window{};
   Date since = Date{Seconds{-1e12}};
   Date until = Date{Seconds{1e12}};
 };

@@ -41,5 +41,40 @@ TEST(LimitBarModelTest, APassedResetIsFullAndNoLengthOrResetGivesNoPace) {
   EXPECT_EQ(bar(0.25, 18000, std::nullopt).resetText, std::nullopt);
 }
 
+// What a bar says beyond its figures: how long ago a reset passed, its level, the age of an old
+// reading and the forecast's line.
+TEST(LimitBarModelTest, TellsPassedResetsLevelsAgesAndForecasts) {
+  for (const auto& [resetIn, text] : {std::pair{-60.0, "now"},
+                                      {-61.0, "reset 1 min ago"},
+                                      {-20 * 3600.0 - 59, "reset 20 h ago"},
+                                      {-3 * 86400.0, "reset 3 d ago"}}) {
+    EXPECT_EQ(bar(0.9, 18000, resetIn).resetText, text) << resetIn;
+  }
+  for (const auto& [used, level] : {std::pair{0.7999, LimitLevel::normal},
+                                    {0.80, LimitLevel::warning},
+                                    {0.9499, LimitLevel::warning},
+                                    {0.95, LimitLevel::critical}}) {
+    EXPECT_EQ(bar(used, 18000, 60).level, level) << used;
+  }
+  EXPECT_EQ(bar(0.99, 18000, -120).level, LimitLevel::normal);  // reset since
+
+  EXPECT_EQ(LimitBarModel::ageText(kNow - Seconds{360}, kNow), std::nullopt);
+  EXPECT_EQ(LimitBarModel::ageText(kNow - Seconds{3 * 3600 + 100}, kNow), "as of 3 h ago");
+
+  // kNow is Thursday 2026-10-29 12:00 UTC.
+  const LimitWindow week{"weekly",           "Weekly", 0.42, 604'800.0, kNow + Seconds{259'200},
+                         LimitSource::live()};
+  const Calendar utc = Calendar::utc();
+  const LimitForecast early{"weekly", kNow, 0.01, kNow + Seconds{2 * 3600 + 600}, {}};
+  EXPECT_EQ(LimitBarModel::forecastText(early, week, kNow, utc),
+            "at this pace: runs out Thu 14:10, 2 d before the reset");
+  const LimitForecast lasts{"weekly", kNow, 0.001, std::nullopt, {}};
+  EXPECT_EQ(LimitBarModel::forecastText(lasts, week, kNow, utc),
+            "at this pace: lasts until the reset");
+  LimitWindow usedUp = week;
+  usedUp.usedFraction = 1;
+  EXPECT_EQ(LimitBarModel::forecastText(early, usedUp, kNow, utc), std::nullopt);
+}
+
 }  // namespace
 }  // namespace brimlog
