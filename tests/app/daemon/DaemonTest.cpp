@@ -217,53 +217,61 @@ TEST_F(DaemonTest, ADamagedDatabaseIsToldByCheckAndAtStart) {
   stop(*daemon);
 }
 
+// With a private session bus and a listener that prints each notification as a line.
+class DaemonDesktopTest : public DaemonTest {
+ protected:
+  void SetUp() override {
+    DaemonTest::SetUp();
+    bus_ = std::make_unique<testing::RunningProgram>(
+        std::vector<std::string>{"dbus-daemon", "--session", "--nofork", "--print-address=1"});
+    if (!bus_->started()) GTEST_SKIP() << "dbus-daemon not found: install the dbus package";
+    address = bus_->line().value_or("");
+    ASSERT_FALSE(address.empty());
+    desktop = std::make_unique<testing::RunningProgram>(
+        std::vector<std::string>{BRIMLOG_NOTIFICATION_LISTENER, address});
+    ASSERT_EQ(desktop->line(), "ready");
+  }
+
+  std::string address;
+  std::unique_ptr<testing::RunningProgram> desktop;
+
+ private:
+  std::unique_ptr<testing::RunningProgram> bus_;
+};
+
 // A session limit past 80% reaches the desktop once; a restart that fetches the same answer
 // again says nothing more.
-TEST_F(DaemonTest, TellsTheDesktopOnceAcrossRestarts) {
-  testing::RunningProgram bus{{"dbus-daemon", "--session", "--nofork", "--print-address=1"}};
-  if (!bus.started()) GTEST_SKIP() << "dbus-daemon not found: install the dbus package";
-  const std::optional<std::string> address = bus.line();
-  ASSERT_TRUE(address);
-  testing::RunningProgram desktop{{BRIMLOG_NOTIFICATION_LISTENER, *address}};
-  ASSERT_EQ(desktop.line(), "ready");
-
+TEST_F(DaemonDesktopTest, TellsTheDesktopOnceAcrossRestarts) {
   fs::create_directories(home() / ".claude/projects");
   write("home/.claude/.credentials.json",
         R"({"claudeAiOauth":{"accessToken":"t","expiresAt":4102444800000}})");
   testing::StubHTTPServer claude{"/api/oauth/usage"};
   claude.respond(200, R"({"five_hour":{"utilization":85,"resets_at":")" +
                           formatISO8601(currentDate() + Seconds{3 * 3600}) + R"("}})");
-  const std::string environment = "DBUS_SESSION_BUS_ADDRESS='" + *address +
+  const std::string environment = "DBUS_SESSION_BUS_ADDRESS='" + address +
                                   "' BRIMLOG_CLAUDE_USAGE_URL='" + claude.url() +
                                   "' CLAUDE_CONFIG_DIR= CODEX_HOME=";
 
   std::unique_ptr<testing::RunningProgram> daemon = start(environment);
-  const std::optional<std::string> told = desktop.line();
+  const std::optional<std::string> told = desktop->line();
   ASSERT_TRUE(told) << "no notification";
   EXPECT_THAT(*told, ::testing::StartsWith("Claude: Session at 85"));
   // 85% two hours into five: at that pace it ends well before the reset.
-  EXPECT_THAT(desktop.line(), ::testing::Optional(HasSubstr("Session runs out early")));
+  EXPECT_THAT(desktop->line(), ::testing::Optional(HasSubstr("Session runs out early")));
   EXPECT_EQ(stop(*daemon).exitStatus, 0);
 
   // Forget the fetch timing, so the restart asks again and gets the same answer.
   fs::remove(RefreshState::pathIn(shared()));
   daemon = start(environment);
   EXPECT_TRUE(eventually([&] { return claude.requests().size() == 2; }));
-  EXPECT_EQ(desktop.line(std::chrono::milliseconds(1500)), std::nullopt);
+  EXPECT_EQ(desktop->line(std::chrono::milliseconds(1500)), std::nullopt);
   EXPECT_EQ(stop(*daemon).exitStatus, 0);
 }
 
 // The service's answers rise 25 points an hour over simulated hours (the daemon's clock file
 // moves, the refresh button asks again): each is kept in the history, the snapshot's forecast
 // is the straight line's end, and the desktop hears once that the session runs out early.
-TEST_F(DaemonTest, ForecastsARisingLimitFromItsHistoryAndTellsItOnce) {
-  testing::RunningProgram bus{{"dbus-daemon", "--session", "--nofork", "--print-address=1"}};
-  if (!bus.started()) GTEST_SKIP() << "dbus-daemon not found: install the dbus package";
-  const std::optional<std::string> address = bus.line();
-  ASSERT_TRUE(address);
-  testing::RunningProgram desktop{{BRIMLOG_NOTIFICATION_LISTENER, *address}};
-  ASSERT_EQ(desktop.line(), "ready");
-
+TEST_F(DaemonDesktopTest, ForecastsARisingLimitFromItsHistoryAndTellsItOnce) {
   fs::create_directories(home() / ".claude/projects");
   write("home/.claude/.credentials.json",
         R"({"claudeAiOauth":{"accessToken":"t","expiresAt":4102444800000}})");
@@ -279,7 +287,7 @@ TEST_F(DaemonTest, ForecastsARisingLimitFromItsHistoryAndTellsItOnce) {
   const std::string environment = fmt::format(
       "DBUS_SESSION_BUS_ADDRESS='{}' BRIMLOG_CLAUDE_USAGE_URL='{}' "
       "BRIMLOG_CLOCK_FILE='{}' CLAUDE_CONFIG_DIR= CODEX_HOME=",
-      *address, claude.url(), (dir() / "clock").string());
+      address, claude.url(), (dir() / "clock").string());
   std::unique_ptr<testing::RunningProgram> daemon = start(environment);
   ASSERT_TRUE(eventually([&] { return claude.requests().size() == 1; }));
   std::vector<std::string> told;
@@ -305,7 +313,7 @@ TEST_F(DaemonTest, ForecastsARisingLimitFromItsHistoryAndTellsItOnce) {
   EXPECT_NEAR(forecast.usedPerHour, 0.25, 1e-6);
 
   std::optional<std::string> line;
-  while ((line = desktop.line(std::chrono::milliseconds(1500)))) told.push_back(*line);
+  while ((line = desktop->line(std::chrono::milliseconds(1500)))) told.push_back(*line);
   EXPECT_EQ(stop(*daemon).exitStatus, 0);
   EXPECT_EQ(std::count_if(
                 told.begin(), told.end(),
@@ -323,14 +331,7 @@ TEST_F(DaemonTest, ForecastsARisingLimitFromItsHistoryAndTellsItOnce) {
 
 // Limits that arrive through Codex's logs alert like fetched ones, offline too: past 80%, then
 // past 95%.
-TEST_F(DaemonTest, CodexLimitsReadFromItsLogsReachTheDesktop) {
-  testing::RunningProgram bus{{"dbus-daemon", "--session", "--nofork", "--print-address=1"}};
-  if (!bus.started()) GTEST_SKIP() << "dbus-daemon not found: install the dbus package";
-  const std::optional<std::string> address = bus.line();
-  ASSERT_TRUE(address);
-  testing::RunningProgram desktop{{BRIMLOG_NOTIFICATION_LISTENER, *address}};
-  ASSERT_EQ(desktop.line(), "ready");
-
+TEST_F(DaemonDesktopTest, CodexLimitsReadFromItsLogsReachTheDesktop) {
   const std::string log = "home/.codex/sessions/2026/11/20/rollout-a.jsonl";
   const Date begun = currentDate() - Seconds{60.0};
   const auto limits = [&](int percent) {
@@ -351,19 +352,19 @@ TEST_F(DaemonTest, CodexLimitsReadFromItsLogsReachTheDesktop) {
         start(fmt::format("DBUS_SESSION_BUS_ADDRESS='{}' CODEX_HOME= CLAUDE_CONFIG_DIR= "
                           "BRIMLOG_CLAUDE_USAGE_URL=http://127.0.0.1:9 "
                           "BRIMLOG_CODEX_USAGE_URL=http://127.0.0.1:9",
-                          *address),
+                          address),
               offline);
     for (const int percent : {82, 96}) {
       std::ofstream{dir() / log, std::ios::app} << limits(percent);
       // The pace of these few seconds also tells of an early end; the levels are looked for.
       const std::string level = fmt::format("Codex: Weekly at {}", percent);
       std::optional<std::string> told;
-      while ((told = desktop.line()) && told->rfind(level, 0) != 0) {
+      while ((told = desktop->line()) && told->rfind(level, 0) != 0) {
       }
       EXPECT_TRUE(told) << "no notification at " << percent << "%";
     }
     EXPECT_EQ(stop(*daemon).exitStatus, 0);
-    while (desktop.line(std::chrono::milliseconds(300))) {
+    while (desktop->line(std::chrono::milliseconds(300))) {
     }
   }
 }
