@@ -56,6 +56,9 @@ WholeFile WholeFile::read(const std::filesystem::path& path, size_t limit) {
     if (n < 0) fail("Cannot read", path, errno);
     if (n == 0) break;
     have += static_cast<size_t>(n);
+    // The size it had, read in a read that stopped short of the buffer's end: the end, without
+    // one more call to find it (a read of a regular file stops short only there).
+    if (have == static_cast<size_t>(file.status.st_size) && have < file.bytes.size()) break;
   }
   if (have > limit) tooLarge();
   file.bytes.resize(have);
