@@ -129,17 +129,13 @@ std::string Dashboard::sparkline(const std::vector<double>& values) {
 
 std::string Dashboard::periodSparkline(const LimitForecast& forecast, const LimitWindow& window,
                                        Date now, int width) {
-  std::vector<LimitForecast::Point> points = forecast.history;
-  std::sort(points.begin(), points.end(), [](const auto& a, const auto& b) { return a.at < b.at; });
   const std::optional<Date> start = LimitForecast::periodStart(window);
-  std::string line;
-  if (!start || width <= 0) {
-    for (const auto& point : points) line += usedLevel(point.used);
-    return line;
-  }
+  if (!start) return {};
   // A column per slice of the period; each shows the latest share read by the slice's end (none
   // read yet: nothing used since the period began), and the slices still to come stay blank.
   const double length = (*window.resetsAt - *start).count();
+  const std::vector<LimitForecast::Point>& points = forecast.history;
+  std::string line;
   size_t next = 0;
   double used = 0;
   for (int i = 0; i < width; ++i) {

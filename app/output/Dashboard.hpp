@@ -38,9 +38,9 @@ struct Dashboard {
   /// Eight levels per value, scaled to the largest: "▁▁▃█▅".
   static std::string sparkline(const std::vector<double>& values);
 
-  /// The share used of a window's current period over time, in `width` columns from the
-  /// period's start to its reset, "█" for all of the quota: "▁▁▂▃▃▅" up to `now`, the columns
-  /// after it left out. A window whose period is unknown gets its points as they are.
+  /// The share used of a window's current period over time (the forecast's points, in time
+  /// order), in `width` columns from the period's start to its reset, "█" for all of the quota:
+  /// "▁▁▂▃▃▅" up to `now`, the columns after it left out. Nothing when the period is unknown.
   static std::string periodSparkline(const LimitForecast& forecast, const LimitWindow& window,
                                      Date now, int width);
 };

@@ -60,10 +60,6 @@ TEST_F(StatusLineTest, DrawsEachFormatAsExpected) {
        snapshot(
            {runningOut(provider(ProviderID::claude, {window("weekly", 0.85, 604800, 86400)}), 5)},
            40)},
-      {"runs out after the reset",
-       snapshot(
-           {runningOut(provider(ProviderID::claude, {window("weekly", 0.85, 604800, 86400)}), 30)},
-           40)},
       {"used-up window",
        snapshot({provider(ProviderID::claude, {window("weekly", 0.3, 604800, 300000)}),
                  provider(ProviderID::codex, {window("session", 1, 18000, 2820)})},
