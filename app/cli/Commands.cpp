@@ -218,17 +218,16 @@ int Commands::limits(const LimitsOptions& options) {
   std::map<ProviderID, std::vector<LimitForecast>> forecasts;
   for (ProviderID provider : ProviderID::readableCases) {
     if (!provider.hasLimits()) continue;
+    std::optional<ProviderLimits> stored;
     try {
-      if (auto stored = opened->limits(provider)) all.emplace_back(provider, std::move(*stored));
+      stored = opened->limits(provider);
     } catch (const JsonDecodeError& error) {
       fmt::print(stderr, "brimlog: the stored limits of {} are damaged: {}\n",
                  provider.displayName(), error.what());
-      continue;
     }
-    if (!all.empty() && all.back().first == provider) {
-      forecasts[provider] =
-          LimitOutlook::forecasts(*opened, provider, all.back().second, settings.now);
-    }
+    if (!stored) continue;
+    forecasts[provider] = LimitOutlook::forecasts(*opened, provider, *stored, settings.now);
+    all.emplace_back(provider, std::move(*stored));
   }
   std::FILE* out = context_.out();
   if (options.form == LimitsOptions::Form::json) {
