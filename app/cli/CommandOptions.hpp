@@ -23,7 +23,15 @@ struct SyncOptions {
 };
 
 struct LimitsOptions {
-  bool json = false;
+  enum class Form { table, json, csv };
+
+  /// The readings kept over `days` and the finished windows among them, instead of the latest.
+  bool history = false;
+  /// Only this tool's readings, and only this window's (an id: "session", "weekly", …).
+  std::optional<ProviderID> tool;
+  std::optional<std::string> window;
+  int days = 30;
+  Form form = Form::table;
 };
 
 struct StatusOptions {

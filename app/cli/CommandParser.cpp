@@ -87,6 +87,26 @@ std::vector<std::string> readableTools() {
   return tools;
 }
 
+// The tools whose limits Brimlog asks for, as --tool of the history takes them.
+std::vector<std::string> limitedTools() {
+  std::vector<std::string> tools;
+  for (ProviderID tool : ProviderID::readableCases) {
+    if (tool.hasLimits()) tools.emplace_back(tool.rawValue());
+  }
+  return tools;
+}
+
+std::string limitedChoices() { return Mistake::sentence(limitedTools()); }
+
+// A window id as the tools name them: "session", "weekly", or "weekly." and a model.
+std::string windowNamed(const std::string& text) {
+  if (text == "session" || text == "weekly" || (text.starts_with("weekly.") && text.size() > 7)) {
+    return text;
+  }
+  throw Mistake::wrongValue("--window", text, "a limit window",
+                            "give session, weekly or weekly.MODEL, as limits --json names them");
+}
+
 // --watch as given, without a value or with SECONDS between passes.
 double watchSeconds(const std::string& text) {
   return text.empty() ? 5 : Mistake::number("--watch", text, 1, 86400, "a number of seconds");
@@ -178,7 +198,26 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
 
   CLI::App* limitsCommand =
       app.add_subcommand("limits", "Show each tool's plan, status and limits as last fetched");
-  limitsCommand->add_flag("--json", command.limits.json, "Print the stored limits as JSON");
+  bool limitsJson = false, limitsCsv = false;
+  std::string limitsTool, limitsWindow, limitsDays;
+  limitsCommand->add_flag("--json", limitsJson, "Print the stored limits (or the history) as JSON");
+  limitsCommand->add_flag("--history", command.limits.history,
+                          "Show the readings kept, and per finished window its peak share used "
+                          "and whether it ran out");
+  CLI::Option* limitsToolOption =
+      limitsCommand
+          ->add_option("--tool", limitsTool, "Only this tool's history: " + limitedChoices())
+          ->type_name("TOOL");
+  CLI::Option* limitsWindowOption =
+      limitsCommand
+          ->add_option("--window", limitsWindow,
+                       "Only this window's history: session, weekly or weekly.MODEL")
+          ->type_name("WINDOW");
+  CLI::Option* limitsDaysOption =
+      limitsCommand->add_option("--days", limitsDays, "How many days of history (default: 30)")
+          ->type_name("N");
+  limitsCommand->add_flag("--csv", limitsCsv,
+                          "Print the history's readings as comma-separated values");
 
   CLI::App* checkCommand = app.add_subcommand(
       "check", "Check the database for damage: every page, index and constraint of it is read");
@@ -268,6 +307,33 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
       }
     } else if (limitsCommand->parsed()) {
       command.kind = ParsedCommand::Kind::limits;
+      LimitsOptions& limits = command.limits;
+      if (limitsJson && limitsCsv) {
+        throw Mistake(Mistake::Kind::unparsable,
+                      "--json and --csv cannot be used together; choose one form");
+      }
+      for (const CLI::Option* option : {limitsToolOption, limitsWindowOption, limitsDaysOption}) {
+        if (option->count() > 0 && !limits.history) {
+          throw Mistake(Mistake::Kind::unparsable,
+                        fmt::format("{} is for the history; add --history", option->get_name()));
+        }
+      }
+      if (limitsCsv && !limits.history) {
+        throw Mistake(Mistake::Kind::unparsable,
+                      "--csv is for the history; add --history, or use --json");
+      }
+      limits.form = limitsJson  ? LimitsOptions::Form::json
+                    : limitsCsv ? LimitsOptions::Form::csv
+                                : LimitsOptions::Form::table;
+      if (limitsToolOption->count() > 0) {
+        limits.tool = ProviderID::readableNamed(
+            Mistake::choice("--tool", limitsTool, limitedTools(), "a tool with limits"));
+      }
+      if (limitsWindowOption->count() > 0) limits.window = windowNamed(limitsWindow);
+      if (limitsDaysOption->count() > 0) {
+        limits.days = static_cast<int>(
+            Mistake::wholeNumber("--days", limitsDays, 1, 3650, "a number of days"));
+      }
     } else if (checkCommand->parsed()) {
       command.kind = ParsedCommand::Kind::check;
     } else if (reportCommand->parsed()) {

@@ -2,13 +2,17 @@
 
 #include <fmt/format.h>
 
+#include <cstdlib>
+#include <map>
 #include <string>
 
 #include "cli/WatchLoop.hpp"
+#include "display/LimitOutlook.hpp"
 #include "display/SnapshotStore.hpp"
 #include "display/WidgetDisplay.hpp"
 #include "output/ClaudeCodeStatus.hpp"
 #include "output/Dashboard.hpp"
+#include "output/LimitHistoryReport.hpp"
 #include "output/LimitsReport.hpp"
 #include "output/ReportFormatter.hpp"
 #include "output/ReportJson.hpp"
@@ -66,6 +70,26 @@ SummaryWindow reportDays(const ReportOptions& options, Date now, const Calendar&
   }
   return SummaryWindow::between(calendar.addingDays(1 - options.days, last).value_or(last), last,
                                 calendar);
+}
+
+// Whether a status line of `snapshot` may tell a time: a window forecast to run out.
+bool tellsATime(const Snapshot& snapshot) {
+  for (const Snapshot::Provider& provider : snapshot.providers) {
+    for (const LimitForecast& forecast : provider.forecasts) {
+      if (forecast.runsOutAt) return true;
+    }
+  }
+  return false;
+}
+
+// The zone the status line tells a time in: --tz, else TZ, else the system's. The line resolves
+// it only when it tells one: loading the zones costs more than the rest of the line.
+Calendar lineCalendar(const std::optional<std::string>& zone) {
+  if (zone) {
+    if (std::optional<Calendar> named = Calendar::named(*zone)) return *named;
+  }
+  const char* tz = std::getenv("TZ");
+  return Calendar::local(tz != nullptr ? std::optional<std::string_view>(tz) : std::nullopt);
 }
 
 }  // namespace
@@ -187,33 +211,66 @@ int Commands::report(const ReportOptions& options) {
 }
 
 int Commands::limits(const LimitsOptions& options) {
+  if (options.history) return limitHistory(options);
   std::shared_ptr<UsageStore> opened = context_.store(CommandContext::Access::read);
+  const HostSettings& settings = context_.settings();
   std::vector<std::pair<ProviderID, ProviderLimits>> all;
+  std::map<ProviderID, std::vector<LimitForecast>> forecasts;
   for (ProviderID provider : ProviderID::readableCases) {
     if (!provider.hasLimits()) continue;
+    std::optional<ProviderLimits> stored;
     try {
-      if (auto stored = opened->limits(provider)) all.emplace_back(provider, std::move(*stored));
+      stored = opened->limits(provider);
     } catch (const JsonDecodeError& error) {
       fmt::print(stderr, "brimlog: the stored limits of {} are damaged: {}\n",
                  provider.displayName(), error.what());
     }
+    if (!stored) continue;
+    forecasts[provider] = LimitOutlook::forecasts(*opened, provider, *stored, settings.now);
+    all.emplace_back(provider, std::move(*stored));
   }
   std::FILE* out = context_.out();
-  if (options.json) {
-    Json json = Json::object();
-    for (const auto& [provider, limits] : all) {
-      json[std::string(provider.rawValue())] = limits.toJson(DateForm::iso8601);
-    }
-    fmt::print(out, "{}\n", json.dump(2));
+  if (options.form == LimitsOptions::Form::json) {
+    fmt::print(out, "{}\n", LimitsReport::json(all, forecasts).dump(2));
     return 0;
   }
   if (all.empty()) {
     fmt::print(out, "No limits stored yet; `brimlog sync` fetches them.\n");
     return 0;
   }
-  const HostSettings& settings = context_.settings();
   const Dashboard dashboard{Terminal::width(out), Terminal::isTerminal(out) && !settings.noColor};
-  fmt::print(out, "{}", LimitsReport::render(all, dashboard, settings.now, settings.calendar));
+  fmt::print(out, "{}",
+             LimitsReport::render(all, forecasts, dashboard, settings.now, settings.calendar));
+  return 0;
+}
+
+int Commands::limitHistory(const LimitsOptions& options) {
+  std::shared_ptr<UsageStore> opened = context_.store(CommandContext::Access::read);
+  const HostSettings& settings = context_.settings();
+  const Date since = settings.now - Seconds{options.days * 86400.0};
+  LimitHistoryReport report{opened->readings({options.tool, options.window, since, settings.now}),
+                            options.days, settings.now};
+  if (options.window && report.readings.empty() &&
+      opened->readings({options.tool, options.window}).empty()) {
+    // A window no reading ever named is a mistake in the name, not a quiet stretch.
+    throw CommandError(fmt::format(
+        "--window {}: no readings of that window are kept{}; brimlog limits --json names the "
+        "windows",
+        *options.window,
+        options.tool ? fmt::format(" for {}", options.tool->displayName()) : std::string()));
+  }
+  std::FILE* out = context_.out();
+  switch (options.form) {
+    case LimitsOptions::Form::json:
+      fmt::print(out, "{}", report.json());
+      break;
+    case LimitsOptions::Form::csv:
+      fmt::print(out, "{}", report.csv());
+      break;
+    case LimitsOptions::Form::table:
+      fmt::print(out, "{}",
+                 report.table(settings.calendar, Terminal::tableWidth(out, settings.columns)));
+  }
   return 0;
 }
 
@@ -279,7 +336,8 @@ int Commands::line(const LineOptions& options) {
       fmt::print(stderr, "brimlog: cannot keep Claude Code's limits: {}\n", error.what());
     }
   }
-  const StatusLine line{options.format, options.provider, !settings.noColor};
+  StatusLine line{options.format, options.provider, !settings.noColor};
+  if (snapshot && tellsATime(*snapshot)) line.calendar = lineCalendar(options.zone);
   fmt::print(context_.out(), "{}", line.render(snapshot, settings.now, input));
   std::fflush(context_.out());
 

@@ -19,7 +19,7 @@ class Commands {
   /// Reads new replies, then fetches the tools' limits as the refresh timing allows.
   int sync(const SyncOptions& options);
   int report(const ReportOptions& options);
-  /// The stored limits of every tool.
+  /// The stored limits of every tool with their forecasts, or with --history the readings kept.
   int limits(const LimitsOptions& options);
   /// `brimlog check`: the database's integrity check; 0 when sound, 1 (and how to rebuild) when
   /// not.
@@ -32,6 +32,8 @@ class Commands {
   int line(const LineOptions& options);
 
  private:
+  int limitHistory(const LimitsOptions& options);
+
   CommandContext context_;
 };
 

@@ -107,6 +107,12 @@ std::string spread(const std::string& left, const std::string& right, int width)
   return shown + std::string(gap, ' ') + right + "\n";
 }
 
+// The block of a share used, from "▁" (nothing) to "█" (all of the quota).
+std::string_view usedLevel(double used) {
+  static constexpr std::string_view kLevels[] = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
+  return kLevels[std::clamp(static_cast<int>(std::ceil(used * 8)) - 1, 0, 7)];
+}
+
 std::string accentOf(ProviderID provider) {
   return ColorMarkup{ColorMarkup::Kind::ansi}.accent(provider);
 }
@@ -114,31 +120,60 @@ std::string accentOf(ProviderID provider) {
 }  // namespace
 
 std::string Dashboard::sparkline(const std::vector<double>& values) {
-  static constexpr std::string_view kLevels[] = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
   double top = 0;
   for (double value : values) top = std::max(top, value);
   std::string line;
-  for (double value : values) {
-    const double share = top > 0 && value > 0 ? value / top : 0;
-    line += kLevels[std::clamp(static_cast<int>(std::ceil(share * 8)) - 1, 0, 7)];
+  for (double value : values) line += usedLevel(top > 0 && value > 0 ? value / top : 0);
+  return line;
+}
+
+std::string Dashboard::periodSparkline(const LimitForecast& forecast, const LimitWindow& window,
+                                       Date now, int width) {
+  const std::optional<Date> start = LimitForecast::periodStart(window);
+  if (!start) return {};
+  // A column per slice of the period; each shows the latest share read by the slice's end (none
+  // read yet: nothing used since the period began), and the slices still to come stay blank.
+  const double length = (*window.resetsAt - *start).count();
+  const std::vector<LimitForecast::Point>& points = forecast.history;
+  std::string line;
+  size_t next = 0;
+  double used = 0;
+  for (int i = 0; i < width; ++i) {
+    if (*start + Seconds{length * i / width} > now) break;
+    const Date end = *start + Seconds{length * (i + 1) / width};
+    for (; next < points.size() && points[next].at < end; ++next) used = points[next].used;
+    line += usedLevel(used);
   }
   return line;
 }
 
-std::string Dashboard::windows(const Snapshot::Provider& provider, Date now) const {
+std::string Dashboard::windows(const Snapshot::Provider& provider, Date now,
+                               const Calendar& calendar) const {
   const int fullWidth = std::max(width, 40);
-  const std::string paint = color ? accentOf(provider.id) : "";
+  const std::string accent = color ? accentOf(provider.id) : "";
   const std::string_view reset = color ? kReset : "";
+  const ColorMarkup markup{color ? ColorMarkup::Kind::ansi : ColorMarkup::Kind::none};
   // Where the width is short, the windows closest to running out come first and alone.
+  const bool narrow = fullWidth < 60;  // room for the countdown alone
   const std::vector<LimitWindow> shown =
-      fullWidth < 60 ? WidgetDisplay::tightestWindows(provider.windows, now, 2) : provider.windows;
+      narrow ? WidgetDisplay::tightestWindows(provider.windows, now, 2) : provider.windows;
   size_t labelWidth = 8;
   for (const LimitWindow& window : shown) labelWidth = std::max(labelWidth, columns(window.label));
   const int barWidth = std::clamp(fullWidth - static_cast<int>(labelWidth) - 44, 10, 40);
+  // The lines under a bar start where the bar does.
+  const std::string under = std::string(labelWidth + 4, ' ');
+  const auto dimmed = [&](const std::string& text) {
+    return color ? std::string(kDim) + text + std::string(kReset) : text;
+  };
 
   std::string out;
   for (const LimitWindow& window : shown) {
     const LimitBarModel bar{window, now};
+    // A window close to running out is drawn in the warning colours instead of the accent.
+    const std::string level = bar.level == LimitLevel::critical  ? markup.critical()
+                              : bar.level == LimitLevel::warning ? markup.warning()
+                                                                 : std::string();
+    const std::string paint = level.empty() ? accent : level;
     const auto filled = static_cast<int>(std::lround(bar.leftFraction * barWidth));
     // The mark stands where the share left would be on pace: at the share of time left.
     const int mark =
@@ -160,10 +195,10 @@ std::string Dashboard::windows(const Snapshot::Provider& provider, Date now) con
       cells += i == mark ? "│" : full ? "█" : "░";
     }
     if (!current.empty()) cells.append(kReset);
-    std::string line = fmt::format("  {:<{}}  {}  {:>4} left", window.label, labelWidth, cells,
-                                   bar.percentLeftText);
+    std::string line =
+        fmt::format("  {:<{}}  {}  {}", window.label, labelWidth, cells,
+                    markup.paint(fmt::format("{:>4} left", bar.percentLeftText), level));
     if (window.source.isStale()) line += "~";
-    const bool narrow = fullWidth < 60;  // room for the countdown alone
     if (bar.resetText) {
       // A passed reset says so itself ("reset 20 h ago").
       line += *bar.resetText == "now" && !narrow ? "  resets now"
@@ -179,6 +214,22 @@ std::string Dashboard::windows(const Snapshot::Provider& provider, Date now) con
           color && bar.pace == Pace::over ? std::string(kWarn) + pace + std::string(reset) : pace;
     }
     out += line + "\n";
+    // Under the bar: how old figures read a while ago are, and the forecast.
+    if (const std::optional<Date> readAt = provider.readAtOf(window)) {
+      if (const auto age = LimitBarModel::ageText(*readAt, now)) out += under + dimmed(*age) + "\n";
+    }
+    const LimitForecast* forecast = provider.forecastOf(window.id);
+    if (forecast != nullptr) {
+      if (const auto text = LimitBarModel::forecastText(*forecast, window, now, calendar)) {
+        out += under + dimmed(*text) + "\n";
+      }
+    }
+    // The weekly window's use so far, over its week.
+    if (forecast != nullptr && window.id == "weekly" && !narrow && !window.isReset(now) &&
+        !forecast->history.empty()) {
+      out += under + dimmed(periodSparkline(*forecast, window, now, barWidth)) +
+             "  this week's use so far\n";
+    }
   }
   if (provider.windows.empty()) {
     out += fmt::format("  {}{}{}\n", color ? kDim : "",
@@ -232,7 +283,7 @@ std::string Dashboard::render(const Snapshot& snapshot, Date now, const Calendar
                   fmt::format("30 days {}{}", provider.approximate ? "~" : "",
                               MeterFormat::usd(provider.cost30dUSD)),
                   fullWidth);
-    out += windows(provider, now);
+    out += windows(provider, now, calendar);
   }
   if (!snapshot.dailyCost30.empty()) {
     // The sparkline takes the room there is, the latest days first: a day to a column.

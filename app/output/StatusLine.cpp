@@ -1,5 +1,6 @@
 #include "output/StatusLine.hpp"
 
+#include <date/date.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -25,30 +26,53 @@ LimitLevel levelOf(const LimitWindow& window, Date now) {
 struct Shown {
   ProviderID provider;
   LimitWindow window;
+  const LimitForecast* forecast = nullptr;
 };
 
 // The tightest window of `only`, or of every provider, ranked as the widgets rank a row's
 // windows; ties go to the provider listed first.
 std::optional<Shown> tightest(const Snapshot& snapshot, Date now, std::optional<ProviderID> only) {
   std::vector<LimitWindow> windows;
-  std::vector<ProviderID> owners;
+  std::vector<const Snapshot::Provider*> owners;
   for (const Snapshot::Provider& provider : snapshot.providers) {
     if (only && provider.id != *only) continue;
     for (const LimitWindow& window : provider.windows) {
       windows.push_back(window);
-      owners.push_back(provider.id);
+      owners.push_back(&provider);
     }
   }
   const std::vector<LimitWindow> picked = WidgetDisplay::tightestWindows(windows, now, 1);
   if (picked.empty()) return std::nullopt;
   // Of equal windows the ranking keeps the first, so the first equal one is the one picked.
   const auto index = std::find(windows.begin(), windows.end(), picked.front()) - windows.begin();
-  return Shown{owners[static_cast<size_t>(index)], picked.front()};
+  const Snapshot::Provider& owner = *owners[static_cast<size_t>(index)];
+  return Shown{owner.id, picked.front(), owner.forecastOf(picked.front().id)};
 }
 
-// "Claude Session 58% left, over pace · 3h 12m".
+// "runs out 14:10" when the window's forecast has it running out before its reset and after
+// `now`, the weekday before the time when that is not today.
+std::optional<std::string> runsOutText(const LimitWindow& window, const LimitForecast* forecast,
+                                       Date now, const Calendar& calendar) {
+  if (forecast == nullptr || !forecast->runsOutAt || !window.resetsAt || window.isReset(now) ||
+      window.usedFraction >= 1 || *forecast->runsOutAt <= now ||
+      *forecast->runsOutAt >= *window.resetsAt) {
+    return std::nullopt;
+  }
+  const Date when = *forecast->runsOutAt;
+  std::string text = "runs out ";
+  if (const CalendarDay day = calendar.day(when); day != calendar.day(now)) {
+    static constexpr std::string_view kWeekdays[] = {"Sun", "Mon", "Tue", "Wed",
+                                                     "Thu", "Fri", "Sat"};
+    const date::weekday weekday{date::sys_days{date::year{day.year} / day.month / day.day}};
+    text += fmt::format("{} ", kWeekdays[weekday.c_encoding()]);
+  }
+  const int minute = calendar.minuteOfDay(when);
+  return text + fmt::format("{:02}:{:02}", minute / 60, minute % 60);
+}
+
+// "Claude Session 58% left, over pace · 3h 12m · runs out 14:10".
 std::string windowText(const ColorMarkup& markup, ProviderID provider, const LimitWindow& window,
-                       Date now) {
+                       const LimitForecast* forecast, Date now, const Calendar& calendar) {
   const LimitBarModel bar{window, now};
   std::string text = markup.paint(fmt::format("{} {}", provider.displayName(), window.label),
                                   markup.accent(provider));
@@ -67,6 +91,10 @@ std::string windowText(const ColorMarkup& markup, ProviderID provider, const Lim
     text += kSeparator;
     text += *bar.resetText == "now" ? "resets now" : *bar.resetText;
   }
+  if (const auto runsOut = runsOutText(window, forecast, now, calendar)) {
+    text += kSeparator;
+    text += markup.paint(*runsOut, markup.warning());
+  }
   return text;
 }
 
@@ -77,10 +105,12 @@ bool anyApproximate(const Snapshot& snapshot) {
 
 // The line's parts for a snapshot, in the order shown.
 std::vector<std::string> snapshotParts(const ColorMarkup& markup, const Snapshot& snapshot,
-                                       Date now, std::optional<ProviderID> only) {
+                                       Date now, std::optional<ProviderID> only,
+                                       const Calendar& calendar) {
   std::vector<std::string> parts;
   if (const std::optional<Shown> shown = tightest(snapshot, now, only)) {
-    parts.push_back(windowText(markup, shown->provider, shown->window, now));
+    parts.push_back(
+        windowText(markup, shown->provider, shown->window, shown->forecast, now, calendar));
   } else if (only) {
     ProviderStatus status = ProviderStatus::unavailable;
     for (const Snapshot::Provider& provider : snapshot.providers) {
@@ -107,7 +137,7 @@ std::string joined(const std::vector<std::string>& parts) {
 }
 
 std::string waybarObject(const std::optional<Snapshot>& snapshot, Date now,
-                         std::optional<ProviderID> only) {
+                         std::optional<ProviderID> only, const Calendar& calendar) {
   const ColorMarkup plain{ColorMarkup::Kind::none};
   if (!snapshot) {
     return Json{{"text", Markup::escape(StatusLine::noData)}, {"class", "stale"}}.dump();
@@ -115,7 +145,9 @@ std::string waybarObject(const std::optional<Snapshot>& snapshot, Date now,
   std::string tooltip;
   for (const Snapshot::Provider& provider : snapshot->providers) {
     for (const LimitWindow& window : provider.windows) {
-      tooltip += windowText(plain, provider.id, window, now) + "\n";
+      tooltip +=
+          windowText(plain, provider.id, window, provider.forecastOf(window.id), now, calendar) +
+          "\n";
     }
     if (provider.windows.empty()) {
       tooltip += fmt::format("{} {}\n", provider.id.displayName(),
@@ -128,8 +160,9 @@ std::string waybarObject(const std::optional<Snapshot>& snapshot, Date now,
     tooltip += "\n" + *stale;
   }
 
-  Json object = {{"text", Markup::escape(joined(snapshotParts(plain, *snapshot, now, only)))},
-                 {"tooltip", Markup::escape(tooltip)}};
+  Json object = {
+      {"text", Markup::escape(joined(snapshotParts(plain, *snapshot, now, only, calendar)))},
+      {"tooltip", Markup::escape(tooltip)}};
   const std::optional<Shown> shown = tightest(*snapshot, now, only);
   std::string_view cssClass = "ok";
   if (WidgetDisplay::isStale(snapshot->generatedAt, now)) {
@@ -178,7 +211,7 @@ std::string StatusLine::render(const std::optional<Snapshot>& snapshot, Date now
   std::vector<std::string> parts;
   switch (format) {
     case Format::waybar:
-      return waybarObject(snapshot, now, provider) + "\n";
+      return waybarObject(snapshot, now, provider, calendar) + "\n";
     case Format::plain:
       break;
     case Format::tmux:
@@ -199,11 +232,11 @@ std::string StatusLine::render(const std::optional<Snapshot>& snapshot, Date now
   const ColorMarkup markup{kind};
   if (snapshot && format == Format::claudeCode && input && !input->limits.empty()) {
     for (std::string& part :
-         snapshotParts(markup, withClaudeLimits(*snapshot, input->limits), now, only)) {
+         snapshotParts(markup, withClaudeLimits(*snapshot, input->limits), now, only, calendar)) {
       parts.push_back(std::move(part));
     }
   } else if (snapshot) {
-    for (std::string& part : snapshotParts(markup, *snapshot, now, only)) {
+    for (std::string& part : snapshotParts(markup, *snapshot, now, only, calendar)) {
       parts.push_back(std::move(part));
     }
   } else {

@@ -7,6 +7,7 @@
 #include "display/Snapshot.hpp"
 #include "model/ProviderID.hpp"
 #include "output/ClaudeCodeStatus.hpp"
+#include "platform/Calendar.hpp"
 #include "platform/Date.hpp"
 
 namespace brimlog {
@@ -19,7 +20,9 @@ namespace brimlog {
 /// left, its pace when the quota goes faster or slower than the window's time, and its reset
 /// countdown; today's cost over all tools, "~" before it when part of it is estimated; the
 /// widgets' stale notice once the snapshot is more than half an hour old. The share left turns
-/// yellow from 80% used and red from 95%.
+/// yellow from 80% used and red from 95%. When the window's forecast has it running out before
+/// its reset, " · runs out 14:10" follows its countdown in yellow (the weekday too, "Thu 14:10",
+/// when that is not today in `calendar`).
 ///
 /// Formats: `plain` (no marks), `claudeCode` (Claude Code's model and session cost first, ANSI
 /// colours), `tmux` (`#[fg=…]`), `polybar` (`%{F…}`) and `waybar` (a JSON object for a custom
@@ -33,6 +36,8 @@ struct StatusLine {
   std::optional<ProviderID> provider;
   /// Whether the claude-code line is coloured (NO_COLOR turns it off); other formats ignore it.
   bool color = true;
+  /// Where the time a window runs out is told.
+  Calendar calendar = Calendar::utc();
 
   /// What is shown when there is no snapshot yet.
   static constexpr std::string_view noData = "brimlog: no data yet, run brimlog sync";

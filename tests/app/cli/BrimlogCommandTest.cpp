@@ -22,8 +22,10 @@
 #include <sstream>
 
 #include "display/SnapshotStore.hpp"
+#include "model/LimitReading.hpp"
 #include "platform/Json.hpp"
 #include "state/SyncLock.hpp"
+#include "store/UsageStore.hpp"
 #include "support/RawDatabase.hpp"
 #include "support/RunningProgram.hpp"
 #include "support/StubHTTPServer.hpp"
@@ -382,6 +384,82 @@ TEST_F(BrimlogCommandTest, LineUsesTheSnapshotAloneAndClaudeCodesOwnLimitsStandF
   EXPECT_DOUBLE_EQ(limits.windows[0].usedFraction, 0.423);
   EXPECT_DOUBLE_EQ(limits.windows[1].usedFraction, 0.857);
   EXPECT_EQ(limits.status, ProviderStatus::ok);
+}
+
+// The history of limits from a real database: the readings of the days asked for, the finished
+// windows with their peaks, in the three forms; the current window's forecast in `limits`.
+TEST_F(BrimlogCommandTest, LimitsShowTheHistoryAndEachWindowsForecast) {
+  fs::create_directories(db().parent_path());
+  fs::create_directories(home());
+  const auto at = [](const char* text) { return *parseISO8601(text); };
+  const Date lastWeek = at("2026-11-18T12:00:00Z"), thisWeek = at("2026-11-25T12:00:00Z");
+  {
+    UsageStore store{db()};
+    // This week's latest figure, 70% used, as a fetch stores it.
+    ProviderLimits codex;
+    codex.windows = {LimitWindow{"weekly", "Weekly", 0.7, 604800.0, thisWeek, LimitSource::live()}};
+    codex.fetchedAt = at("2026-11-20T10:00:00Z");
+    store.setLimits(codex, ProviderID::codex);
+    // Last week's, which ran out; this week's so far; a session that reset yesterday.
+    std::vector<LimitReading> readings;
+    for (const auto& [readAt, used, reset] : {std::tuple{"2026-11-12T09:00:00Z", 0.2, lastWeek},
+                                              {"2026-11-15T09:00:00Z", 0.6, lastWeek},
+                                              {"2026-11-17T08:00:00Z", 1.0, lastWeek},
+                                              {"2026-11-18T18:00:00Z", 0.1, thisWeek},
+                                              {"2026-11-19T18:00:00Z", 0.4, thisWeek}}) {
+      readings.push_back({ProviderID::codex, "weekly", at(readAt), used, reset, 604800.0,
+                          LimitReading::Origin::log});
+    }
+    readings.push_back({ProviderID::claude, "session", at("2026-11-19T11:00:00Z"), 0.3,
+                        at("2026-11-19T15:00:00Z"), 18000.0, LimitReading::Origin::log});
+    EXPECT_EQ(store.addReadings(readings), 6);
+  }
+
+  const Json history = Json::parse(succeeded(withHome({"limits", "--history", "--json"})));
+  ASSERT_EQ(history["readings"].size(), 7u);
+  EXPECT_EQ(history["readings"][0],
+            Json::parse(R"({"readAt":"2026-11-19T11:00:00Z","tool":"claude","window":"session",)"
+                        R"("used":0.3,"resetsAt":"2026-11-19T15:00:00Z","origin":"log"})"));
+  EXPECT_EQ(history["periods"],
+            Json::parse(R"([{"tool":"claude","window":"session","resetsAt":"2026-11-19T15:00:00Z",)"
+                        R"("readings":1,"peakUsed":0.3,"ranOut":false},)"
+                        R"({"tool":"codex","window":"weekly","resetsAt":"2026-11-18T12:00:00Z",)"
+                        R"("readings":3,"peakUsed":1.0,"ranOut":true}])"));
+
+  // Three days back from noon leave out the morning last week ran out; the filters narrow it.
+  const std::string csv = succeeded(withHome(
+      {"limits", "--history", "--days", "3", "--tool", "codex", "--window", "weekly", "--csv"}));
+  EXPECT_EQ(csv,
+            "readAt,tool,window,used,resetsAt,origin\n"
+            "2026-11-18T18:00:00Z,codex,weekly,0.1,2026-11-25T12:00:00Z,log\n"
+            "2026-11-19T18:00:00Z,codex,weekly,0.4,2026-11-25T12:00:00Z,log\n"
+            "2026-11-20T10:00:00Z,codex,weekly,0.7,2026-11-25T12:00:00Z,service\n");
+
+  const std::string table = succeeded(withHome({"limits", "--history"}));
+  EXPECT_THAT(table,
+              HasSubstr("2026-11-20 11:00  Codex   weekly    70.0%  2026-11-25 13:00  service"));
+  EXPECT_THAT(table, HasSubstr("Codex   weekly   2026-11-18 13:00         3     100.0%  yes"));
+
+  // The current week, read faster than it lasts: the forecast in both forms of `limits`.
+  const Json limits = Json::parse(succeeded(withHome({"limits", "--json"})));
+  const Json& forecast = limits["codex"]["windows"][0]["forecast"];
+  EXPECT_EQ(forecast["asOf"], "2026-11-20T10:00:00Z");
+  EXPECT_GT(forecast["usedPerHour"].get<double>(), 0.01);
+  EXPECT_LT(at(forecast["runsOutAt"].get<std::string>().c_str()), thisWeek);
+  EXPECT_THAT(succeeded(withHome({"limits"})), HasSubstr("at this pace: runs out "));
+
+  // Names the history does not know, and options without --history.
+  const std::tuple<std::vector<std::string>, int, const char*> mistakes[] = {
+      {{"limits", "--history", "--window", "weekly.gpt-9"}, 1, "no readings of that window"},
+      {{"limits", "--history", "--window", "daily"}, 1, R"("daily" is not a limit window)"},
+      {{"limits", "--history", "--tool", "gemini"}, 1, "is not a tool with limits"},
+      {{"limits", "--tool", "codex"}, 2, "--tool is for the history"},
+  };
+  for (const auto& [arguments, status, message] : mistakes) {
+    const CommandRun run = brimlog(withHome(arguments));
+    EXPECT_EQ(run.status, status) << run.output;
+    EXPECT_THAT(run.output, HasSubstr(message));
+  }
 }
 
 // Two syncs at once: the second waits for the first's writes and counts what is still new.

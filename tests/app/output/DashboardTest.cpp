@@ -78,6 +78,50 @@ TEST(DashboardTest, NoLineIsWiderThanTheTerminal) {
   EXPECT_EQ(sparkline(80), "Last 30 days  ");
 }
 
+// One provider with a weekly window that resets in three days, read `age` seconds ago.
+Snapshot::Provider weekly(double used, double age, std::vector<LimitForecast> forecasts = {}) {
+  Snapshot::Provider provider;
+  provider.id = ProviderID::codex;
+  provider.windows = {LimitWindow{"weekly", "Weekly", used, 604800.0, kBase + Seconds{259200.0},
+                                  LimitSource::live()}};
+  provider.readAt = kBase - Seconds{age};
+  provider.forecasts = std::move(forecasts);
+  return provider;
+}
+
+// A window's share left in the warning colours from 80% and 95% used, its age once its reading
+// is old, and its forecast and week so far under the bar.
+TEST(DashboardTest, WindowsShowTheirLevelAgeAndForecast) {
+  const LimitForecast runsOut{"weekly",
+                              kBase,
+                              0.02,
+                              kBase + Seconds{3600.0 * 26},
+                              {{kBase - Seconds{86400.0}, 0.5}, {kBase, 0.85}}};
+  struct Row {
+    const char* name;
+    Snapshot::Provider provider;
+    const char* shown;
+    const char* notShown;
+  };
+  const Row rows[] = {
+      {"fresh, below 80%", weekly(0.5, 60), "\x1b[0m   50% left", "as of"},
+      {"80% used, 3 h old", weekly(0.85, 3 * 3600), "\x1b[33m 15% left", "at this pace"},
+      {"95% used", weekly(0.97, 0), "\x1b[31m  3% left", "as of"},
+      {"runs out", weekly(0.85, 0, {runsOut}),
+       "at this pace: runs out Fri 14:00, 1 d before the reset\x1b[0m\n"
+       "            \x1b[2m▁▁▁▁▁▁▁▁▁▁▁▁▁▁▁▁▁▄▄▄▄▄▇\x1b[0m  this week's use so far",
+       "as of"},
+  };
+  for (const Row& row : rows) {
+    const std::string drawn = Dashboard{100, true}.windows(row.provider, kBase, Calendar::utc());
+    EXPECT_NE(drawn.find(row.shown), std::string::npos) << row.name << ":\n" << drawn;
+    EXPECT_EQ(drawn.find(row.notShown), std::string::npos) << row.name << ":\n" << drawn;
+  }
+  EXPECT_NE(
+      Dashboard{}.windows(weekly(0.5, 3 * 3600), kBase, Calendar::utc()).find("as of 3 h ago"),
+      std::string::npos);
+}
+
 TEST(DashboardTest, SparklinesScaleToTheLargestDay) {
   EXPECT_EQ(Dashboard::sparkline({0, 0, 0}), "▁▁▁");
   EXPECT_EQ(Dashboard::sparkline({1, 8, 4, 0.01}), "▁█▄▁");

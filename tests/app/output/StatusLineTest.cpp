@@ -26,6 +26,13 @@ Snapshot snapshot(std::vector<Snapshot::Provider> providers, double today) {
   return Snapshot{kNow, std::move(providers), today, 120.5, std::vector<double>(30, 1.0)};
 }
 
+// A provider whose first window is forecast to run out `hours` from now.
+Snapshot::Provider runningOut(Snapshot::Provider provider, double hours) {
+  provider.forecasts = {
+      {provider.windows.front().id, kNow, 0.03, kNow + Seconds{hours * 3600}, {}}};
+  return provider;
+}
+
 struct Row {
   const char* name;
   std::optional<Snapshot> snapshot;
@@ -49,6 +56,10 @@ TEST_F(StatusLineTest, DrawsEachFormatAsExpected) {
        ProviderID::grok},
       {"nearly used",
        snapshot({provider(ProviderID::claude, {window("weekly", 0.85, 604800, 86400)})}, 40)},
+      {"runs out today",
+       snapshot(
+           {runningOut(provider(ProviderID::claude, {window("weekly", 0.85, 604800, 86400)}), 5)},
+           40)},
       {"used-up window",
        snapshot({provider(ProviderID::claude, {window("weekly", 0.3, 604800, 300000)}),
                  provider(ProviderID::codex, {window("session", 1, 18000, 2820)})},
