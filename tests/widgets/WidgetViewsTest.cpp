@@ -8,6 +8,7 @@
 #include "server/WidgetPage.hpp"
 #include "support/ExpectedFile.hpp"
 #include "timeline/BrimlogWidgets.hpp"
+#include "views/LevelColor.hpp"
 #include "views/Sparkline.hpp"
 #include "views/WidgetViews.hpp"
 #include "views/WindowViews.hpp"
@@ -95,10 +96,10 @@ TEST(WidgetViewsTest, AWindowKeptFromAnEarlierAnswerIsFadedWithItsTextsUnchanged
   const LimitWindow stale = windowResettingIn(86400 * 2, LimitSource::stale(kNow - Seconds{600}));
   const Color accent = ProviderID(ProviderID::claude).accent();
   for (bool small : {false, true}) {
-    const View faded = small ? SmallWindowView{stale, accent, kNow, true}.body()
-                             : CompactWindowView{stale, accent, kNow, true}.body();
-    const View full = small ? SmallWindowView{fresh, accent, kNow, true}.body()
-                            : CompactWindowView{fresh, accent, kNow, true}.body();
+    const View faded = small ? SmallWindowView{stale, accent, kNow, true, {}}.body()
+                             : CompactWindowView{stale, accent, kNow, true, {}}.body();
+    const View full = small ? SmallWindowView{fresh, accent, kNow, true, {}}.body()
+                            : CompactWindowView{fresh, accent, kNow, true, {}}.body();
     EXPECT_EQ(faded.modifiers.opacity, 0.6);
     EXPECT_EQ(full.modifiers.opacity, 1);
     EXPECT_EQ(faded.texts(), full.texts());
@@ -125,7 +126,7 @@ TEST(WidgetViewsTest, ABarAfterItsResetIsFullWithoutAMarker) {
   const auto bar = [](double used, double duration, double resetIn) {
     const LimitWindow window{"weekly",           "Weekly", used, duration, kNow + Seconds{resetIn},
                              LimitSource::live()};
-    const View view = CompactWindowView{window, Color::primaryText(), kNow, true}.body();
+    const View view = CompactWindowView{window, Color::primaryText(), kNow, true, {}}.body();
     const View* canvas =
         view.find([](const View& node) { return node.kind == View::Kind::canvas; });
     return canvas ? canvas->shapes : std::vector<ui::Shape>{};
@@ -138,6 +139,60 @@ TEST(WidgetViewsTest, ABarAfterItsResetIsFullWithoutAMarker) {
   const std::vector<ui::Shape> half = bar(0.5, 1000, 1);
   ASSERT_EQ(half.size(), 3u);
   EXPECT_EQ(half[2].x.resolve(100), 0);  // 0.1 - 0.75 clamped at the leading edge
+}
+
+// The bar's fill and the share left take the window's level colour from 80% and 95% used, in
+// both sizes; below that the bar keeps the tool's colour and the figure the text's.
+TEST(WidgetViewsTest, ABarAndItsFigureTurnAmberFrom80AndRedFrom95PercentUsed) {
+  const Color accent = ProviderID(ProviderID::claude).accent();
+  const std::tuple<const char*, double, LimitLevel> rows[] = {
+      {"79% used", 0.79, LimitLevel::normal},
+      {"80% used", 0.80, LimitLevel::warning},
+      {"94% used", 0.94, LimitLevel::warning},
+      {"95% used", 0.95, LimitLevel::critical},
+  };
+  for (const auto& [why, used, level] : rows) {
+    const LimitWindow window{"weekly",           "Weekly", used, 604800.0, kNow + Seconds{86400},
+                             LimitSource::live()};
+    const LimitBarModel bar{window, kNow};
+    for (bool small : {false, true}) {
+      const View view = small ? SmallWindowView{window, accent, kNow, true, {}}.body()
+                              : CompactWindowView{window, accent, kNow, true, {}}.body();
+      const View* canvas =
+          view.find([](const View& node) { return node.kind == View::Kind::canvas; });
+      const View* figure =
+          view.find([&](const View& node) { return node.text == bar.percentLeftText; });
+      ASSERT_TRUE(canvas && figure) << why;
+      const Color expected = levelColor(level, accent);
+      EXPECT_EQ(canvas->shapes[1].color, expected) << why;
+      EXPECT_EQ(figure->modifiers.foreground,
+                level == LimitLevel::normal ? std::nullopt : std::optional<Color>(expected))
+          << why;
+    }
+  }
+  EXPECT_NE(levelColor(LimitLevel::warning, accent), levelColor(LimitLevel::critical, accent));
+}
+
+// Figures read longer ago than a refresh say how old they are; a passed reset says when it was.
+TEST(WidgetViewsTest, OldFiguresAndPassedResetsSaySo) {
+  const Color accent = ProviderID(ProviderID::claude).accent();
+  // Why, when the figures were read and the reset, from now, and a text shown or not shown.
+  const std::tuple<const char*, double, double, const char*, bool> rows[] = {
+      {"read 3 h ago", -3 * 3600, 86400, "as of 3 h ago", true},
+      {"read 2 min ago", -120, 86400, "as of 2 min ago", false},
+      {"reset 20 h ago", -60, -20 * 3600, "reset 20 h ago", true},
+      {"reset 30 s ago", -60, -30, "now", true},
+  };
+  for (const auto& [why, readIn, resetIn, text, shown] : rows) {
+    const LimitWindow window{"weekly",           "Weekly", 0.5, 604800.0, kNow + Seconds{resetIn},
+                             LimitSource::live()};
+    const std::optional<Date> readAt = kNow + Seconds{readIn};
+    for (bool small : {false, true}) {
+      const View view = small ? SmallWindowView{window, accent, kNow, true, readAt}.body()
+                              : CompactWindowView{window, accent, kNow, true, readAt}.body();
+      EXPECT_EQ(std::ranges::count(view.texts(), text), shown ? 1 : 0) << why << small;
+    }
+  }
 }
 
 // The sample's large widget, whole, as the server sends it: a lone window (Codex) keeps the width

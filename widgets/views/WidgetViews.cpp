@@ -66,7 +66,9 @@ View SmallWidgetView::body() const {
                           }));
   }
   for (const LimitWindow& window : windows) {
-    rows.push_back(SmallWindowView{window, provider.id.accent(), entry.date, live}.body());
+    rows.push_back(
+        SmallWindowView{window, provider.id.accent(), entry.date, live, provider.readAtOf(window)}
+            .body());
   }
   rows.push_back(Spacer(0));
   rows.push_back(StaleBadge{snapshot.generatedAt, entry.date}.body());
