@@ -196,12 +196,17 @@ TEST(WidgetViewsTest, OldFiguresAndPassedResetsSaySo) {
 }
 
 // The sample's large widget, whole, as the server sends it: a lone window (Codex) keeps the width
-// of one of two beside a filler, the cost line, the sparkline's area closed along the bottom.
+// of one of two beside a filler, Claude's two charts, the cost line, the sparkline's area closed
+// along the bottom.
 TEST(WidgetViewsTest, TheSampleLargeWidgetRendersAsExpected) {
   const SnapshotEntry sample = SnapshotEntry::placeholder();
   const Timeline timeline{{sample}, sample.date + Seconds{900}};
+  // The forecasts' days and times are the current calendar's: UTC here, whatever the machine's.
+  const Calendar before = Calendar::current();
+  Calendar::setCurrent(Calendar::utc());
   const std::string html =
       WidgetPage::widget(BrimlogWidgets::largeWidget, timeline, ProviderID::claude, sample.date);
+  Calendar::setCurrent(before);
   // One element a line, so that a change reads as a change of lines.
   std::string lines;
   for (size_t i = 0; i < html.size(); ++i) {
