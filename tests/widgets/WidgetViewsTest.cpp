@@ -141,56 +141,37 @@ TEST(WidgetViewsTest, ABarAfterItsResetIsFullWithoutAMarker) {
   EXPECT_EQ(half[2].x.resolve(100), 0);  // 0.1 - 0.75 clamped at the leading edge
 }
 
-// The bar's fill and the share left take the window's level colour from 80% and 95% used, in
-// both sizes; below that the bar keeps the tool's colour and the figure the text's.
-TEST(WidgetViewsTest, ABarAndItsFigureTurnAmberFrom80AndRedFrom95PercentUsed) {
+// In both sizes the bar's fill and the share left take the level's colour (amber from 80% used,
+// red from 95%) and are the tool's and the text's below; figures read before the last refresh
+// say how old they are; a passed reset says when it was, and the bar is back to normal.
+TEST(WidgetViewsTest, AWindowShowsItsLevelTheAgeOfItsFiguresAndAPassedReset) {
   const Color accent = ProviderID(ProviderID::claude).accent();
-  const std::tuple<const char*, double, LimitLevel> rows[] = {
-      {"79% used", 0.79, LimitLevel::normal},
-      {"80% used", 0.80, LimitLevel::warning},
-      {"94% used", 0.94, LimitLevel::warning},
-      {"95% used", 0.95, LimitLevel::critical},
+  // Why, the share used, when the figures were read and the reset (from now), the level, and a
+  // text shown once.
+  const std::tuple<const char*, double, double, double, LimitLevel, const char*> rows[] = {
+      {"79%, read 2 min ago", 0.79, -120, 86400, LimitLevel::normal, "1d 0h"},
+      {"80%, read 3 h ago", 0.80, -3 * 3600, 86400, LimitLevel::warning, "as of 3 h ago"},
+      {"95%", 0.95, -60, 86400, LimitLevel::critical, "5%"},
+      {"95%, reset 20 h ago", 0.95, -60, -20 * 3600, LimitLevel::normal, "reset 20 h ago"},
   };
-  for (const auto& [why, used, level] : rows) {
-    const LimitWindow window{"weekly",           "Weekly", used, 604800.0, kNow + Seconds{86400},
-                             LimitSource::live()};
-    const LimitBarModel bar{window, kNow};
-    for (bool small : {false, true}) {
-      const View view = small ? SmallWindowView{window, accent, kNow, true, {}}.body()
-                              : CompactWindowView{window, accent, kNow, true, {}}.body();
-      const View* canvas =
-          view.find([](const View& node) { return node.kind == View::Kind::canvas; });
-      const View* figure =
-          view.find([&](const View& node) { return node.text == bar.percentLeftText; });
-      ASSERT_TRUE(canvas && figure) << why;
-      const Color expected = levelColor(level, accent);
-      EXPECT_EQ(canvas->shapes[1].color, expected) << why;
-      EXPECT_EQ(figure->modifiers.foreground,
-                level == LimitLevel::normal ? std::nullopt : std::optional<Color>(expected))
-          << why;
-    }
-  }
-  EXPECT_NE(levelColor(LimitLevel::warning, accent), levelColor(LimitLevel::critical, accent));
-}
-
-// Figures read longer ago than a refresh say how old they are; a passed reset says when it was.
-TEST(WidgetViewsTest, OldFiguresAndPassedResetsSaySo) {
-  const Color accent = ProviderID(ProviderID::claude).accent();
-  // Why, when the figures were read and the reset, from now, and a text shown or not shown.
-  const std::tuple<const char*, double, double, const char*, bool> rows[] = {
-      {"read 3 h ago", -3 * 3600, 86400, "as of 3 h ago", true},
-      {"read 2 min ago", -120, 86400, "as of 2 min ago", false},
-      {"reset 20 h ago", -60, -20 * 3600, "reset 20 h ago", true},
-      {"reset 30 s ago", -60, -30, "now", true},
-  };
-  for (const auto& [why, readIn, resetIn, text, shown] : rows) {
-    const LimitWindow window{"weekly",           "Weekly", 0.5, 604800.0, kNow + Seconds{resetIn},
+  for (const auto& [why, used, readIn, resetIn, level, text] : rows) {
+    const LimitWindow window{"weekly",           "Weekly", used, 604800.0, kNow + Seconds{resetIn},
                              LimitSource::live()};
     const std::optional<Date> readAt = kNow + Seconds{readIn};
     for (bool small : {false, true}) {
-      const View view = small ? SmallWindowView{window, accent, kNow, true, readAt}.body()
-                              : CompactWindowView{window, accent, kNow, true, readAt}.body();
-      EXPECT_EQ(std::ranges::count(view.texts(), text), shown ? 1 : 0) << why << small;
+      const View view = small ? SmallWindowView{window, accent, kNow, false, readAt}.body()
+                              : CompactWindowView{window, accent, kNow, false, readAt}.body();
+      const std::string figure = LimitBarModel{window, kNow}.percentLeftText;
+      const View* shown = view.find([&](const View& node) { return node.text == figure; });
+      const View* canvas =
+          view.find([](const View& node) { return node.kind == View::Kind::canvas; });
+      ASSERT_TRUE(shown && canvas) << why;
+      EXPECT_EQ(canvas->shapes[1].color, levelColor(level, accent)) << why;
+      EXPECT_EQ(shown->modifiers.foreground.value_or(Color::primaryText()),
+                levelColor(level, Color::primaryText()))
+          << why;
+      EXPECT_EQ(std::ranges::count(view.texts(), text), 1) << why << small;
+      EXPECT_EQ(std::ranges::count(view.texts(), "as of 2 min ago"), 0) << why;
     }
   }
 }

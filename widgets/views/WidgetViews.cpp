@@ -92,15 +92,15 @@ namespace {
 // current period: at most two of its windows, side by side. Nothing when no provider has one.
 View limitCharts(const Snapshot& snapshot, Date now) {
   constexpr size_t kMostCharts = 2;
+  const Calendar calendar = Calendar::current();
   for (const Snapshot::Provider& provider : snapshot.providers) {
     std::vector<View> charts;
     for (const LimitWindow& window : provider.windows) {
       const LimitForecast* forecast = provider.forecastOf(window.id);
-      if (!forecast || charts.size() == kMostCharts) continue;
-      LimitChart chart{window, *forecast, provider.id.accent(), now, Calendar::current()};
-      if (LimitChart::lines(window, *forecast, chart.accent, now)) {
-        charts.push_back(chart.body(36));
-      }
+      if (!forecast) continue;
+      View chart = LimitChart{window, *forecast, provider.id.accent(), now, calendar}.body(36);
+      if (chart.kind != View::Kind::empty) charts.push_back(std::move(chart));
+      if (charts.size() == kMostCharts) break;
     }
     if (!charts.empty()) return HStack(VerticalAlignment::top, 12, std::move(charts));
   }
