@@ -92,15 +92,16 @@ function writeSnapshot(generatedAt) {
   const window = (id, label, used, duration, resetsIn) => ({
     id, label, usedFraction: used, duration, resetsAt: iso(now + resetsIn), source: { live: {} },
   });
-  const provider = (id, windows, status = { ok: {} }) => ({
-    id, windows, status, tokens30d: 1200000, cost30dUSD: 12.5, approximate: false,
+  const provider = (id, windows, status = { ok: {} }, readAt = generatedAt) => ({
+    id, windows, status, tokens30d: 1200000, cost30dUSD: 12.5, approximate: false, readAt: iso(readAt),
   });
+  // Claude's session nearly used up (red), Codex's week past 80% (amber) and read 3 h ago.
   const snapshot = {
     generatedAt: iso(generatedAt),
     providers: [
-      provider('claude', [window('session', 'Session', 0.3, 18000, 7200),
+      provider('claude', [window('session', 'Session', 0.97, 18000, 7200),
         window('weekly', 'Weekly', 0.5, 604800, 259200)]),
-      provider('codex', [window('weekly', 'Weekly', 0.2, 604800, 10800)]),
+      provider('codex', [window('weekly', 'Weekly', 0.85, 604800, 10800)], { ok: {} }, now - 3 * 3600),
       provider('grok', [], { unavailable: {} }),
     ],
     costTodayUSD: 1.25,
@@ -164,6 +165,32 @@ async function main() {
       await page.close();
     }
   }
+  fs.rmSync(options.screenshots, { recursive: true, force: true });
+  fs.mkdirSync(options.screenshots, { recursive: true });
+
+  // The sample's large widget, bare as on a desktop, charts Claude's session and week: each
+  // chart drawn, visible, fitting the widget; pictures of it light and dark.
+  const charted = await open(base, '/widgets/app.brimlog.large?preview=1&bare=1', { width: 364, height: 382 });
+  const charts = await charted.locator('section.entry:not([hidden]) .limit-chart').evaluateAll((nodes) =>
+    nodes.map((node) => {
+      const svg = node.querySelector('svg');
+      const box = svg ? svg.getBoundingClientRect() : { width: 0, height: 0, bottom: 0 };
+      const drawn = svg ? [...svg.querySelectorAll('path')].filter((p) => /^M[\d.]+ [\d.]+ L/.test(p.getAttribute('d') || '')).length : 0;
+      return { label: node.querySelector('[aria-label]')?.getAttribute('aria-label') ?? '', width: box.width, height: box.height,
+        inside: box.bottom <= innerHeight, drawn, visible: svg && getComputedStyle(svg).visibility === 'visible' };
+    }));
+  check(charts.length === 2 && charts.every((chart) => chart.visible && chart.width > 100 && chart.height >= 20 &&
+    chart.inside && chart.drawn >= 2), 'the large widget shows a chart of each Claude window', JSON.stringify(charts));
+  check(charts[1].label.startsWith('Weekly: 42% used, at this pace: '), 'the weekly chart is labelled with its forecast', charts[1].label);
+  const chartText = await shownText(charted);
+  check(chartText.includes('at this pace: '), 'the forecast line shows under the chart', chartText);
+  check(!(await charted.evaluate(() => document.documentElement.scrollHeight > innerHeight)), 'the large widget with its charts does not scroll');
+  for (const colorScheme of ['light', 'dark']) {
+    await charted.emulateMedia({ colorScheme });
+    await charted.screenshot({ path: path.join(options.screenshots, `large-chart-${colorScheme}.png`), omitBackground: true });
+  }
+  await charted.close();
+
   const unknown = await fetch(new URL('widgets/app.brimlog.small?provider=nobody', base));
   check(unknown.status === 400, 'an unknown provider is refused with 400', `status ${unknown.status}`);
 
@@ -177,6 +204,13 @@ async function main() {
     (was) => document.querySelector('section.entry:not([hidden]) .timer[data-ends]').innerText !== was,
     before, { timeout: 5000 }).then(() => true, () => false);
   check(changed, 'a countdown runs in the page', `still "${before}"`);
+  const colours = await medium.locator('section.entry:not([hidden]) .hstack > .text').evaluateAll((nodes) =>
+    Object.fromEntries(nodes.filter((node) => /^\d+%$/.test(node.textContent))
+      .map((node) => [node.textContent, getComputedStyle(node).color])));
+  check(colours['3%'] === 'rgb(228, 52, 46)' && colours['15%'] === 'rgb(196, 138, 0)' &&
+    colours['50%'] !== colours['15%'], 'shares left are red from 95% used and amber from 80%', JSON.stringify(colours));
+  const mediumText = await shownText(medium);
+  check(mediumText.includes('as of 3 h ago'), 'figures read 3 h ago say so', mediumText);
 
   // The refresh button: with no daemon the server says so; with one it asks it, once, and the
   // daemon answers. A POST from another site is refused.
@@ -226,8 +260,6 @@ async function main() {
 
   // Pictures of every widget of the gallery, light and dark.
   writeSnapshot(Math.floor(Date.now() / 1000) - 60);
-  fs.rmSync(options.screenshots, { recursive: true, force: true });
-  fs.mkdirSync(options.screenshots, { recursive: true });
   const gallery = await open(base, '/');
   const widgets = gallery.locator('.widget');
   for (const colorScheme of ['light', 'dark']) {
@@ -238,7 +270,7 @@ async function main() {
       await widget.screenshot({ path: path.join(options.screenshots, name) });
     }
   }
-  const pictures = fs.readdirSync(options.screenshots).filter((name) => name.endsWith('.png'));
+  const pictures = fs.readdirSync(options.screenshots).filter((name) => /^app\..*\.png$/.test(name));
   check(pictures.length === 2 * await widgets.count(), `screenshots of the gallery's widgets in ${options.screenshots}`);
   await gallery.close();
 

@@ -8,6 +8,7 @@
 #include "server/WidgetPage.hpp"
 #include "support/ExpectedFile.hpp"
 #include "timeline/BrimlogWidgets.hpp"
+#include "views/LevelColor.hpp"
 #include "views/Sparkline.hpp"
 #include "views/WidgetViews.hpp"
 #include "views/WindowViews.hpp"
@@ -95,10 +96,10 @@ TEST(WidgetViewsTest, AWindowKeptFromAnEarlierAnswerIsFadedWithItsTextsUnchanged
   const LimitWindow stale = windowResettingIn(86400 * 2, LimitSource::stale(kNow - Seconds{600}));
   const Color accent = ProviderID(ProviderID::claude).accent();
   for (bool small : {false, true}) {
-    const View faded = small ? SmallWindowView{stale, accent, kNow, true}.body()
-                             : CompactWindowView{stale, accent, kNow, true}.body();
-    const View full = small ? SmallWindowView{fresh, accent, kNow, true}.body()
-                            : CompactWindowView{fresh, accent, kNow, true}.body();
+    const View faded = small ? SmallWindowView{stale, accent, kNow, true, {}}.body()
+                             : CompactWindowView{stale, accent, kNow, true, {}}.body();
+    const View full = small ? SmallWindowView{fresh, accent, kNow, true, {}}.body()
+                            : CompactWindowView{fresh, accent, kNow, true, {}}.body();
     EXPECT_EQ(faded.modifiers.opacity, 0.6);
     EXPECT_EQ(full.modifiers.opacity, 1);
     EXPECT_EQ(faded.texts(), full.texts());
@@ -125,7 +126,7 @@ TEST(WidgetViewsTest, ABarAfterItsResetIsFullWithoutAMarker) {
   const auto bar = [](double used, double duration, double resetIn) {
     const LimitWindow window{"weekly",           "Weekly", used, duration, kNow + Seconds{resetIn},
                              LimitSource::live()};
-    const View view = CompactWindowView{window, Color::primaryText(), kNow, true}.body();
+    const View view = CompactWindowView{window, Color::primaryText(), kNow, true, {}}.body();
     const View* canvas =
         view.find([](const View& node) { return node.kind == View::Kind::canvas; });
     return canvas ? canvas->shapes : std::vector<ui::Shape>{};
@@ -140,13 +141,53 @@ TEST(WidgetViewsTest, ABarAfterItsResetIsFullWithoutAMarker) {
   EXPECT_EQ(half[2].x.resolve(100), 0);  // 0.1 - 0.75 clamped at the leading edge
 }
 
+// In both sizes the bar's fill and the share left take the level's colour (amber from 80% used,
+// red from 95%) and are the tool's and the text's below; figures read before the last refresh
+// say how old they are; a passed reset says when it was, and the bar is back to normal.
+TEST(WidgetViewsTest, AWindowShowsItsLevelTheAgeOfItsFiguresAndAPassedReset) {
+  const Color accent = ProviderID(ProviderID::claude).accent();
+  // Why, the share used, when the figures were read and the reset (from now), the level, and a
+  // text shown once.
+  const std::tuple<const char*, double, double, double, LimitLevel, const char*> rows[] = {
+      {"79%, read 2 min ago", 0.79, -120, 86400, LimitLevel::normal, "1d 0h"},
+      {"80%, read 3 h ago", 0.80, -3 * 3600, 86400, LimitLevel::warning, "as of 3 h ago"},
+      {"95%", 0.95, -60, 86400, LimitLevel::critical, "5%"},
+      {"95%, reset 20 h ago", 0.95, -60, -20 * 3600, LimitLevel::normal, "reset 20 h ago"},
+  };
+  for (const auto& [why, used, readIn, resetIn, level, text] : rows) {
+    const LimitWindow window{"weekly",           "Weekly", used, 604800.0, kNow + Seconds{resetIn},
+                             LimitSource::live()};
+    const std::optional<Date> readAt = kNow + Seconds{readIn};
+    for (bool small : {false, true}) {
+      const View view = small ? SmallWindowView{window, accent, kNow, false, readAt}.body()
+                              : CompactWindowView{window, accent, kNow, false, readAt}.body();
+      const std::string figure = LimitBarModel{window, kNow}.percentLeftText;
+      const View* shown = view.find([&](const View& node) { return node.text == figure; });
+      const View* canvas =
+          view.find([](const View& node) { return node.kind == View::Kind::canvas; });
+      ASSERT_TRUE(shown && canvas) << why;
+      EXPECT_EQ(canvas->shapes[1].color, levelColor(level, accent)) << why;
+      EXPECT_EQ(shown->modifiers.foreground.value_or(Color::primaryText()),
+                levelColor(level, Color::primaryText()))
+          << why;
+      EXPECT_EQ(std::ranges::count(view.texts(), text), 1) << why << small;
+      EXPECT_EQ(std::ranges::count(view.texts(), "as of 2 min ago"), 0) << why;
+    }
+  }
+}
+
 // The sample's large widget, whole, as the server sends it: a lone window (Codex) keeps the width
-// of one of two beside a filler, the cost line, the sparkline's area closed along the bottom.
+// of one of two beside a filler, Claude's two charts, the cost line, the sparkline's area closed
+// along the bottom.
 TEST(WidgetViewsTest, TheSampleLargeWidgetRendersAsExpected) {
   const SnapshotEntry sample = SnapshotEntry::placeholder();
   const Timeline timeline{{sample}, sample.date + Seconds{900}};
+  // The forecasts' days and times are the current calendar's: UTC here, whatever the machine's.
+  const Calendar before = Calendar::current();
+  Calendar::setCurrent(Calendar::utc());
   const std::string html =
       WidgetPage::widget(BrimlogWidgets::largeWidget, timeline, ProviderID::claude, sample.date);
+  Calendar::setCurrent(before);
   // One element a line, so that a change reads as a change of lines.
   std::string lines;
   for (size_t i = 0; i < html.size(); ++i) {

@@ -27,8 +27,8 @@ body { font-family: system-ui, -apple-system, "Segoe UI", Roboto, Ubuntu, Cantar
 .image { display: inline-flex; width: 1em; height: 1em; flex-shrink: 0; }
 .image svg { width: 100%; height: 100%; }
 .image.resizable { width: 100%; height: 100%; }
-.canvas { display: block; min-width: 0; }
-.canvas svg { display: block; width: 100%; height: 100%; overflow: visible; }
+.canvas { display: block; min-width: 0; position: relative; }
+.canvas svg { position: absolute; inset: 0; display: block; width: 100%; height: 100%; overflow: visible; }
 .button { all: unset; cursor: pointer; display: inline-flex; }
 .button:focus-visible { outline: 2px solid var(--secondary); border-radius: 4px; }
 )css";

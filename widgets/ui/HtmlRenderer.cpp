@@ -1,6 +1,7 @@
 #include "ui/HtmlRenderer.hpp"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <cmath>
 
@@ -279,6 +280,9 @@ class Writer {
                                     HtmlRenderer::css(shape.color), shape.opacity, shape.lineWidth)
                               : fmt::format("fill:{};fill-opacity:{:g}",
                                             HtmlRenderer::css(shape.color), shape.opacity);
+      if (shape.lineWidth > 0 && !shape.dash.empty()) {
+        paint += fmt::format(";stroke-dasharray:{:g}", fmt::join(shape.dash, " "));
+      }
       if (shape.kind == Shape::Kind::rectangle) {
         out += fmt::format("<rect rx=\"{0:g}\" ry=\"{0:g}\"", shape.cornerRadius);
       } else {

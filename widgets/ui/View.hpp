@@ -62,6 +62,9 @@ struct Shape {
   Color color = Color::primaryText();
   double opacity = 1;
   double lineWidth = 0;
+  // A stroke's dashes and gaps in points, in turn; empty for a solid line. With round caps a
+  // dash of 0 is a dot.
+  std::vector<double> dash;
   bool operator==(const Shape&) const = default;
 };
 

@@ -43,7 +43,9 @@ View ProviderRow::body() const {
   };
   const std::vector<LimitWindow> shown = WidgetDisplay::tightestWindows(provider.windows, now, 2);
   for (const LimitWindow& window : shown) {
-    row.push_back(CompactWindowView{window, provider.id.accent(), now, live}.body());
+    row.push_back(
+        CompactWindowView{window, provider.id.accent(), now, live, provider.readAtOf(window)}
+            .body());
   }
   // An invisible filler the width of a window keeps a lone window from stretching.
   if (shown.size() < 2) row.push_back(Empty().frame(Frame::fullWidth()).role("filler"));

@@ -6,6 +6,7 @@
 #include "display/WidgetDisplay.hpp"
 #include "model/ProviderID.hpp"
 #include "platform/AsciiCase.hpp"
+#include "views/LimitChart.hpp"
 #include "views/ProviderRows.hpp"
 #include "views/Sparkline.hpp"
 #include "views/WidgetHeader.hpp"
@@ -66,7 +67,9 @@ View SmallWidgetView::body() const {
                           }));
   }
   for (const LimitWindow& window : windows) {
-    rows.push_back(SmallWindowView{window, provider.id.accent(), entry.date, live}.body());
+    rows.push_back(
+        SmallWindowView{window, provider.id.accent(), entry.date, live, provider.readAtOf(window)}
+            .body());
   }
   rows.push_back(Spacer(0));
   rows.push_back(StaleBadge{snapshot.generatedAt, entry.date}.body());
@@ -83,13 +86,40 @@ View MediumWidgetView::body() const {
                 });
 }
 
+namespace {
+
+// The charts of the first provider, in the snapshot's order, with a forecast for a window of the
+// current period: at most two of its windows, side by side. Nothing when no provider has one.
+View limitCharts(const Snapshot& snapshot, Date now) {
+  constexpr size_t kMostCharts = 2;
+  const Calendar calendar = Calendar::current();
+  for (const Snapshot::Provider& provider : snapshot.providers) {
+    std::vector<View> charts;
+    for (const LimitWindow& window : provider.windows) {
+      const LimitForecast* forecast = provider.forecastOf(window.id);
+      if (!forecast) continue;
+      View chart = LimitChart{window, *forecast, provider.id.accent(), now, calendar}.body(36);
+      if (chart.kind != View::Kind::empty) charts.push_back(std::move(chart));
+      if (charts.size() == kMostCharts) break;
+    }
+    if (!charts.empty()) return HStack(VerticalAlignment::top, 12, std::move(charts));
+  }
+  return Empty();
+}
+
+}  // namespace
+
 View LargeWidgetView::body() const {
   if (!entry.snapshot) return EmptyStateView{}.body();
   const Snapshot& snapshot = *entry.snapshot;
+  View charts = limitCharts(snapshot, entry.date);
+  // The charts take the room of the rows' wider spacing, so that every tool's row still fits.
+  const double rowSpacing = charts.kind == View::Kind::empty ? 12 : 6;
   return VStack(HorizontalAlignment::leading, 10,
                 {
                     WidgetHeader{snapshot, entry.date}.body(),
-                    ProviderRows{snapshot, entry.date, !entry.isSample, 12}.body(),
+                    ProviderRows{snapshot, entry.date, !entry.isSample, rowSpacing}.body(),
+                    std::move(charts),
                     Spacer(4),
                     Divider(),
                     Text("Today " + MeterFormat::usd(snapshot.costTodayUSD) + " · 30 days " +
