@@ -104,8 +104,8 @@ Snapshot makePlaceholder() {
     }
     return *LimitForecast::make(window, base, readings, base);
   };
-  static constexpr double kWeek[] = {0,    0.01, 0.02, 0.03, 0.05, 0.08,
-                                     0.12, 0.17, 0.21, 0.26, 0.33, 0.42};
+  static constexpr double kWeek[] = {0,    0.01, 0.02, 0.03, 0.05, 0.07,
+                                     0.10, 0.13, 0.17, 0.23, 0.31, 0.42};
   static constexpr double kSession[] = {0, 0.03, 0.06, 0.09, 0.12, 0.15};
   Snapshot::Provider& claude = snapshot.providers.front();
   claude.forecasts = {forecast(claude.windows[0], kSession), forecast(claude.windows[1], kWeek)};

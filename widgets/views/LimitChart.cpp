@@ -98,12 +98,8 @@ View LimitChart::body(double height) const {
           .role("limit-chart"),
   };
   if (const auto text = LimitBarModel::forecastText(forecast, window, now, calendar)) {
-    parts.push_back(Text(*text)
-                        .font(9)
-                        .foreground(Color::secondaryText())
-                        .lineLimit(1)
-                        .minimumScale(0.8)
-                        .role("forecast"));
+    // Wrapped rather than cut: the time and how long before the reset are what it is for.
+    parts.push_back(Text(*text).font(9).foreground(Color::secondaryText()).role("forecast"));
   }
   return VStack(HorizontalAlignment::leading, 2, std::move(parts))
       .frame(Frame::fullWidth(HorizontalAlignment::leading));
