@@ -15,8 +15,8 @@
 
 #include "daemon/Daemon.hpp"
 #include "display/SnapshotStore.hpp"
+#include "platform/Json.hpp"
 #include "state/RefreshState.hpp"
-#include "store/UsageStore.hpp"
 #include "support/RawDatabase.hpp"
 #include "support/RunningProgram.hpp"
 #include "support/StubHTTPServer.hpp"
@@ -321,12 +321,20 @@ TEST_F(DaemonDesktopTest, ForecastsARisingLimitFromItsHistoryAndTellsItOnce) {
             1)
       << ::testing::PrintToString(told);
 
-  UsageStore store{dir() / "db/usage.db"};
-  const std::vector<LimitReading> readings = store.readings({ProviderID::claude, "session"});
-  ASSERT_EQ(readings.size(), 3u);
-  EXPECT_EQ(readings[2].readAt, begun + Seconds{7200.0});
-  EXPECT_DOUBLE_EQ(readings[2].usedFraction, 0.60);
-  EXPECT_EQ(readings[2].origin, LimitReading::Origin::service);
+  // The history as `limits --history` tells it once the session has reset: three readings, and
+  // a finished window that peaked at 60% without running out.
+  const testing::RunningProgram::Result history = testing::RunningProgram::run(
+      {BRIMLOG_BINARY, "limits", "--history", "--json", "--tool", "claude", "--home",
+       home().string(), "--db", (dir() / "db/usage.db").string(), "--now",
+       formatISO8601(begun + Seconds{5 * 3600.0})});
+  ASSERT_EQ(history.exitStatus, 0) << history.output;
+  const Json json = Json::parse(history.output);
+  ASSERT_EQ(json.at("readings").size(), 3u);
+  EXPECT_EQ(json.at("readings")[2].at("used"), 0.6);
+  EXPECT_EQ(json.at("readings")[2].at("origin"), "service");
+  ASSERT_EQ(json.at("periods").size(), 1u);
+  EXPECT_EQ(json.at("periods")[0].at("peakUsed"), 0.6);
+  EXPECT_EQ(json.at("periods")[0].at("ranOut"), false);
 }
 
 // Limits that arrive through Codex's logs alert like fetched ones, offline too: past 80%, then
