@@ -18,6 +18,7 @@
 #include "output/ReportJson.hpp"
 #include "output/Terminal.hpp"
 #include "output/TextTable.hpp"
+#include "platform/CommandLineMistake.hpp"
 #include "state/BackgroundSync.hpp"
 #include "state/ClaudeCodeReading.hpp"
 #include "store/PriceTable.hpp"
@@ -82,14 +83,14 @@ bool tellsATime(const Snapshot& snapshot) {
   return false;
 }
 
-// The zone the status line tells a time in: --tz, else TZ, else the system's. The line resolves
-// it only when it tells one: loading the zones costs more than the rest of the line.
+// The zone the status line tells a time in, resolved only when it tells one: loading the zones
+// costs more than the rest of the line. A line never fails: an unknown --tz falls back to TZ.
 Calendar lineCalendar(const std::optional<std::string>& zone) {
-  if (zone) {
-    if (std::optional<Calendar> named = Calendar::named(*zone)) return *named;
+  try {
+    return HostSettings::calendarFor(zone);
+  } catch (const CommandLineMistake&) {
+    return HostSettings::calendarFor(std::nullopt);
   }
-  const char* tz = std::getenv("TZ");
-  return Calendar::local(tz != nullptr ? std::optional<std::string_view>(tz) : std::nullopt);
 }
 
 }  // namespace

@@ -72,16 +72,8 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
 
   if (!given.needsCalendar) {
     // Left as UTC, which loads nothing until it is used.
-  } else if (given.zone) {
-    std::optional<Calendar> calendar = Calendar::named(*given.zone);
-    if (!calendar) {
-      throw CommandLineMistake::wrongValue("--tz", *given.zone, "a time zone",
-                                           "give an IANA name such as Europe/Berlin");
-    }
-    settings.calendar = *calendar;
   } else {
-    const std::optional<std::string> tz = environment("TZ");
-    settings.calendar = Calendar::local(tz ? std::optional<std::string_view>(*tz) : std::nullopt);
+    settings.calendar = calendarFor(given.zone, environment);
   }
 
   if (given.now) {
@@ -147,6 +139,20 @@ void HostSettings::prepareDatabaseDirectory() const {
 
 void HostSettings::prepareStateFolder() const {
   createPrivateFolders(stateFolder, "state folder", "choose another with --shared-dir");
+}
+
+Calendar HostSettings::calendarFor(const std::optional<std::string>& zone,
+                                   const EnvironmentLookup& environment) {
+  if (zone) {
+    std::optional<Calendar> calendar = Calendar::named(*zone);
+    if (!calendar) {
+      throw CommandLineMistake::wrongValue("--tz", *zone, "a time zone",
+                                           "give an IANA name such as Europe/Berlin");
+    }
+    return *calendar;
+  }
+  const std::optional<std::string> tz = environment("TZ");
+  return Calendar::local(tz ? std::optional<std::string_view>(*tz) : std::nullopt);
 }
 
 }  // namespace brimlog

@@ -76,6 +76,11 @@ struct HostSettings {
   static HostSettings resolve(const CommandLine& given,
                               const EnvironmentLookup& environment = processEnvironment);
 
+  /// The zone days and times are told in: `zone` (--tz), else TZ, else the system's
+  /// (/etc/localtime). Throws `CommandLineMistake` for a `zone` the tz database does not know.
+  static Calendar calendarFor(const std::optional<std::string>& zone,
+                              const EnvironmentLookup& environment = processEnvironment);
+
   /// Create the database's missing parent directories, and the state folder with its missing
   /// parents, readable by the user alone (0700). Throw CommandError with the directory and the
   /// system's reason.
