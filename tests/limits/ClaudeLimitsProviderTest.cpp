@@ -29,12 +29,10 @@ TEST(ClaudeUsageDecodingTest, BodiesGiveTheirWindowsAndCreditsOrDoNotDecode) {
   }
 }
 
-class ClaudeLimitsProviderTest : public testing::TempDirTest {
- protected:
-  testing::StubHTTPServer server{"/api/oauth/usage"};
-};
+using ClaudeLimitsProviderTest = testing::TempDirTest;
 
-TEST_F(ClaudeLimitsProviderTest, EverySignInRecordHasItsOutcome) {
+TEST_F(ClaudeLimitsProviderTest, EverySignInRecordHasItsOutcomeAndThePlanIsKept) {
+  testing::StubHTTPServer server{"/api/oauth/usage"};
   server.respond(200, R"({"five_hour":{"utilization":1}})");
   const auto failing = [](auto error) {
     return StubCredentialSource(std::make_exception_ptr(error));
@@ -70,9 +68,9 @@ TEST_F(ClaudeLimitsProviderTest, EverySignInRecordHasItsOutcome) {
     EXPECT_EQ(provider.fetch(kNow), expected);
     EXPECT_EQ(server.requests().size(), row.status == ProviderStatus::ok ? 1u : 0u);
   }
-}
 
-TEST_F(ClaudeLimitsProviderTest, AsksTheServiceWithTheSignInOnFileAndKeepsThePlan) {
+  // The sign-in on file: the service is asked with it, and the plan is kept.
+  server.clearRequests();
   const std::string record = R"({"claudeAiOauth":{"accessToken":")" + kToken +
                              R"(","expiresAt":1750003600000,"subscriptionType":"max"}})";
   write("claude/.credentials.json", record);
@@ -84,7 +82,6 @@ TEST_F(ClaudeLimitsProviderTest, AsksTheServiceWithTheSignInOnFileAndKeepsThePla
   const auto answer = [](ProviderStatus status, std::vector<LimitWindow> windows = {}) {
     return ProviderLimits{"Max", std::move(windows), std::nullopt, status, kNow};
   };
-  server.respond(200, R"({"five_hour":{"utilization":1}})");
   EXPECT_EQ(provider(server.url()).fetch(kNow), answer(ProviderStatus::ok, {kOnePercent}));
   const auto requests = server.requests();
   ASSERT_EQ(requests.size(), 1u);

@@ -28,8 +28,7 @@ std::string base64URL(std::string_view bytes) {
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
   std::string out;
   // Six bits at a time, most significant first; the last group is filled up with zero bits.
-  unsigned buffer = 0;
-  int bits = 0;
+  unsigned buffer = 0, bits = 0;
   for (const unsigned char byte : bytes) {
     buffer = (buffer << 8) | byte;
     for (bits += 8; bits >= 6; bits -= 6) out += kAlphabet[(buffer >> (bits - 6)) & 63];
@@ -40,20 +39,16 @@ std::string base64URL(std::string_view bytes) {
 
 // A token whose payload is `claims`; the signature is never checked.
 std::string jwt(const std::string& claims) {
-  return base64URL(R"({"alg":"RS256","typ":"JWT"})") + "." + base64URL(claims) +
-         ".c2lnbmF0dXJlLVNFQ1JFVA";
+  return "eyJhbGciOiJSUzI1NiJ9." + base64URL(claims) + ".c2lnbmF0dXJlLVNFQ1JFVA";
 }
 
 // A token that is valid for another hour, with a marker that must never leak.
 const std::string kToken = jwt(R"({"exp":1750003600,"sub":"user-SECRET"})");
 
-std::string authWith(const std::string& tokens) {
-  return R"({"OPENAI_API_KEY":null,"tokens":)" + tokens + R"(,"last_refresh":"2025-06-01"})";
-}
-
 std::string auth(const std::string& accessToken, const std::string& accountID = "acc-123") {
-  return authWith(R"({"id_token":"i","access_token":")" + accessToken +
-                  R"(","refresh_token":"r","account_id":")" + accountID + R"("})");
+  return R"({"OPENAI_API_KEY":null,"tokens":{"id_token":"i","access_token":")" + accessToken +
+         R"(","refresh_token":"r","account_id":")" + accountID +
+         R"("},"last_refresh":"2025-06-01"})";
 }
 
 ProviderLimits answer(ProviderStatus status, std::optional<std::string> plan = std::nullopt,
@@ -81,8 +76,8 @@ TEST(CodexUsageDecodingTest, TheExpiryIsReadFromTheTokenPayload) {
   // One part, an empty payload, not base64, not JSON, not an object, no expiry, no number.
   for (const std::string& token :
        {base64URL(R"({"exp":1})"), std::string(), std::string("a..c"), std::string("a.!!!!.c"),
-        "a." + base64URL("not json") + ".c", jwt("[1750000000]"), jwt("{}"), jwt(R"({"sub":"u"})"),
-        jwt(R"({"exp":"1750000000"})"), jwt(R"({"exp":null})"), jwt(R"({"exp":true})")}) {
+        "a." + base64URL("not json") + ".c", jwt("[1750000000]"), jwt(R"({"sub":"u"})"),
+        jwt(R"({"exp":"1750000000"})"), jwt(R"({"exp":true})")}) {
     EXPECT_EQ(CodexLimitsProvider::tokenExpiry(token), std::nullopt) << token;
   }
 }
@@ -127,7 +122,7 @@ class CodexLimitsProviderTest : public testing::TempDirTest {
   StubHTTPServer server{"/backend-api/wham/usage"};
 };
 
-TEST_F(CodexLimitsProviderTest, EveryAuthFileHasItsOutcome) {
+TEST_F(CodexLimitsProviderTest, EveryAuthFileHasItsOutcomeAndItsRequest) {
   const auto unavailable = ProviderStatus::unavailable, ok = ProviderStatus::ok,
              signInNeeded = ProviderStatus::signInNeeded;
   const std::tuple<const char*, std::optional<std::string>, ProviderStatus> rows[] = {
@@ -136,7 +131,7 @@ TEST_F(CodexLimitsProviderTest, EveryAuthFileHasItsOutcome) {
       {"an array", "[]", unavailable},
       {"no tokens", R"({"OPENAI_API_KEY":"sk-1"})", unavailable},
       {"empty access token", auth(""), unavailable},
-      {"account id a number", authWith(R"({"access_token":"t","account_id":5})"), unavailable},
+      {"account id a number", R"({"tokens":{"access_token":"t","account_id":5}})", unavailable},
       {"expires exactly now", auth(jwt(R"({"exp":1750000000})")), signInNeeded},
       {"expires in a second", auth(jwt(R"({"exp":1750000001})")), ok},
       {"token without an expiry", auth("opaque"), ok}};
@@ -147,18 +142,13 @@ TEST_F(CodexLimitsProviderTest, EveryAuthFileHasItsOutcome) {
     EXPECT_EQ(provider().fetch(kNow), status == ok ? *usage.expected : answer(status)) << name;
     EXPECT_EQ(server.requests().size(), status == ok ? 1u : 0u) << name;
   }
-  // An auth.json that cannot be read.
-  std::filesystem::remove(dir() / "codex/auth.json");
-  std::filesystem::create_directories(dir() / "codex/auth.json");
-  EXPECT_EQ(provider().fetch(kNow), answer(unavailable));
-}
 
-TEST_F(CodexLimitsProviderTest, TheRequestCarriesTheTokenAndTheAccountWhenThereIsOne) {
-  const std::tuple<std::string, std::string, std::optional<std::string>> rows[] = {
+  // The request carries the token, and the account when there is one.
+  const std::tuple<std::string, std::string, std::optional<std::string>> sent[] = {
       {auth(kToken, "acc-123"), kToken, "acc-123"},
       {auth(kToken, ""), kToken, std::nullopt},  // not even empty, as a hand-read request shows
-      {authWith(R"({"access_token":"plain","account_id":null})"), "plain", std::nullopt}};
-  for (const auto& [authFile, token, account] : rows) {
+      {R"({"tokens":{"access_token":"plain","account_id":null}})", "plain", std::nullopt}};
+  for (const auto& [authFile, token, account] : sent) {
     writeAuth(authFile);
     StubHTTPServer raw{StubHTTPServer::raw};
     raw.answerOnce("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}");
@@ -170,9 +160,14 @@ TEST_F(CodexLimitsProviderTest, TheRequestCarriesTheTokenAndTheAccountWhenThereI
     EXPECT_EQ(requests[0].header("ChatGPT-Account-Id"), account);
     EXPECT_EQ(requests[0].header("User-Agent"), "Brimlog/0.1.0");
   }
+
+  // An auth.json that cannot be read.
+  std::filesystem::remove(dir() / "codex/auth.json");
+  std::filesystem::create_directories(dir() / "codex/auth.json");
+  EXPECT_EQ(provider().fetch(kNow), answer(unavailable));
 }
 
-TEST_F(CodexLimitsProviderTest, AFreshStoredRecordIsAnsweredWithoutAsking) {
+TEST_F(CodexLimitsProviderTest, AStoredRecordIsAnsweredFreshOrStaleAfterAFailedFetch) {
   for (double age : {0.0, 599.0, 600.0, -100.0}) {
     EXPECT_EQ(provider().fetch(kNow), storedOfAge(age)) << age;
   }
@@ -184,9 +179,8 @@ TEST_F(CodexLimitsProviderTest, AFreshStoredRecordIsAnsweredWithoutAsking) {
   EXPECT_EQ(provider().fetch(kNow), usage.expected);
   EXPECT_EQ(server.requests().size(), 1u);
   EXPECT_EQ(credentials->filesRead, std::vector{dir() / "codex/auth.json"});
-}
 
-TEST_F(CodexLimitsProviderTest, AFailedFetchFallsBackOnTheStoredRecordMarkedStale) {
+  // A failed fetch falls back on the stored record, marked stale.
   const auto staleWith = [](ProviderLimits kept, ProviderStatus status) {
     kept = kept.markedStale();
     kept.status = status;
@@ -209,9 +203,10 @@ TEST_F(CodexLimitsProviderTest, AFailedFetchFallsBackOnTheStoredRecordMarkedStal
 
   // Without a client the stored record is all there is, however old.
   EXPECT_EQ(provider(false).fetch(kNow), storedOfAge(86400 * 30));
-}
 
-TEST_F(CodexLimitsProviderTest, WithNothingStoredAFailureIsTheAnswer) {
+  // With nothing stored, the failure is the answer.
+  stored.reset();
+  writeAuth(auth(kToken));
   server.respond(429, "");
   EXPECT_EQ(provider().fetch(kNow), answer(ProviderStatus::rateLimited));
   EXPECT_EQ(provider(false).fetch(kNow), answer(ProviderStatus::unavailable));

@@ -18,18 +18,7 @@ const std::string kToken = "Bearer sk-ant-oat01-token";
 
 HTTPRequest get(const std::string& url) { return HTTPRequest{"GET", url, {}, std::nullopt, 60}; }
 
-std::optional<URLError::Code> errorOf(const CurlHTTPClient& client, const HTTPRequest& request,
-                                      std::string* message = nullptr) {
-  try {
-    client.send(request);
-  } catch (const URLError& error) {
-    if (message) *message = error.what();
-    return error.code();
-  }
-  return std::nullopt;
-}
-
-TEST(CurlHTTPClientTest, SendsTheRequestAsGiven) {
+TEST(CurlHTTPClientTest, SendsRequestsAsGivenAndReturnsAnyStatusWithItsFinalHeaders) {
   StubHTTPServer server;
   const CurlHTTPClient client;
   client.send({"POST",
@@ -49,10 +38,9 @@ TEST(CurlHTTPClientTest, SendsTheRequestAsGiven) {
   }
   EXPECT_EQ(seen,
             "POST [{}] " + kToken + " application/json - | PUT [payload] - - - | GET [] - - - | ");
-}
 
-TEST(CurlHTTPClientTest, AnyStatusIsAResponseAndRedirectsAndCookiesAreNotFollowed) {
-  StubHTTPServer server;
+  // Any status is a response, and neither redirects nor cookies are followed.
+  server.clearRequests();
   const std::tuple<int, std::string, std::string, std::string> rows[] = {
       {401, R"({"error":"token expired"})", "Set-Cookie", "session=abc123; Path=/"},
       {302, "moved", "Location", server.url() + "/elsewhere"}};
@@ -70,9 +58,8 @@ TEST(CurlHTTPClientTest, AnyStatusIsAResponseAndRedirectsAndCookiesAreNotFollowe
     EXPECT_EQ(request.path, "/usage");
     EXPECT_EQ(request.header("Cookie"), std::nullopt);
   }
-}
 
-TEST(CurlHTTPClientTest, OnlyTheFinalResponsesHeadersAreReturned) {
+  // Only the final response's headers are returned.
   StubHTTPServer port{StubHTTPServer::raw};
   port.answerOnce(
       "HTTP/1.1 103 Early Hints\r\nLink: </hint>\r\nX-Interim: 1\r\n\r\n"
@@ -116,12 +103,11 @@ TEST(CurlHTTPClientTest, FailuresBecomeURLErrorsThatNameTheHostButNoHeaderValue)
       {"refused", testing::closedPortURL(), Code::cannotConnectToHost},
       {"a file URL", "file:///etc/hostname", Code::other, {}, "GET", ""},
       {"not a URL", "not a url", Code::other, {}, "GET", ""},
-      {"a header value that would smuggle a line",
-       silent.url(),
-       Code::other,
-       {{"Authorization", kToken + "\r\nX-Injected: 1"}},
-       "GET",
-       "Authorization"},
+      {.name = "a header value that would smuggle a line",
+       .url = silent.url(),
+       .code = Code::other,
+       .headers = {{"Authorization", kToken + "\r\nX-Injected: 1"}},
+       .says = "Authorization"},
       {"a header name with a line break", silent.url(), Code::other, {{"Bad\nName", "v"}}},
       {"a method that is no token", silent.url(), Code::other, {}, "GET /other HTTP/1.1\r\n"},
   };
@@ -130,8 +116,14 @@ TEST(CurlHTTPClientTest, FailuresBecomeURLErrorsThatNameTheHostButNoHeaderValue)
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     std::string message;
-    EXPECT_EQ(errorOf(client, {row.method, row.url, row.headers, std::nullopt, 60}, &message),
-              row.code);  // the request asks for 60 seconds
+    std::optional<URLError::Code> code;
+    try {
+      client.send({row.method, row.url, row.headers, std::nullopt, 60});  // asks for 60 seconds
+    } catch (const URLError& error) {
+      message = error.what();
+      code = error.code();
+    }
+    EXPECT_EQ(code, row.code);
     EXPECT_NE(message.find(row.says), std::string::npos) << message;
     EXPECT_EQ(message.find("sk-ant"), std::string::npos) << message;
   }

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <tuple>
 
 #include "model/ProviderLimits.hpp"
 #include "support/LimitsPrinting.hpp"
@@ -26,12 +27,9 @@ ProviderLimits sample() {
 }
 
 TEST(ProviderLimitsTest, MarkedStaleDatesLiveAndLocalWindowsToTheFetch) {
-  const ProviderLimits limits = sample();
-  ProviderLimits expected = limits;
-  expected.windows[0].source = LimitSource::stale(t2);
-  expected.windows[1].source = LimitSource::stale(t2);
-  EXPECT_EQ(limits.markedStale(), expected);
-  EXPECT_EQ(limits.windows[0].source, LimitSource::live());  // the original is untouched
+  ProviderLimits expected = sample();
+  expected.windows[0].source = expected.windows[1].source = LimitSource::stale(t2);
+  EXPECT_EQ(sample().markedStale(), expected);
 }
 
 // The stored form (tests/data/model/provider-limits.json for the sample): dates as seconds since
@@ -39,8 +37,8 @@ TEST(ProviderLimitsTest, MarkedStaleDatesLiveAndLocalWindowsToTheFetch) {
 TEST(ProviderLimitsTest, TheStoredFormIsThisJsonAndRoundTrips) {
   const ProviderLimits limits = sample();
   const Json stored = limits.toJson(DateForm::referenceSeconds);
-  EXPECT_EQ(stored, Json::parse(testing::readFile(std::filesystem::path(BRIMLOG_SOURCE_DIR) /
-                                                  "tests/data/model/provider-limits.json")));
+  EXPECT_EQ(stored,
+            Json::parse(testing::readFile(testing::dataPath("model/provider-limits.json"))));
   EXPECT_EQ(ProviderLimits::fromJson(json::parse(json::dump(stored)), DateForm::referenceSeconds),
             limits);
 
@@ -54,13 +52,10 @@ TEST(ProviderLimitsTest, TheStoredFormIsThisJsonAndRoundTrips) {
   EXPECT_EQ(ProviderLimits::fromJson(json, DateForm::referenceSeconds), bare);
 }
 
-TEST(ProviderLimitsTest, DecodingRejectsMissingOrMistypedKeys) {
+TEST(ProviderLimitsTest, DecodingRejectsBadKeysAndEncodingRejectsNonFiniteNumbers) {
   const Json good = sample().toJson(DateForm::referenceSeconds);
-  const struct {
-    const char* name;
-    const char* pointer;
-    std::optional<Json> value;  // nothing: the key is removed
-  } rows[] = {
+  // Each row: its name, the key's JSON pointer, and its new value (none: the key is removed).
+  const std::tuple<const char*, const char*, std::optional<Json>> rows[] = {
       {"no windows", "/windows", {}},
       {"no status", "/status", {}},
       {"no fetch date", "/fetchedAt", {}},
@@ -71,20 +66,19 @@ TEST(ProviderLimitsTest, DecodingRejectsMissingOrMistypedKeys) {
       {"a source without date", "/windows/1/source", Json::parse(R"({"local":{}})")},
       {"a source date as text", "/windows/2/source", Json::parse(R"({"stale":{"asOf":"x"}})")},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
+  for (const auto& [name, key, value] : rows) {
+    SCOPED_TRACE(name);
     Json bad = good;
-    const Json::json_pointer pointer(row.pointer);
-    if (row.value) {
-      bad[pointer] = *row.value;
+    const Json::json_pointer pointer(key);
+    if (value) {
+      bad[pointer] = *value;
     } else {
       bad[pointer.parent_pointer()].erase(pointer.back());
     }
     EXPECT_THROW(ProviderLimits::fromJson(bad, DateForm::referenceSeconds), JsonDecodeError);
   }
-}
 
-TEST(ProviderLimitsTest, NonFiniteNumbersFailTheWholeEncoding) {
+  // Non-finite numbers fail the whole encoding.
   const double inf = std::numeric_limits<double>::infinity();
   const std::function<void(ProviderLimits&)> spoilers[] = {
       [&](ProviderLimits& l) { l.windows[1].duration = inf; },

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "platform/AsciiCase.hpp"
 
 namespace brimlog {
@@ -7,12 +9,7 @@ namespace {
 
 // The neighbours of the letter ranges and the bytes of UTF-8 sequences stay as they are.
 TEST(AsciiCaseTest, ChangesOnlyAsciiLetters) {
-  struct Row {
-    const char* text;
-    const char* lowercased;
-    const char* capitalized;
-  };
-  const Row rows[] = {
+  const std::tuple<const char*, const char*, const char*> rows[] = {
       {"Opus 4.1", "opus 4.1", "Opus 4.1"},
       {"@AZ[`az{", "@az[`az{", "@AZ[`az{"},
       {"`max", "`max", "`max"},
@@ -20,9 +17,9 @@ TEST(AsciiCaseTest, ChangesOnlyAsciiLetters) {
       {"élite", "élite", "élite"},
       {"", "", ""},
   };
-  for (const Row& row : rows) {
-    EXPECT_EQ(asciiLowercased(row.text), row.lowercased) << row.text;
-    EXPECT_EQ(asciiCapitalized(row.text), row.capitalized) << row.text;
+  for (const auto& [text, lowercased, capitalized] : rows) {
+    EXPECT_EQ(asciiLowercased(text), lowercased) << text;
+    EXPECT_EQ(asciiCapitalized(text), capitalized) << text;
   }
 }
 

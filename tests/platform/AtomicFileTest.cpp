@@ -16,20 +16,19 @@ namespace {
 namespace fs = std::filesystem;
 using testing::fileNames;
 
-class AtomicFileTest : public testing::TempDirTest {
- protected:
-  // What `replace` throws, or nothing.
-  static std::optional<fs::filesystem_error> failure(const fs::path& path) {
-    try {
-      AtomicFile::replace(path, "new");
-    } catch (const fs::filesystem_error& error) {
-      return error;
-    }
-    return std::nullopt;
-  }
-};
+using AtomicFileTest = testing::TempDirTest;
 
-TEST_F(AtomicFileTest, ReplacesWholeForTheUserAlone) {
+// What `replace` throws, or nothing.
+std::optional<fs::filesystem_error> failure(const fs::path& path) {
+  try {
+    AtomicFile::replace(path, "new");
+  } catch (const fs::filesystem_error& error) {
+    return error;
+  }
+  return std::nullopt;
+}
+
+TEST_F(AtomicFileTest, ReplacesWholeForTheUserAloneOrFailsNamingThePathAndLeavingTheOldFile) {
   const fs::path path = dir() / "state.json";
   AtomicFile::replace(path, "a longer first text\n");
   AtomicFile::replace(path, "short");
@@ -38,9 +37,8 @@ TEST_F(AtomicFileTest, ReplacesWholeForTheUserAlone) {
   ASSERT_EQ(::stat(path.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0600);
   EXPECT_EQ(fileNames(dir()), "state.json ");
-}
 
-TEST_F(AtomicFileTest, AFailureNamesThePathAndLeavesTheOldFileAndNoTemporaryFile) {
+  // A failure names the path and leaves the old file and no temporary file.
   const std::optional<fs::filesystem_error> missing = failure(dir() / "missing" / "state.json");
   ASSERT_TRUE(missing);
   EXPECT_EQ(missing->path1(), dir() / "missing" / "state.json");

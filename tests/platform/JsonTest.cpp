@@ -11,7 +11,7 @@ auto throwsSaying(const std::string& text) {
   return ::testing::ThrowsMessage<JsonDecodeError>(::testing::HasSubstr(text));
 }
 
-TEST(JsonTest, RequiredAndOptionalKeysNameWhatIsWrong) {
+TEST(JsonTest, KeysDatesAndIntegersAreCheckedAndNameWhatIsWrong) {
   const Json doc = Json::parse(R"({"a":1,"n":null,"s":"x"})");
   EXPECT_EQ(json::require(doc, "a"), 1);
   EXPECT_THAT([&] { json::require(doc, "b"); }, throwsSaying("\"b\""));
@@ -20,9 +20,11 @@ TEST(JsonTest, RequiredAndOptionalKeysNameWhatIsWrong) {
   EXPECT_EQ(json::optional(doc, "b"), nullptr);
   EXPECT_THAT([&] { json::number(doc["s"], "s"); }, throwsSaying("a number"));
   EXPECT_THAT([&] { json::require(Json::array(), "a"); }, throwsSaying("object"));
-}
+  // Each date form refuses the other's dates. (What the text form reads is SnapshotTest's table.)
+  EXPECT_THROW(json::decodeDate(770474096.5, DateForm::iso8601, "d"), JsonDecodeError);
+  EXPECT_THROW(json::decodeDate("2025-06-01T12:34:56Z", DateForm::referenceSeconds, "d"),
+               JsonDecodeError);
 
-TEST(JsonTest, IntegersMustBeWholeAndInRange) {
   EXPECT_EQ(json::integer(Json::parse("12"), "k"), 12);
   EXPECT_EQ(json::integer(Json::parse("-12"), "k"), -12);
   EXPECT_EQ(json::integer(Json::parse("12.0"), "k"), 12);
@@ -45,19 +47,6 @@ TEST(JsonTest, AnEnumerationCaseIsExactlyOneKnownKey) {
                                          "Invalid number of keys found, expected one."))
         << text;
   }
-}
-
-// Whole documents take one form (see the limits records); here, what each form refuses.
-TEST(JsonTest, DatesAreDecodedInTheFormOfTheirDocument) {
-  EXPECT_EQ(json::decodeDate("2025-06-01T12:34:56Z", DateForm::iso8601, "d"),
-            dateFromUnixSeconds(1748781296));
-  // Text dates read back only as they are written (the forms are SnapshotTest's table).
-  EXPECT_THROW(json::decodeDate("2025-06-01T14:34:56+02:00", DateForm::iso8601, "d"),
-               JsonDecodeError);
-  EXPECT_THROW(json::decodeDate("yesterday", DateForm::iso8601, "d"), JsonDecodeError);
-  EXPECT_THROW(json::decodeDate(770474096.5, DateForm::iso8601, "d"), JsonDecodeError);
-  EXPECT_THROW(json::decodeDate("2025-06-01T12:34:56Z", DateForm::referenceSeconds, "d"),
-               JsonDecodeError);
 }
 
 TEST(JsonTest, TextIsParsedAndWrittenCompactly) {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "platform/StateFolder.hpp"
 
 namespace brimlog {
@@ -7,12 +9,8 @@ namespace {
 
 TEST(StateFolderTest, GivenFolderElseTheDatabasesElseXdgStateHomeElseHome) {
   const std::string here = std::filesystem::current_path().string();
-  struct Row {
-    const char* name;
-    StateFolder::Given given;
-    std::string folder;  // empty: none
-  };
-  const Row rows[] = {
+  // Each row: its name, what is given, and the folder found ("" for none).
+  const std::tuple<const char*, StateFolder::Given, std::string> rows[] = {
       {"given", {"/srv/w", "/tmp/t/usage.db", "/state", "/home/ada"}, "/srv/w"},
       {"given relative", {"w/../x", {}, {}, "/home/ada"}, here + "/x"},
       {"given empty", {"", {}, {}, "/home/ada"}, "/home/ada/.local/state/brimlog"},
@@ -23,8 +21,8 @@ TEST(StateFolderTest, GivenFolderElseTheDatabasesElseXdgStateHomeElseHome) {
       {"relative home", {{}, {}, "", "home/ada"}, ""},
       {"nothing", {}, ""},
   };
-  for (const Row& row : rows) {
-    EXPECT_EQ(StateFolder::locate(row.given).value_or("").string(), row.folder) << row.name;
+  for (const auto& [name, given, folder] : rows) {
+    EXPECT_EQ(StateFolder::locate(given).value_or("").string(), folder) << name;
   }
 }
 

@@ -61,9 +61,7 @@ class StubHTTPServer {
   static constexpr Raw raw{};
 
   explicit StubHTTPServer(std::string path = "/usage") : path_(std::move(path)) {
-    const auto handle = [this](const httplib::Request& request, httplib::Response& response) {
-      serve(request, response);
-    };
+    const auto handle = std::bind_front(&StubHTTPServer::serve, this);
     http_.Get(".*", handle);
     http_.Post(".*", handle);
     http_.Put(".*", handle);
@@ -90,9 +88,6 @@ class StubHTTPServer {
   }
 
   ~StubHTTPServer() { stop(); }
-
-  StubHTTPServer(const StubHTTPServer&) = delete;
-  StubHTTPServer& operator=(const StubHTTPServer&) = delete;
 
   /// Stops listening over HTTP (the port is closed afterwards); waits for a raw answer to end.
   void stop() {
@@ -174,17 +169,15 @@ class StubHTTPServer {
   }
 
   void serve(const httplib::Request& request, httplib::Response& response) {
-    Handler handler;
-    {
-      std::lock_guard lock(mutex_);
-      requests_.push_back({request.method, request.path, {}, request.body});
-      requests_.back().headers.assign(request.headers.begin(), request.headers.end());
-      handler = handler_;
-    }
-    if (request.path == path_) {
-      handler(request, response);
-    } else {
+    std::unique_lock lock(mutex_);
+    requests_.push_back({request.method, request.path, {}, request.body});
+    requests_.back().headers.assign(request.headers.begin(), request.headers.end());
+    const Handler handler = handler_;
+    lock.unlock();
+    if (request.path != path_) {
       response.status = 404;
+    } else {
+      handler(request, response);
     }
   }
 

@@ -57,7 +57,7 @@ std::string describe(const CodexLineDetails& details) {
   return tokenCount + (details.usageRecord ? " / record" : " / -");
 }
 
-TEST(CodexLogParserTest, UsageRecordsTakeModelAndSessionFromEarlierLines) {
+TEST(CodexLogParserTest, UsageRecordsTakeTheirCountsAndModelAndSessionFromEarlierLines) {
   CodexLogParser parser(Context{{"provider", "codex"}});
   EXPECT_FALSE(parser.consume(R"({"type":"session_meta","payload":{"id":"s1"}})"));
   EXPECT_FALSE(parser.consume(R"({"type":"turn_context","payload":{"model":"m1"}})"));
@@ -81,29 +81,15 @@ TEST(CodexLogParserTest, UsageRecordsTakeModelAndSessionFromEarlierLines) {
   CodexLogParser next(parser.takeContext());
   EXPECT_TRUE(parser.context().empty());
   EXPECT_EQ(as<UsageEvent>(next.consume(usageRecord("{}")))->sessionID, "s1");
-}
 
-// Which usage fields count as what: cached tokens are part of the input, whose uncached rest
-// stays in range instead of overflowing; token fields are truncated numbers and nothing else.
-TEST(CodexLogParserTest, UsageFieldsBecomeTokenCounts) {
-  CodexLogParser parser;
+  // Which usage fields count as what: cached tokens are part of the input, whose uncached rest
+  // stays in range instead of overflowing; token fields are truncated numbers and nothing else.
   for (const DataRow& row : testing::namedRows("ingest/codex-usage.tsv")) {
     SCOPED_TRACE(row.name);
-    const auto event = as<UsageEvent>(parser.consume(usageRecord(row.fields.at(0))));
-    ASSERT_TRUE(event);
-    EXPECT_EQ(event->tokens, (TokenCounts{row.integer(1), row.integer(2), row.integer(3),
-                                          row.integer(4), row.integer(5), row.integer(6)}));
-  }
-}
-
-TEST(CodexLogParserTest, UnusableLinesYieldNothingAndKeepTheContext) {
-  CodexLogParser full(Context{{"model", "m1"}}), quick(Context{{"model", "m1"}});
-  for (const DataRow& row : testing::namedRows("ingest/codex-unusable.tsv")) {
-    SCOPED_TRACE(row.name);
-    EXPECT_FALSE(full.consume(std::string_view(row.fields.at(0))));
-    EXPECT_FALSE(quick.consume(PaddedCopy(row.fields.at(0))));
-    EXPECT_EQ(full.context(), (Context{{"model", "m1"}}));
-    EXPECT_EQ(quick.context(), (Context{{"model", "m1"}}));
+    const auto counted = as<UsageEvent>(next.consume(usageRecord(row.fields.at(0))));
+    ASSERT_TRUE(counted);
+    EXPECT_EQ(counted->tokens, (TokenCounts{row.integer(1), row.integer(2), row.integer(3),
+                                            row.integer(4), row.integer(5), row.integer(6)}));
   }
 }
 
@@ -145,9 +131,19 @@ TEST(CodexLogParserTest, TokenCountEventsCarryRateLimitWindows) {
   }
 }
 
-// What each line reports besides its result, read from the same parse. Every call starts from
-// empty details, so a line without figures after one with them reports none.
-TEST(CodexLogParserTest, DetailsReportTokenCountsAndUsageRecords) {
+TEST(CodexLogParserTest, EachLineGivesItsDetailsAndWhatTheFullParseGivesOrNothing) {
+  // Unusable lines give nothing and keep the context.
+  CodexLogParser keepingFull(Context{{"model", "m1"}}), keepingQuick(Context{{"model", "m1"}});
+  for (const DataRow& row : testing::namedRows("ingest/codex-unusable.tsv")) {
+    SCOPED_TRACE(row.name);
+    EXPECT_FALSE(keepingFull.consume(std::string_view(row.fields.at(0))));
+    EXPECT_FALSE(keepingQuick.consume(PaddedCopy(row.fields.at(0))));
+    EXPECT_EQ(keepingFull.context(), (Context{{"model", "m1"}}));
+    EXPECT_EQ(keepingQuick.context(), (Context{{"model", "m1"}}));
+  }
+
+  // What each line reports besides its result, read from the same parse. Every call starts from
+  // empty details, so a line without figures after one with them reports none.
   CodexLogParser parser;
   CodexLineDetails details;
   for (const DataRow& row : testing::namedRows("ingest/codex-details.tsv")) {
@@ -155,12 +151,10 @@ TEST(CodexLogParserTest, DetailsReportTokenCountsAndUsageRecords) {
     EXPECT_EQ(gives(parser.consume(PaddedCopy(row.fields.at(2)), details)), row.fields.at(0));
     EXPECT_EQ(describe(details), row.fields.at(1));
   }
-}
 
-// What each line of a rollout gives, in order. Lines read from a file take a quick look at their
-// type first; the outcome, context included, must be the one the full parse of the same bytes
-// gives, whatever the keys and their spelling.
-TEST(CodexLogParserTest, EachLineGivesWhatTheFullParseGives) {
+  // What each line of a rollout gives, in order. Lines read from a file take a quick look at their
+  // type first; the outcome, context included, must be the one the full parse of the same bytes
+  // gives, whatever the keys and their spelling.
   CodexLogParser quick, full;
   for (const DataRow& row : testing::namedRows("ingest/codex-lines.tsv")) {
     SCOPED_TRACE(row.name);

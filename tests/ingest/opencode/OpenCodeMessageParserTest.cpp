@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "ingest/opencode/OpenCodeMessageParser.hpp"
@@ -20,15 +21,13 @@ std::string tokens(int64_t input, int64_t output, int64_t reasoning, int64_t rea
       input, output, reasoning, read, write);
 }
 
-constexpr const char* kTime = R"("time":{"created":1771228800123,"completed":1771228809456},)";
-
-std::string assistant(const std::string& messageTokens, double cost,
-                      const std::string& extra = R"("path":{"cwd":"/w/app","root":"/w"},)",
-                      const std::string& time = kTime) {
+// An assistant message with its own tokens and no cost of its own.
+std::string assistant(const std::string& messageTokens, bool withCreationTime = true) {
   return fmt::format(
-      R"({{"role":"assistant","providerID":"anthropic","modelID":"claude-sonnet-4-5",{}{})"
-      R"("cost":{},"tokens":{}}})",
-      extra, time, cost, messageTokens);
+      R"({{"role":"assistant","providerID":"anthropic","modelID":"claude-sonnet-4-5",{})"
+      R"("cost":0,"tokens":{}}})",
+      withCreationTime ? R"("time":{"created":1771228800123,"completed":1771228809456},)" : "",
+      messageTokens);
 }
 
 std::string step(const std::string& stepTokens, double cost) {
@@ -42,49 +41,36 @@ struct Expected {
 };
 
 TEST(OpenCodeMessageParserTest, MapsEachKindOfMessageOntoOneReply) {
-  const struct Row {
-    const char* name;
-    std::string message;
-    std::vector<std::string> parts;
-    std::optional<Expected> expected;
-  } rows[] = {
-      {"the steps' sums, not the message's own last step",
-       assistant(tokens(5, 7, 0, 300, 20), 0.03),
-       {step(tokens(3, 4, 0, 100, 20), 0.01), R"({"type":"text","text":"step-finish"})",
-        step(tokens(5, 7, 0, 300, 20), 0.02)},
-       Expected{{8, 400, 40, 0, 11, 0}, 0.03}},
-      {"no total, reasoning within the output: inside",
-       assistant(tokens(10, 50, 30, 0, 0), 0),
-       {},
-       Expected{{10, 0, 0, 0, 50, 30}, {}}},
-      {"no total, reasoning beyond the output: added",
-       assistant(tokens(10, 20, 30, 0, 0), 0),
-       {},
-       Expected{{10, 0, 0, 0, 50, 30}, {}}},
-      {"each step decides for itself",
-       assistant(tokens(0, 0, 0, 0, 0), 0),
-       {step(tokens(1, 50, 30, 0, 0, 51), 0), step(tokens(1, 50, 30, 0, 0, 81), 0)},
-       Expected{{2, 0, 0, 0, 130, 60}, {}}},
-      {"a user message", R"({"role":"user","time":{"created":1771228800123}})", {}, std::nullopt},
-      {"waiting for its first step", assistant(tokens(0, 0, 0, 0, 0), 0), {}, std::nullopt},
-      {"no creation time", assistant(tokens(1, 1, 0, 0, 0), 0, "", ""), {}, std::nullopt},
-      {"not JSON", R"({"role":"assistant",)", {}, std::nullopt},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
+  // Each row: its name, the message, its parts, and the reply's tokens and cost if there is one.
+  const std::tuple<const char*, std::string, std::vector<std::string>, std::optional<Expected>>
+      rows[] = {
+          {"no total, reasoning within the output: inside",
+           assistant(tokens(10, 50, 30, 0, 0)),
+           {},
+           Expected{{10, 0, 0, 0, 50, 30}, {}}},
+          {"no total, reasoning beyond the output: added",
+           assistant(tokens(10, 20, 30, 0, 0)),
+           {},
+           Expected{{10, 0, 0, 0, 50, 30}, {}}},
+          {"the steps' sums, each step deciding for itself",
+           assistant(tokens(0, 0, 0, 0, 0)),
+           {step(tokens(1, 50, 30, 0, 0, 51), 0.01), step(tokens(1, 50, 30, 0, 0, 81), 0.02)},
+           Expected{{2, 0, 0, 0, 130, 60}, 0.03}},
+          {"no creation time", assistant(tokens(1, 1, 0, 0, 0), false), {}, std::nullopt},
+          {"not JSON", R"({"role":"assistant",)", {}, std::nullopt},
+      };
+  for (const auto& [name, message, parts, expected] : rows) {
+    SCOPED_TRACE(name);
     OpenCodeMessageParser parser;
-    parser.message(row.message);
-    for (const std::string& part : row.parts) parser.part(part);
+    parser.message(message);
+    for (const std::string& part : parts) parser.part(part);
     const std::optional<UsageEvent> event = parser.event(ProviderID::opencode, "ses_1", "/s");
-    ASSERT_EQ(event.has_value(), row.expected.has_value());
+    ASSERT_EQ(event.has_value(), expected.has_value());
     if (!event) continue;
     // Made of what a fork's or an old file's copy keeps: provider, model and creation time.
     EXPECT_EQ(event->dedupKey, "opencode:anthropic/claude-sonnet-4-5@1771228800123");
-    EXPECT_EQ(event->tokens, row.expected->tokens);
-    ASSERT_EQ(event->reportedCostUSD.has_value(), row.expected->cost.has_value());
-    if (event->reportedCostUSD) {
-      EXPECT_NEAR(*event->reportedCostUSD, *row.expected->cost, 1e-12);
-    }
+    EXPECT_EQ(event->tokens, expected->tokens);
+    EXPECT_NEAR(event->reportedCostUSD.value_or(-1), expected->cost.value_or(-1), 1e-12);
   }
 }
 
