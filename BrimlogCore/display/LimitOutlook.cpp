@@ -9,9 +9,10 @@ std::vector<LimitForecast> LimitOutlook::forecasts(UsageStore& store, ProviderID
     const std::optional<Date> start = LimitForecast::periodStart(window);
     if (!start || window.source.isStale() || window.isReset(now)) continue;
     const Date readAt = window.source.asOf().value_or(limits.fetchedAt);
-    const std::vector<LimitReading> readings =
-        store.readings({provider, window.id, *start, readAt});
-    if (auto forecast = LimitForecast::make(window, readAt, readings, now)) {
+    const std::vector<LimitForecast::Point> earlier =
+        store.readingPoints(provider, window.id, *start, readAt);
+    if (auto forecast = LimitForecast::make(window, readAt,
+                                            std::span<const LimitForecast::Point>(earlier), now)) {
       found.push_back(std::move(*forecast));
     }
   }

@@ -36,16 +36,24 @@ std::optional<double> slopeOf(std::span<const LimitForecast::Point> points) {
   return covariance / variance;
 }
 
-// At most `most` points, evenly spread over the list, the first and the last always kept.
+// At most `most` points spread evenly over the time the list covers: for each of `most` moments
+// from the first point to the last, the first point at or after it. The first and the last are
+// always kept. By time rather than by count, so that a stretch read often (or a history read
+// densely only near its end) does not crowd the rest out.
 std::vector<LimitForecast::Point> thinned(const std::vector<LimitForecast::Point>& points,
                                           size_t most) {
   if (points.size() <= most) return points;
   std::vector<LimitForecast::Point> kept;
   kept.reserve(most);
-  const double step = static_cast<double>(points.size() - 1) / static_cast<double>(most - 1);
-  for (size_t i = 0; i < most; ++i) {
-    kept.push_back(points[static_cast<size_t>(std::lround(static_cast<double>(i) * step))]);
+  const double span = (points.back().at - points.front().at).count();
+  size_t next = 0;
+  for (size_t i = 0; i < most && next < points.size(); ++i) {
+    const Date moment =
+        points.front().at + Seconds{span * static_cast<double>(i) / static_cast<double>(most - 1)};
+    while (next + 1 < points.size() && points[next].at < moment) ++next;
+    kept.push_back(points[next++]);
   }
+  if (kept.back().at != points.back().at) kept.back() = points.back();
   return kept;
 }
 
@@ -58,14 +66,22 @@ std::optional<Date> LimitForecast::periodStart(const LimitWindow& window) {
 
 std::optional<LimitForecast> LimitForecast::make(const LimitWindow& window, Date readAt,
                                                  std::span<const LimitReading> readings, Date now) {
+  std::vector<Point> earlier;
+  for (const LimitReading& reading : readings) {
+    if (reading.window == window.id) earlier.push_back({reading.readAt, reading.usedFraction});
+  }
+  return make(window, readAt, std::span<const Point>(earlier), now);
+}
+
+std::optional<LimitForecast> LimitForecast::make(const LimitWindow& window, Date readAt,
+                                                 std::span<const Point> earlier, Date now) {
   const std::optional<Date> start = periodStart(window);
   if (!start || window.isReset(now)) return std::nullopt;
 
   std::vector<Point> points;
-  for (const LimitReading& reading : readings) {
-    if (reading.readAt < *start || reading.readAt >= readAt) continue;
-    if (reading.window != window.id) continue;
-    points.push_back({reading.readAt, reading.usedFraction});
+  points.reserve(earlier.size() + 1);
+  for (const Point& point : earlier) {
+    if (point.at >= *start && point.at < readAt) points.push_back(point);
   }
   points.push_back({readAt, window.usedFraction});
 

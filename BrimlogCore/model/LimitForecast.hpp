@@ -56,6 +56,10 @@ struct LimitForecast {
   /// without a reset ahead of `now` or a positive length. Never fails.
   static std::optional<LimitForecast> make(const LimitWindow& window, Date readAt,
                                            std::span<const LimitReading> readings, Date now);
+  /// The same from the window's earlier figures alone, in time order (a reading's `readAt` and
+  /// `usedFraction`), as the store hands them over.
+  static std::optional<LimitForecast> make(const LimitWindow& window, Date readAt,
+                                           std::span<const Point> earlier, Date now);
 
   /// The readings `make` can use: those after this moment (the start of the window's period).
   /// Nothing for a window without a reset or a length.

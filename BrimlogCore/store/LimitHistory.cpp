@@ -80,6 +80,20 @@ std::vector<LimitReading> LimitHistory::read(SQLiteDatabase& db, const ReadingFi
   return readings;
 }
 
+std::vector<LimitForecast::Point> LimitHistory::points(SQLiteDatabase& db, ProviderID provider,
+                                                       const std::string& window, Date since,
+                                                       Date until) {
+  std::vector<LimitForecast::Point> points;
+  db.query(
+      "SELECT read_at, used FROM limit_readings WHERE provider = ?1 AND window_id = ?2 AND "
+      "read_at >= ?3 AND read_at <= ?4 ORDER BY read_at",
+      {provider.rawValue(), window, referenceSeconds(since), referenceSeconds(until)},
+      [&](const Row& row) {
+        points.push_back({dateFromReferenceSeconds(row.real(0)), row.real(1)});
+      });
+  return points;
+}
+
 void LimitHistory::prune(SQLiteDatabase& db, Date date) {
   db.run("DELETE FROM limit_readings WHERE read_at < ?1", {referenceSeconds(date)});
 }

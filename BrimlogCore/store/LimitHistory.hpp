@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "model/LimitForecast.hpp"
 #include "model/LimitReading.hpp"
 #include "platform/Date.hpp"
 #include "store/SQLiteDatabase.hpp"
@@ -34,6 +35,11 @@ class LimitHistory {
   static int64_t add(SQLiteDatabase& db, std::span<const LimitReading> readings);
   /// The readings of `filter`, by provider, window and time.
   static std::vector<LimitReading> read(SQLiteDatabase& db, const ReadingFilter& filter);
+  /// One window's shares used and when they were read, from `since` to `until`, in time order:
+  /// what a forecast needs of a period, without the rest of each row.
+  static std::vector<LimitForecast::Point> points(SQLiteDatabase& db, ProviderID provider,
+                                                  const std::string& window, Date since,
+                                                  Date until);
   /// Deletes the readings taken before `date`.
   static void prune(SQLiteDatabase& db, Date date);
 };

@@ -283,6 +283,14 @@ int64_t UsageStore::addReadings(std::span<const LimitReading> readings) {
   });
 }
 
+std::vector<LimitForecast::Point> UsageStore::readingPoints(ProviderID provider,
+                                                            const std::string& window, Date since,
+                                                            Date until) {
+  return withDatabase("read the limit readings", [&](SQLiteDatabase& db) {
+    return LimitHistory::points(db, provider, window, since, until);
+  });
+}
+
 std::vector<LimitReading> UsageStore::readings(const ReadingFilter& filter) {
   return withDatabase("read the limit readings",
                       [&](SQLiteDatabase& db) { return LimitHistory::read(db, filter); });

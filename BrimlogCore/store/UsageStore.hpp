@@ -100,6 +100,9 @@ class UsageStore {
   int64_t addReadings(std::span<const LimitReading> readings);
   /// The readings of `filter`, by provider, window and time.
   std::vector<LimitReading> readings(const ReadingFilter& filter);
+  /// One window's figures over a stretch, for its forecast (`LimitHistory::points`).
+  std::vector<LimitForecast::Point> readingPoints(ProviderID provider, const std::string& window,
+                                                  Date since, Date until);
 
   /// A provider's stored limits; throws `JsonDecodeError` when the stored text is damaged.
   std::optional<ProviderLimits> limits(ProviderID provider);

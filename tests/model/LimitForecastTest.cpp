@@ -66,8 +66,8 @@ TEST(LimitForecastTest, ProjectsTheRecentPaceFromTheLatestReading) {
   LimitWindow noLength = window(5, 0.5);
   noLength.duration.reset();
   const Date at = kStart + Seconds{kHour};
-  EXPECT_EQ(LimitForecast::make(noLength, at, {}, at), std::nullopt);
-  EXPECT_EQ(LimitForecast::make(window(5, 0.5), at, {}, kStart + Seconds{6 * kHour}),
+  EXPECT_EQ(LimitForecast::make(noLength, at, readings({}), at), std::nullopt);
+  EXPECT_EQ(LimitForecast::make(window(5, 0.5), at, readings({}), kStart + Seconds{6 * kHour}),
             std::nullopt);  // reset since
 }
 
