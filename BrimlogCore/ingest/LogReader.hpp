@@ -33,6 +33,9 @@ struct ReadOutput {
   std::optional<FileCursor> cursor;
   /// The newest limits the lines carried (Codex logs its rate limits).
   std::optional<ProviderLimits> limits;
+  /// Every limits record of the lines whose figures differ from the one before it, in the
+  /// lines' order: the history of readings, without the thousands of repeats a log holds.
+  std::vector<ProviderLimits> limitChanges;
   std::optional<SkippedFile> skipped;
   int64_t bytes = 0;
   int64_t lines = 0;

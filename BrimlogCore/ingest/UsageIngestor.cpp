@@ -181,11 +181,11 @@ class Committer {
 
   void take(ReadOutput output) {
     if (output.skipped) result_.skipped.push_back(std::move(*output.skipped));
-    if (output.limits) {
-      result_.codexReadings.push_back(*output.limits);
-      if (!result_.codexLimits || output.limits->fetchedAt > result_.codexLimits->fetchedAt) {
-        result_.codexLimits = std::move(output.limits);
-      }
+    std::move(output.limitChanges.begin(), output.limitChanges.end(),
+              std::back_inserter(result_.codexReadings));
+    if (output.limits &&
+        (!result_.codexLimits || output.limits->fetchedAt > result_.codexLimits->fetchedAt)) {
+      result_.codexLimits = std::move(output.limits);
     }
     std::move(output.events.begin(), output.events.end(), std::back_inserter(batch_.events));
     if (output.cursor) {

@@ -56,8 +56,8 @@ struct IngestResult {
   /// stored ones (they do when they are newer).
   std::optional<ProviderLimits> codexLimits;
   bool codexLimitsStored = false;
-  /// Every Codex limits record the pass read (the newest of each read of a file), for the
-  /// history of readings; the sink has them by the time the pass returns.
+  /// Every Codex limits record the pass read whose figures changed from the one before it in its
+  /// file, for the history of readings; the sink has them by the time the pass returns.
   std::vector<ProviderLimits> codexReadings;
   double elapsedSeconds = 0;
 

@@ -62,6 +62,15 @@ std::string tokenCount(int64_t total, int64_t lastInput, int64_t lastCached, int
       total, lastInput, lastCached, lastOutput);
 }
 
+// A Codex line with its rate limits alone, at 10:MM on the day of the others.
+std::string limitsAt(const char* time, int percent) {
+  return fmt::format(
+      R"({{"timestamp":"2026-11-20T{}:00Z","type":"event_msg","payload":{{"type":"token_count",)"
+      R"("info":null,"rate_limits":{{"primary":{{"used_percent":{},"window_minutes":300}}}}}}}})"
+      "\n",
+      time, percent);
+}
+
 // The temporary folder is the home the tools write in.
 class UsageIngestorTest : public testing::TempDirTest {
  protected:
@@ -172,16 +181,22 @@ TEST_F(UsageIngestorTest, CodexCountsRisingTotalsOrUsageRecordsAndKeepsItsContex
   // The next read starts mid-file: session and model come from the stored context. A repeated
   // total counts nothing; a new session in the same file counts from zero.
   append(file, tokenCount(100, 100, 30, 5) + tokenCount(250, 150, 100, 8) +
-                   codexMeta("s2", "gpt-5.5") + tokenCount(90, 90, 0, 2));
+                   codexMeta("s2", "gpt-5.5") + tokenCount(90, 90, 0, 2) + limitsAt("10:03", 55) +
+                   limitsAt("10:04", 60));
   EXPECT_EQ(pass(now_).newEvents[ProviderID::codex], 2);
   EXPECT_THAT(keys(), ElementsAre("r1", "s1#100", "s1#250", "s2#90"));
   EXPECT_THAT(totals(), ElementsAre("codex|gpt-5.3-codex|120|130|13|2", "codex|gpt-5.5|90|0|2|1",
                                     "codex|m1|70|30|20|5"));
 
-  // The limits read from the logs are stored, being newer than anything stored.
-  const std::optional<ProviderLimits> limits = UsageStore{dbPath()}.limits(ProviderID::codex);
+  // The newest limits read from the logs are stored, being newer than anything stored, and each
+  // change of them joins the history (five records at 40%, then 55% and 60% in one read).
+  UsageStore store{dbPath()};
+  const std::optional<ProviderLimits> limits = store.limits(ProviderID::codex);
   ASSERT_TRUE(limits);
-  EXPECT_THAT(limits->windows, ElementsAre(::testing::Field(&LimitWindow::usedFraction, 0.4)));
+  EXPECT_THAT(limits->windows, ElementsAre(::testing::Field(&LimitWindow::usedFraction, 0.6)));
+  EXPECT_THAT(store.readings({}), ElementsAre(::testing::Field(&LimitReading::usedFraction, 0.4),
+                                              ::testing::Field(&LimitReading::usedFraction, 0.55),
+                                              ::testing::Field(&LimitReading::usedFraction, 0.6)));
 }
 
 // Turns 3 and 1 have ended and turn 2 is running; then turn 2 ends too.

@@ -5,9 +5,20 @@
 #include "ingest/JSONLTail.hpp"
 #include "ingest/LogResume.hpp"
 #include "ingest/codex/CodexLogParser.hpp"
+#include "model/LimitReading.hpp"
 
 namespace brimlog {
 namespace {
+
+// Whether two limits records hold the same figures, window by window (the readings' own rule).
+bool sameFigures(const ProviderLimits& a, const ProviderLimits& b) {
+  const std::vector<LimitReading> first = LimitReading::of(ProviderID::codex, a);
+  const std::vector<LimitReading> second = LimitReading::of(ProviderID::codex, b);
+  return std::equal(first.begin(), first.end(), second.begin(), second.end(),
+                    [](const LimitReading& x, const LimitReading& y) {
+                      return x.window == y.window && LimitReading::sameFigures(x, y);
+                    });
+}
 
 constexpr const char* kTotalKey = "total";                // last cumulative token total
 constexpr const char* kUsageRecordsKey = "usageRecords";  // the file has usage records
@@ -88,6 +99,9 @@ void CodexLogReader::read(const ReadJob& job, Date, const ReadSink& sink) const 
         if (auto* event = std::get_if<UsageEvent>(&*result)) {
           recordEvents.push_back(std::move(*event));
         } else if (auto* limits = std::get_if<ProviderLimits>(&*result)) {
+          if (output.limitChanges.empty() || !sameFigures(output.limitChanges.back(), *limits)) {
+            output.limitChanges.push_back(*limits);
+          }
           if (!output.limits || limits->fetchedAt > output.limits->fetchedAt) {
             output.limits = std::move(*limits);
           }
