@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 
+#include "daemon/MetricsEndpoint.hpp"
 #include "platform/Date.hpp"
 #include "state/HostSettings.hpp"
 
@@ -16,6 +17,8 @@ struct DaemonOptions {
   bool offline = false;
   /// Tell the desktop when a limit gets tight or comes back.
   bool notify = true;
+  /// Serve Prometheus metrics there.
+  std::optional<MetricsEndpoint> metrics;
 };
 
 /// The host's cycle as a service, until SIGINT or SIGTERM: passes soon after a log changes and
