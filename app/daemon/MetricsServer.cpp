@@ -31,10 +31,15 @@ MetricsServer::MetricsServer(const MetricsEndpoint& endpoint, Date startTime) {
     throw CommandError(fmt::format("cannot serve metrics on {}: {}", endpoint.text(),
                                    error != 0 ? std::strerror(error) : "cannot listen there"));
   }
-  thread_ = std::thread{[this] { server_.listen_after_bind(); }};
+  thread_ = std::thread{[this] {
+    server_.listen_after_bind();
+    ended_ = true;
+  }};
   // httplib's stop does nothing before the serving has begun: wait for it, so that a daemon
   // stopped at once still ends.
-  while (!server_.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  while (!server_.is_running() && !ended_) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
 }
 
 MetricsServer::~MetricsServer() {

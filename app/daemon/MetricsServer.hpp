@@ -2,6 +2,7 @@
 
 #include <httplib.h>
 
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -49,6 +50,7 @@ class MetricsServer {
 
   httplib::Server server_;
   std::thread thread_;
+  std::atomic<bool> ended_ = false;  // the serving thread is done
   std::mutex mutex_;
   MetricsFigures figures_;  // the daemon's thread alone
   bool usageRead_ = false;
