@@ -237,6 +237,10 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
   bool noNotify = false;
   daemonCommand->add_flag("--no-notify", noNotify,
                           "No desktop notifications when a limit gets tight or resets");
+  std::string metrics;
+  CLI::Option* metricsOption =
+      daemonCommand->add_option("--metrics", metrics, std::string{MetricsEndpoint::help})
+          ->type_name("ADDRESS:PORT");
   shared.addSharedDir(*daemonCommand);
 
   const std::vector<std::string> lineFormats = {"plain", "claude-code", "tmux", "waybar",
@@ -302,6 +306,10 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
     } else if (daemonCommand->parsed()) {
       command.kind = ParsedCommand::Kind::daemon;
       daemon.notify = !noNotify;
+      if (metricsOption->count() > 0 && !(daemon.metrics = MetricsEndpoint::parse(metrics))) {
+        throw Mistake::wrongValue("--metrics", metrics, "an address to serve metrics at",
+                                  MetricsEndpoint::remedy);
+      }
       if (intervalOption->count() > 0) {
         daemon.interval = Mistake::number("--interval", interval, 1, 86400, "a number of seconds");
       }

@@ -4,11 +4,11 @@
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
-#include <sys/eventfd.h>
 #include <sys/signalfd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <set>
 #include <thread>
@@ -17,6 +17,8 @@
 #include "daemon/DesktopNotifier.hpp"
 #include "daemon/LimitAlerts.hpp"
 #include "daemon/LogWatcher.hpp"
+#include "daemon/MetricsServer.hpp"
+#include "daemon/Wakeup.hpp"
 #include "display/LimitOutlook.hpp"
 #include "display/WidgetDisplay.hpp"
 #include "ingest/UsageIngestor.hpp"
@@ -53,26 +55,6 @@ std::string newReplies(const IngestResult& result) {
   return parts;
 }
 
-// An eventfd that other threads write to wake the loop.
-class Wakeup {
- public:
-  Wakeup() : fd_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
-    if (!fd_) throw std::system_error(errno, std::generic_category(), "Cannot make an eventfd");
-  }
-  int fd() const { return fd_.get(); }
-  void wake() const {
-    const uint64_t one = 1;
-    [[maybe_unused]] const ssize_t n = ::write(fd_.get(), &one, sizeof one);
-  }
-  void clear() const {
-    uint64_t count = 0;
-    [[maybe_unused]] const ssize_t n = ::read(fd_.get(), &count, sizeof count);
-  }
-
- private:
-  FileDescriptor fd_;
-};
-
 // One tool's fetch running on its own thread; the loop collects the answer when it is done.
 struct Fetch {
   LimitsProvider* provider = nullptr;
@@ -96,6 +78,7 @@ struct Daemon::Loop {
   std::filesystem::path refreshPath;
   std::optional<DesktopNotifier> notifier;
   std::optional<LimitAlerts> alerts;
+  std::optional<MetricsServer> metrics;
   int64_t dataVersion = 0;
   std::string publishedDay;
   std::string prunedDay;
@@ -109,7 +92,9 @@ struct Daemon::Loop {
   void pass(Date now) {
     StoreIngestSink sink{*store};
     UsageIngestor ingestor{sink, settings.tools.logFolders(), IngestOptions{}};
+    const auto started = std::chrono::steady_clock::now();
     const IngestResult result = ingestor.run(now);
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;
     lastPass = now;
     passWanted = false;
     if (result.codexLimitsStored) tellDesktop(ProviderID::codex, *result.codexLimits, now);
@@ -128,6 +113,10 @@ struct Daemon::Loop {
       if (toldSkipped.insert(file.path + '\n' + file.reason).second) {
         say("skipped {}: {}", file.path, file.reason);
       }
+    }
+    if (metrics) {
+      metrics->passed(*store, now, took.count(), static_cast<int64_t>(result.skipped.size()),
+                      result.totalNewEvents() > 0);
     }
   }
 
@@ -180,6 +169,7 @@ struct Daemon::Loop {
             *refresh[id].delay);
       }
       tellDesktop(id, limits, now);
+      if (metrics) metrics->limitsChanged(*store, now);
       changed = true;
       it = fetches.erase(it);
       saveRefresh();
@@ -339,12 +329,14 @@ int Daemon::run() {
       say("no desktop notifications: {}", why);
     }
   }
+  if (options_.metrics) loop.metrics.emplace(*options_.metrics, loop.clock());
   const std::vector<LogFolder> roots = settings_.tools.possibleLogRoots();
   LogWatcher watcher{roots};
 
-  say("started: database {}, snapshot in {}, {} log folders ({} watched), a pass every {:g} s{}",
+  say("started: database {}, snapshot in {}, {} log folders ({} watched), a pass every {:g} s{}{}",
       settings_.database.string(), settings_.stateFolder.string(), roots.size(),
-      watcher.watchCount(), options_.interval, options_.offline ? ", offline" : "");
+      watcher.watchCount(), options_.interval, options_.offline ? ", offline" : "",
+      options_.metrics ? ", metrics at http://" + options_.metrics->text() + "/metrics" : "");
 
   // At start: a pass, the fetches the timing allows, the snapshot.
   Date now = loop.clock();

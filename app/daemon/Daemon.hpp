@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 
+#include "daemon/MetricsEndpoint.hpp"
 #include "platform/Date.hpp"
 #include "state/HostSettings.hpp"
 
@@ -16,13 +17,15 @@ struct DaemonOptions {
   bool offline = false;
   /// Tell the desktop when a limit gets tight or comes back.
   bool notify = true;
+  /// Serve Prometheus metrics there.
+  std::optional<MetricsEndpoint> metrics;
 };
 
 /// The host's cycle as a service, until SIGINT or SIGTERM: passes soon after a log changes and
 /// every `interval` seconds; each tool's limits on its own schedule, concurrently; a pass and a
 /// fetch when the widgets' refresh button is pressed; the snapshot after every change and at
-/// least every 15 minutes; old rows pruned once a day. One daemon per database and per state
-/// folder.
+/// least every 15 minutes; old rows pruned once a day; with `metrics`, Prometheus metrics served
+/// from the start (`MetricsServer`). One daemon per database and per state folder.
 ///
 /// It tells standard error one line per thing worth knowing (start, a pass with new replies, a
 /// fetch that is not ok, a snapshot that cannot be written) and is quiet otherwise.
