@@ -1,20 +1,25 @@
 // `brimlog daemon` as a real process on a temporary home: the watch, the refresh button
 // (`brimlog-widgets refresh`), a clean stop, a restart, and one daemon per database.
 
+#include <arpa/inet.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <httplib.h>
 #include <signal.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <thread>
 
 #include "daemon/Daemon.hpp"
 #include "display/SnapshotStore.hpp"
+#include "platform/FileDescriptor.hpp"
 #include "platform/Json.hpp"
 #include "state/RefreshState.hpp"
 #include "support/RawDatabase.hpp"
@@ -49,15 +54,31 @@ class DaemonTest : public testing::TempDirTest {
 
   // The daemon on the temporary home, offline unless `environment` ("NAME=value ...") says
   // where the services and the session bus are, or `offline` says otherwise.
+  // `name` names its database and state folder, for a second daemon beside the first.
   std::unique_ptr<testing::RunningProgram> start(const std::string& environment = "",
-                                                 std::optional<bool> offline = std::nullopt) {
+                                                 std::optional<bool> offline = std::nullopt,
+                                                 const std::string& options = "",
+                                                 const std::string& name = "db") {
     return std::make_unique<testing::RunningProgram>(std::vector<std::string>{
         "/bin/sh", "-c",
-        fmt::format("exec env {} '{}' daemon {}--interval 3600 --home '{}' --db '{}' "
+        fmt::format("exec env {} '{}' daemon {}{} --interval 3600 --home '{}' --db '{}' "
                     "--shared-dir '{}' 2>&1",
                     environment, BRIMLOG_BINARY,
-                    offline.value_or(environment.empty()) ? "--offline " : "", home().string(),
-                    (dir() / "db/usage.db").string(), shared().string())});
+                    offline.value_or(environment.empty()) ? "--offline " : "", options,
+                    home().string(), (dir() / name / "usage.db").string(),
+                    name == "db" ? shared().string() : (dir() / name / "shared").string())});
+  }
+
+  // A loopback port nothing listens on just now.
+  static int freePort() {
+    const FileDescriptor fd{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    ::bind(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address);
+    ::getsockname(fd.get(), reinterpret_cast<sockaddr*>(&address), &size);
+    return ntohs(address.sin_port);
   }
 
   // What the widgets' refresh button does, from the command line.
@@ -372,6 +393,64 @@ TEST_F(DaemonDesktopTest, CodexLimitsReadFromItsLogsReachTheDesktop) {
     while (desktop->line(std::chrono::milliseconds(300))) {
     }
   }
+}
+
+// `--metrics`: a scrape over a real socket reads the ledger's counters after a pass, a second
+// daemon cannot share the port, and a real Prometheus scraping the daemon reads them back.
+TEST_F(DaemonTest, ServesMetricsThatPrometheusScrapes) {
+  write("home/.claude/projects/p1/a.jsonl", claudeReply("m1", today(0)));
+  const int port = freePort();
+  const std::string metrics = fmt::format("--no-notify --metrics 127.0.0.1:{}", port);
+  std::unique_ptr<testing::RunningProgram> daemon = start("", true, metrics);
+  httplib::Client http{"127.0.0.1", port};
+  std::string body, contentType;
+  EXPECT_TRUE(eventually([&] {
+    const httplib::Result scraped = http.Get("/metrics");
+    if (!scraped) return false;
+    body = scraped->body;
+    contentType = scraped->get_header_value("Content-Type");
+    return body.find(R"(brimlog_tokens_total{tool="claude",model="claude-sonnet-4-5",)"
+                     R"(kind="output"} 2000)") != std::string::npos;
+  })) << body;
+  EXPECT_EQ(contentType, "text/plain; version=0.0.4; charset=utf-8");
+  EXPECT_THAT(body, HasSubstr("\nbrimlog_passes_total 1\n"));
+  EXPECT_EQ(http.Get("/")->status, 404);
+
+  const testing::RunningProgram::Result second = start("", true, metrics, "two")->finish();
+  EXPECT_EQ(second.exitStatus, 1);
+  EXPECT_THAT(
+      second.output,
+      HasSubstr(fmt::format("cannot serve metrics on 127.0.0.1:{}: Address already in use", port)));
+
+  if (std::system("command -v prometheus >/dev/null 2>&1") != 0) {
+    GTEST_SKIP() << "prometheus is not installed (Debian's prometheus package; "
+                    "scripts/install-deps installs it)";
+  }
+  const int prometheusPort = freePort();
+  write("prometheus.yml", fmt::format("global:\n  scrape_interval: 1s\nscrape_configs:\n"
+                                      "  - job_name: brimlog\n    static_configs:\n"
+                                      "      - targets: ['127.0.0.1:{}']\n",
+                                      port));
+  testing::RunningProgram prometheus{
+      {"/bin/sh", "-c",
+       fmt::format("exec prometheus --config.file='{}' --storage.tsdb.path='{}' "
+                   "--web.listen-address=127.0.0.1:{} >/dev/null 2>&1",
+                   (dir() / "prometheus.yml").string(), (dir() / "tsdb").string(),
+                   prometheusPort)}};
+  httplib::Client api{"127.0.0.1", prometheusPort};
+  std::string answer = "no answer from prometheus";
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (answer.find(R"(,"2000"])") == std::string::npos &&
+         std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    if (const httplib::Result result =
+            api.Get("/api/v1/query?query=brimlog_tokens_total%7Bkind%3D%22output%22%7D")) {
+      answer = result->body;
+    }
+  }
+  EXPECT_THAT(answer, HasSubstr(R"("model":"claude-sonnet-4-5")"));
+  EXPECT_THAT(answer, HasSubstr(R"(,"2000"])"));
+  EXPECT_EQ(stop(*daemon).exitStatus, 0);
 }
 
 }  // namespace

@@ -40,22 +40,11 @@ TEST(MetricsTextTest, RendersEveryFamilyWithEscapedLabels) {
   EXPECT_TRUE(testing::matchesExpectedFile("metrics.txt", MetricsText::render(sample())));
 }
 
+// Quotes, backslashes and line ends are the expected file's; tabs and other text stay, and an
+// escape already in a name is escaped again.
 TEST(MetricsTextTest, EscapesWhatTheFormatAsksAndNothingElse) {
-  const struct {
-    const char* name;
-    std::string value;
-    std::string escaped;
-  } rows[] = {
-      {"plain", "claude-opus-4-1", "claude-opus-4-1"},
-      {"quote", "a\"b", "a\\\"b"},
-      {"backslash", "a\\b", "a\\\\b"},
-      {"newline", "a\nb", "a\\nb"},
-      {"tab and unicode stay", "a\tb \xC3\xA9", "a\tb \xC3\xA9"},
-      {"escape of an escape", "\\n", "\\\\n"},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(MetricsText::escapeLabel(row.value), row.escaped) << row.name;
-  }
+  EXPECT_EQ(MetricsText::escapeLabel("a\tb \xC3\xA9"), "a\tb \xC3\xA9");
+  EXPECT_EQ(MetricsText::escapeLabel("\\n"), "\\\\n");
 }
 
 // Before the first pass there are no samples for the figures of a pass, but every family is
