@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -54,7 +55,7 @@ void MetricsServer::passed(UsageStore& store, Date now, double seconds, int64_t 
   figures_.passes += 1;
   figures_.lastPass = now;
   if (newReplies || !usageRead_) {
-    figures_.usage = usageOf(store, now);
+    figures_.usage = neverLower(figures_.usage, usageOf(store, now));
     usageRead_ = true;
   }
   figures_.limits = limitsOf(store, now);
@@ -85,6 +86,32 @@ std::vector<MetricsFigures::Usage> MetricsServer::usageOf(UsageStore& store, Dat
   std::vector<MetricsFigures::Usage> usage;
   for (auto& [key, row] : byModel) usage.push_back(std::move(row));
   return usage;
+}
+
+std::vector<MetricsFigures::Usage> MetricsServer::neverLower(
+    const std::vector<MetricsFigures::Usage>& before, std::vector<MetricsFigures::Usage> now) {
+  // Pruning takes the oldest days out of the ledger, but what was counted stays counted: a
+  // counter that fell would read as a restart and a burst of everything. A restart of the daemon
+  // starts from the ledger again, which Prometheus takes as the reset it is.
+  for (const MetricsFigures::Usage& old : before) {
+    const auto same = std::find_if(now.begin(), now.end(), [&](const MetricsFigures::Usage& u) {
+      return u.tool == old.tool && u.model == old.model;
+    });
+    if (same == now.end()) {
+      now.push_back(old);
+      continue;
+    }
+    TokenCounts& t = same->tokens;
+    const TokenCounts& o = old.tokens;
+    t = {std::max(t.uncachedInput, o.uncachedInput),
+         std::max(t.cacheRead, o.cacheRead),
+         std::max(t.cacheWrite5m, o.cacheWrite5m),
+         std::max(t.cacheWrite1h, o.cacheWrite1h),
+         std::max(t.output, o.output),
+         std::max(t.reasoning, o.reasoning)};
+    if (old.costUSD) same->costUSD = std::max(same->costUSD.value_or(0), *old.costUSD);
+  }
+  return now;
 }
 
 std::vector<MetricsFigures::Limit> MetricsServer::limitsOf(UsageStore& store, Date now) {

@@ -41,6 +41,10 @@ class MetricsServer {
   void limitsChanged(UsageStore& store, Date now);
 
   /// The usage over the whole ledger, a row per tool and model.
+  // Each series of `now`, but never below what `before` said of it; series gone from the ledger
+  // keep their last figures.
+  static std::vector<MetricsFigures::Usage> neverLower(
+      const std::vector<MetricsFigures::Usage>& before, std::vector<MetricsFigures::Usage> now);
   static std::vector<MetricsFigures::Usage> usageOf(UsageStore& store, Date now);
   /// Every stored limit window with its forecast.
   static std::vector<MetricsFigures::Limit> limitsOf(UsageStore& store, Date now);
