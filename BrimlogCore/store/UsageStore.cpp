@@ -377,12 +377,7 @@ UsageSummary UsageStore::summary(int days, Date now, const Calendar& calendar,
 UsageSummary UsageStore::summary(const SummaryWindow& window, const Calendar& calendar,
                                  const PriceTable& prices, std::optional<ProviderID> tool,
                                  std::optional<std::string> project) {
-  LedgerFilter filter;
-  filter.from = window.dates.empty() ? window.today : window.dates.front();
-  filter.to = calendar.addingDays(1, window.today).value_or(window.today + Seconds{86400});
-  filter.provider = tool;
-  filter.project = std::move(project);
-  return buildSummary(window, days(filter, calendar), prices);
+  return summaryOf(*this, window, calendar, prices, tool, std::move(project));
 }
 
 }  // namespace brimlog

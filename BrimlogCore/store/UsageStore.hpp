@@ -18,6 +18,7 @@
 #include "model/UsageEvent.hpp"
 #include "platform/Calendar.hpp"
 #include "store/Ledger.hpp"
+#include "store/LedgerSource.hpp"
 #include "store/LimitHistory.hpp"
 #include "store/SQLiteDatabase.hpp"
 
@@ -56,7 +57,7 @@ struct UsageStoreOptions {
 ///     int64_t added = store.ingest(events, cursors);
 ///     UsageSummary s = store.summary(30, currentDate(), Calendar::current(),
 ///     PriceTable::bundled());
-class UsageStore {
+class UsageStore : public LedgerSource {
  public:
   static constexpr int32_t schemaVersion = 3;
   /// "Brml" in ASCII: the `application_id` that marks a file as this program's.
@@ -66,7 +67,7 @@ class UsageStore {
   /// private in-memory database instead. Creates the schema unless `user_version` is already
   /// positive. Throws `UsageStoreError`.
   explicit UsageStore(const std::filesystem::path& url, UsageStoreOptions options = {});
-  ~UsageStore();
+  ~UsageStore() override;
   UsageStore(const UsageStore&) = delete;
   UsageStore& operator=(const UsageStore&) = delete;
 
@@ -125,12 +126,12 @@ class UsageStore {
   int64_t dataVersion();
 
   /// The ledger's rows of a span of time (see `LedgerRows`), for reports computed in any zone.
-  LedgerRows ledger(const LedgerFilter& filter);
+  LedgerRows ledger(const LedgerFilter& filter) override;
 
   /// The same span's figures per local day of `calendar` (what `LedgerDays::of` makes of
   /// `ledger(filter)`), read from the per-day quarter rows: a row per UTC day and model, not one
   /// per quarter hour and session.
-  LedgerDays days(const LedgerFilter& filter, const Calendar& calendar);
+  LedgerDays days(const LedgerFilter& filter, const Calendar& calendar) override;
 
   /// The last `days` local days (at least one) up to the day of `now`, priced with `prices`.
   UsageSummary summary(int days, Date now, const Calendar& calendar, const PriceTable& prices);
