@@ -1,0 +1,3 @@
+#include "share/PgConnection.hpp"
+
+// Filled in with the connection's implementation.
