@@ -8,6 +8,7 @@
 
 #include "store/DayQuarters.hpp"
 #include "store/Ledger.hpp"
+#include "store/ShareMarks.hpp"
 #include "store/StoreSQL.hpp"
 
 namespace brimlog {
@@ -166,6 +167,9 @@ void LedgerWriter::write(std::span<const UsageEvent> events, PerProvider<int64_t
     active[{day, row.session}].set(quarter);
   }
   writeDays(days, active);
+  std::vector<int64_t> changed;
+  for (const auto& [key, quarters] : days) changed.push_back(std::get<0>(key));
+  ShareMarks::mark(db_, ShareKind::usage, changed);
 }
 
 void LedgerWriter::writeDays(

@@ -2,6 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
+#include "store/Ledger.hpp"
+#include "store/ShareMarks.hpp"
+
 namespace brimlog {
 namespace {
 
@@ -39,6 +44,7 @@ std::optional<LimitReading> readingOf(const Row& row) {
 
 int64_t LimitHistory::add(SQLiteDatabase& db, std::span<const LimitReading> readings) {
   int64_t stored = 0;
+  std::vector<int64_t> changed;
   const PreparedStatement before = db.prepared(
       "SELECT provider, window_id, read_at, used, resets_at, duration, origin FROM limit_readings "
       "WHERE provider = ?1 AND window_id = ?2 AND read_at <= ?3 ORDER BY read_at DESC LIMIT 1");
@@ -55,10 +61,15 @@ int64_t LimitHistory::add(SQLiteDatabase& db, std::span<const LimitReading> read
       }
     });
     if (repeats) continue;
-    stored += db.run(insert, {provider, reading.window, readAt, reading.usedFraction,
-                              optionalDate(reading.resetsAt), optionalNumber(reading.duration),
-                              LimitReading::originName(reading.origin)});
+    if (db.run(insert, {provider, reading.window, readAt, reading.usedFraction,
+                        optionalDate(reading.resetsAt), optionalNumber(reading.duration),
+                        LimitReading::originName(reading.origin)}) == 1) {
+      ++stored;
+      changed.push_back(dayOfSlot(slotOf(reading.readAt)));
+    }
   }
+  std::sort(changed.begin(), changed.end());
+  ShareMarks::mark(db, ShareKind::limits, changed);
   return stored;
 }
 

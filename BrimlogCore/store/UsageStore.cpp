@@ -22,7 +22,7 @@ namespace {
 bool isOurTable(std::string_view name) {
   for (const std::string_view ours :
        {"replies", "sessions", "usage", "day_usage", "day_sessions", "kept_days", "cursors",
-        "limits", "limit_readings", "seen", "daily"}) {
+        "limits", "limit_readings", "share_marks", "seen", "daily"}) {
     if (name == ours) return true;
   }
   return false;
@@ -155,10 +155,13 @@ std::unique_ptr<SQLiteDatabase> UsageStore::open(const std::string& path,
         db->exec("ALTER TABLE sessions RENAME TO sessions_v1");
         db->exec(sql::kSchema);
         db->exec(sql::kMigrateV1);
-      } else if (version <= 0 || version == 2) {
-        // Schema 2 lacked the history of limit readings: the schema adds only what is missing.
+      } else if (version < schemaVersion) {
+        // Schema 2 lacked the history of limit readings, schema 3 the marks of changed days:
+        // the schema adds only what is missing.
         db->exec(sql::kSchema);
       }
+      // Every day held so far counts as changed, for a shared ledger that has none of them yet.
+      if (version > 0 && version < schemaVersion) db->exec(sql::kMarkAll);
       db->exec(fmt::format("PRAGMA user_version = {}", std::max<int64_t>(version, schemaVersion)));
       db->exec(fmt::format("PRAGMA application_id = {}", applicationId));
     });
@@ -362,6 +365,11 @@ int64_t UsageStore::dataVersion() {
 LedgerDays UsageStore::days(const LedgerFilter& filter, const Calendar& calendar) {
   return withDatabase("read the usage ledger",
                       [&](SQLiteDatabase& db) { return LedgerReader{db}.days(filter, calendar); });
+}
+
+std::vector<ShareMark> UsageStore::shareMarks() {
+  return withDatabase("read which days changed",
+                      [&](SQLiteDatabase& db) { return ShareMarks::all(db); });
 }
 
 LedgerRows UsageStore::ledger(const LedgerFilter& filter) {

@@ -21,6 +21,7 @@
 #include "store/LedgerSource.hpp"
 #include "store/LimitHistory.hpp"
 #include "store/SQLiteDatabase.hpp"
+#include "store/ShareMarks.hpp"
 
 namespace brimlog {
 
@@ -59,7 +60,7 @@ struct UsageStoreOptions {
 ///     PriceTable::bundled());
 class UsageStore : public LedgerSource {
  public:
-  static constexpr int32_t schemaVersion = 3;
+  static constexpr int32_t schemaVersion = 4;
   /// "Brml" in ASCII: the `application_id` that marks a file as this program's.
   static constexpr int32_t applicationId = 0x42726d6c;
 
@@ -124,6 +125,10 @@ class UsageStore : public LedgerSource {
   /// A number that changes when another connection (another process) has committed to the
   /// database since the last call; this connection's own writes leave it as it is.
   int64_t dataVersion();
+
+  /// The mark of every UTC day whose usage or limit readings were written (`ShareMarks`), for a
+  /// shared ledger to find what changed since it last got this ledger's rows.
+  std::vector<ShareMark> shareMarks();
 
   /// The ledger's rows of a span of time (see `LedgerRows`), for reports computed in any zone.
   LedgerRows ledger(const LedgerFilter& filter) override;

@@ -34,3 +34,6 @@ CREATE TABLE IF NOT EXISTS limit_readings(
   provider TEXT NOT NULL, window_id TEXT NOT NULL, read_at REAL NOT NULL,
   used REAL NOT NULL, resets_at REAL, duration REAL, origin TEXT NOT NULL,
   PRIMARY KEY(provider, window_id, read_at)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS share_marks(
+  kind TEXT NOT NULL, day INTEGER NOT NULL, mark INTEGER NOT NULL,
+  PRIMARY KEY(kind, day)) WITHOUT ROWID;

@@ -62,8 +62,8 @@ TEST_F(UsageStoreTest, OpensOnlyItsOwnDatabases) {
       {"our tables beside others", std::string(sql::kSchema) + "CREATE TABLE other(x);",
        " is not a Brimlog database"},
       {"another program's id", "PRAGMA application_id = 7", " is not a Brimlog database"},
-      {"a newer schema", std::string(sql::kSchema) + "PRAGMA user_version = 4;",
-       " was written by a newer Brimlog (schema 4); this one reads up to schema 3"},
+      {"a newer schema", std::string(sql::kSchema) + "PRAGMA user_version = 5;",
+       " was written by a newer Brimlog (schema 5); this one reads up to schema 4"},
       {"ours before the id", std::string(sql::kSchema) + "PRAGMA user_version = 2;", nullptr},
   };
   for (const Row& row : rows) {
@@ -74,11 +74,11 @@ TEST_F(UsageStoreTest, OpensOnlyItsOwnDatabases) {
     if (!row.refusal) {
       { UsageStore store{dbPath()}; }
       // The id, the schema version, the journal and the page size.
-      EXPECT_THAT(
-          RawDatabase(dbPath()).rows("SELECT * FROM pragma_application_id, "
-                                     "pragma_user_version, pragma_journal_mode, "
-                                     "pragma_page_size"),
-          ElementsAre(std::to_string(UsageStore::applicationId) + "|3|wal|" + row.pageSize));
+      EXPECT_THAT(RawDatabase(dbPath()).rows("SELECT * FROM pragma_application_id, "
+                                             "pragma_user_version, pragma_journal_mode, "
+                                             "pragma_page_size"),
+                  ElementsAre(std::to_string(UsageStore::applicationId) + "|" +
+                              std::to_string(UsageStore::schemaVersion) + "|wal|" + row.pageSize));
       continue;
     }
     for (bool readOnly : {false, true}) {
@@ -285,6 +285,52 @@ TEST_F(UsageStoreTest, AnOlderDatabaseKeepsItsDayTotalsForDaysWhoseLogsAreGone) 
                   DayUsage{ProviderID::claude, "m1", "2025-03-02", {7, 0, 0, 0, 7, 0}, {}, false}));
   EXPECT_THAT(days.sessions, ElementsAre(DaySessions{ProviderID::claude, "2025-03-01", 1},
                                          DaySessions{ProviderID::claude, "2025-03-02", 1}));
+}
+
+}  // namespace
+}  // namespace brimlog
+
+namespace brimlog {
+namespace {
+
+// Every write marks the UTC days it changed, and only those; a database of the schema before
+// the marks counts every day it holds as changed.
+TEST_F(UsageStoreTest, MarksTheDaysItWritesForSharing) {
+  const auto days = [](const std::vector<ShareMark>& marks) {
+    std::vector<std::pair<ShareKind, int64_t>> days;
+    for (const ShareMark& m : marks) days.emplace_back(m.kind, m.day);
+    return days;
+  };
+  const int64_t first = 20148, third = 20150;  // 2025-03-01, 2025-03-03
+  {
+    UsageStore store{dbPath()};
+    store.ingest(
+        std::vector{event("1", "2025-03-01T23:59:00Z"), event("2", "2025-03-03T01:00:00Z")});
+    const std::vector<ShareMark> before = store.shareMarks();
+    EXPECT_THAT(days(before),
+                ElementsAre(Pair(ShareKind::usage, first), Pair(ShareKind::usage, third)));
+    // The same counts again change nothing; a reply that grew changes its first day only.
+    store.ingest(
+        std::vector{event("1", "2025-03-01T23:59:00Z"), event("2", "2025-03-03T01:00:00Z")});
+    EXPECT_EQ(store.shareMarks(), before);
+    store.ingest(std::vector{event("1", "2025-03-02T00:01:00Z", {1, 0, 0, 0, 5, 0})});
+    const std::vector<ShareMark> after = store.shareMarks();
+    EXPECT_GT(after[0].mark, before[0].mark);
+    EXPECT_EQ(after[1], before[1]);
+    LimitReading reading;
+    reading.window = "session";
+    reading.readAt = at("2025-03-03T12:00:00Z");
+    store.addReadings(std::vector{reading});
+    EXPECT_THAT(days(store.shareMarks()),
+                ElementsAre(Pair(ShareKind::limits, third), Pair(ShareKind::usage, first),
+                            Pair(ShareKind::usage, third)));
+  }
+  ASSERT_EQ(RawDatabase(dbPath()).exec("DROP TABLE share_marks; PRAGMA user_version = 3;"),
+            SQLITE_OK);
+  UsageStore store{dbPath()};
+  EXPECT_THAT(days(store.shareMarks()),
+              ElementsAre(Pair(ShareKind::limits, third), Pair(ShareKind::usage, first),
+                          Pair(ShareKind::usage, third)));
 }
 
 }  // namespace
