@@ -8,9 +8,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <random>
 #include <sstream>
@@ -134,14 +134,19 @@ struct Template {
 };
 
 // A cluster made by initdb, which every test's cluster copies: initdb takes seconds, a copy a
-// fraction of one. It is made once per user and PostgreSQL build, in a folder of its own that is
-// renamed into place when complete, so tests starting together never see half of one.
+// fraction of one. It is made once per user, PostgreSQL build and set of options, in a folder of
+// its own that is renamed into place when complete, so tests starting together never see half of
+// one.
 Template clusterTemplate(const Programs& programs) {
+  // Small WAL segments: a fresh cluster's one segment is most of what each test would copy.
+  const std::vector<std::string> initdb = {
+      programs.initdb,        "-D", "data", "-U",         "brimlog",   "--pwfile=password",
+      "--auth=scram-sha-256", "-E", "UTF8", "--locale=C", "--no-sync", "--wal-segsize=1"};
   std::error_code error;
-  const fs::path initdb = fs::canonical(programs.initdb, error);
-  const std::string build =
-      initdb.string() +
-      std::to_string(fs::last_write_time(initdb, error).time_since_epoch().count());
+  const fs::path binary = fs::canonical(programs.initdb, error);
+  std::string build = binary.string() +
+                      std::to_string(fs::last_write_time(binary, error).time_since_epoch().count());
+  for (const std::string& argument : initdb) build += " " + argument;
   const fs::path folder =
       fs::temp_directory_path() / ("brimlog-pg-template-" + std::to_string(::geteuid()) + "-" +
                                    std::to_string(std::hash<std::string>{}(build) % 1000000007));
@@ -150,9 +155,7 @@ Template clusterTemplate(const Programs& programs) {
     const fs::path passwordFile = staging / "password";
     std::ofstream{passwordFile} << randomPassword() << '\n';
     handOver(passwordFile);
-    if (runLogged(staging, {programs.initdb, "-D", "data", "-U", "brimlog",
-                            "--pwfile=" + passwordFile.string(), "--auth=scram-sha-256", "-E",
-                            "UTF8", "--locale=C", "--no-sync"}) != 0) {
+    if (runLogged(staging, initdb) != 0) {
       const std::string log = tail(staging / "commands.log", 20);
       fs::remove_all(staging, error);
       throw std::runtime_error("initdb failed\n" + log);
@@ -206,6 +209,8 @@ void PostgresCluster::start() {
     }
     if (readFile(folder_ / "server.log").find("could not bind") == std::string::npos) break;
   }
+  // A server too slow to answer in time may still be starting: it must not outlive its folder.
+  runLogged(folder_, {pgCtl_, "-D", "data", "-m", "immediate", "-s", "stop"});
   throw std::runtime_error("pg_ctl start failed\n" + tail(folder_ / "commands.log", 10) + "\n" +
                            tail(folder_ / "server.log", 20));
 }
