@@ -20,6 +20,5 @@ const std::string& SharedLedger::name() const {
   static const std::string none;
   return none;
 }
-std::string PgConnection::redacted(const std::string& target) { return target; }
 
 }  // namespace brimlog

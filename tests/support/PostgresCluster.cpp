@@ -1,0 +1,242 @@
+#include "support/PostgresCluster.hpp"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <pwd.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <random>
+#include <sstream>
+#include <stdexcept>
+#include <vector>
+
+#include "share/PgConnection.hpp"
+#include "support/RunningProgram.hpp"
+#include "support/TempDir.hpp"
+
+namespace brimlog::testing {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Programs {
+  fs::path initdb, pgCtl;
+};
+
+bool executable(const fs::path& path) { return ::access(path.c_str(), X_OK) == 0; }
+
+// initdb and pg_ctl from PATH, else from the newest of Debian's versioned folders, which are not
+// on PATH.
+std::optional<Programs> findPrograms() {
+  Programs found;
+  if (const char* path = std::getenv("PATH")) {
+    std::istringstream folders{path};
+    for (std::string folder; std::getline(folders, folder, ':');) {
+      if (found.initdb.empty() && executable(fs::path(folder) / "initdb")) {
+        found.initdb = fs::path(folder) / "initdb";
+      }
+      if (found.pgCtl.empty() && executable(fs::path(folder) / "pg_ctl")) {
+        found.pgCtl = fs::path(folder) / "pg_ctl";
+      }
+    }
+  }
+  if (!found.initdb.empty() && !found.pgCtl.empty()) return found;
+  std::optional<Programs> newest;
+  double newestVersion = 0;
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator("/usr/lib/postgresql", error)) {
+    const fs::path bin = entry.path() / "bin";
+    const double version = std::strtod(entry.path().filename().c_str(), nullptr);
+    if (version > newestVersion && executable(bin / "initdb") && executable(bin / "pg_ctl")) {
+      newest = Programs{bin / "initdb", bin / "pg_ctl"};
+      newestVersion = version;
+    }
+  }
+  return newest;
+}
+
+// The user the server runs as when the tests run as root: PostgreSQL refuses root.
+const passwd* serverUser() {
+  if (::geteuid() != 0) return nullptr;
+  if (const passwd* user = ::getpwnam("postgres")) return user;
+  return ::getpwnam("nobody");
+}
+
+// Runs `command` in `folder` as the server's user, its output appended to commands.log there.
+int runLogged(const fs::path& folder, const std::vector<std::string>& command) {
+  std::vector<std::string> arguments;
+  if (const passwd* user = serverUser()) arguments = {"runuser", "-u", user->pw_name, "--"};
+  arguments.insert(arguments.end(),
+                   {"sh", "-c", R"(cd "$0" && exec "$@" >>commands.log 2>&1)", folder.string()});
+  arguments.insert(arguments.end(), command.begin(), command.end());
+  return RunningProgram::run(arguments, std::chrono::seconds(30)).exitStatus;
+}
+
+std::string tail(const fs::path& path, size_t lines) {
+  std::error_code error;
+  if (!fs::exists(path, error)) return "";
+  const std::string text = readFile(path);
+  size_t from = text.size();
+  for (size_t seen = 0; from > 0 && seen <= lines;) {
+    if (text[--from] == '\n') ++seen;
+  }
+  return path.filename().string() + ":\n" + text.substr(from == 0 ? 0 : from + 1);
+}
+
+int freePort() {
+  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  int port = 0;
+  if (::bind(fd, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
+      ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0) {
+    port = ntohs(address.sin_port);
+  }
+  ::close(fd);
+  return port;
+}
+
+std::string randomPassword() {
+  std::random_device source;
+  std::string password;
+  for (int i = 0; i < 24; ++i) password += "0123456789abcdefghijklmnopqrstuvwxyz"[source() % 36];
+  return password;
+}
+
+// Hands a file or folder to the server's user when the tests run as root.
+void handOver(const fs::path& path) {
+  const passwd* user = serverUser();
+  if (user && ::chown(path.c_str(), user->pw_uid, user->pw_gid) != 0) {
+    throw std::runtime_error("cannot hand " + path.string() + " to " + user->pw_name);
+  }
+}
+
+fs::path newFolder(const std::string& prefix) {
+  std::string pattern = (fs::temp_directory_path() / (prefix + "-XXXXXX")).string();
+  if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+  handOver(pattern);
+  return pattern;
+}
+
+struct Template {
+  fs::path data;
+  std::string password;
+};
+
+// A cluster made by initdb, which every test's cluster copies: initdb takes seconds, a copy a
+// fraction of one. It is made once per user, PostgreSQL build and set of options, in a folder of
+// its own that is renamed into place when complete, so tests starting together never see half of
+// one.
+Template clusterTemplate(const Programs& programs) {
+  // Small WAL segments: a fresh cluster's one segment is most of what each test would copy.
+  const std::vector<std::string> initdb = {
+      programs.initdb,        "-D", "data", "-U",         "brimlog",   "--pwfile=password",
+      "--auth=scram-sha-256", "-E", "UTF8", "--locale=C", "--no-sync", "--wal-segsize=1"};
+  std::error_code error;
+  const fs::path binary = fs::canonical(programs.initdb, error);
+  std::string build = binary.string() +
+                      std::to_string(fs::last_write_time(binary, error).time_since_epoch().count());
+  for (const std::string& argument : initdb) build += " " + argument;
+  const fs::path folder =
+      fs::temp_directory_path() / ("brimlog-pg-template-" + std::to_string(::geteuid()) + "-" +
+                                   std::to_string(std::hash<std::string>{}(build) % 1000000007));
+  if (!fs::exists(folder / "ready", error)) {
+    const fs::path staging = newFolder("brimlog-pg-staging");
+    const fs::path passwordFile = staging / "password";
+    std::ofstream{passwordFile} << randomPassword() << '\n';
+    handOver(passwordFile);
+    if (runLogged(staging, initdb) != 0) {
+      const std::string log = tail(staging / "commands.log", 20);
+      fs::remove_all(staging, error);
+      throw std::runtime_error("initdb failed\n" + log);
+    }
+    std::ofstream{staging / "ready"};
+    // Another test may have put its template in place first; then this one is not needed.
+    if (::rename(staging.c_str(), folder.c_str()) != 0) fs::remove_all(staging, error);
+  }
+  std::string password = readFile(folder / "password");
+  while (!password.empty() && password.back() == '\n') password.pop_back();
+  return {folder / "data", password};
+}
+
+}  // namespace
+
+std::optional<std::string> PostgresCluster::unavailable() {
+  if (findPrograms()) return std::nullopt;
+  return "needs PostgreSQL's initdb and pg_ctl; scripts/install-deps installs them";
+}
+
+PostgresCluster::PostgresCluster() : folder_(newFolder("brimlog-pg")) {
+  try {
+    const std::optional<Programs> programs = findPrograms();
+    if (!programs) throw std::runtime_error(*unavailable());
+    const Template made = clusterTemplate(*programs);
+    password_ = made.password;
+    if (runLogged(folder_, {"cp", "-a", made.data.string(), "data"}) != 0) {
+      throw std::runtime_error("copying " + made.data.string() + " failed\n" +
+                               tail(folder_ / "commands.log", 10));
+    }
+    pgCtl_ = programs->pgCtl;
+    start();
+  } catch (const std::exception& error) {
+    std::error_code ignored;
+    fs::remove_all(folder_, ignored);
+    throw std::runtime_error("PostgreSQL test cluster in " + folder_.string() + ": " +
+                             error.what());
+  }
+}
+
+void PostgresCluster::start() {
+  // A port found free may be taken before the server binds it: then another is tried.
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    port_ = freePort();
+    const std::string options =
+        "-k " + shellQuoted(folder_.string()) + " -h 127.0.0.1 -p " + std::to_string(port_) + " -F";
+    if (runLogged(folder_, {pgCtl_, "-D", "data", "-l", "server.log", "-w", "-t", "20", "-s", "-o",
+                            options, "start"}) == 0) {
+      running_ = true;
+      return;
+    }
+    if (readFile(folder_ / "server.log").find("could not bind") == std::string::npos) break;
+  }
+  // A server too slow to answer in time may still be starting: it must not outlive its folder.
+  runLogged(folder_, {pgCtl_, "-D", "data", "-m", "immediate", "-s", "stop"});
+  throw std::runtime_error("pg_ctl start failed\n" + tail(folder_ / "commands.log", 10) + "\n" +
+                           tail(folder_ / "server.log", 20));
+}
+
+PostgresCluster::~PostgresCluster() {
+  if (running_) {
+    runLogged(folder_, {pgCtl_, "-D", "data", "-m", "immediate", "-s", "stop"});
+  }
+  if (::testing::Test::HasFailure()) {
+    std::cerr << "Kept the PostgreSQL test cluster's folder: " << folder_ << '\n';
+    return;
+  }
+  std::error_code ignored;
+  fs::remove_all(folder_, ignored);
+}
+
+std::string PostgresCluster::urlOf(const std::string& database) const {
+  return "postgresql://brimlog:" + password_ + "@127.0.0.1:" + std::to_string(port_) + "/" +
+         database;
+}
+
+std::string PostgresCluster::createDatabase(const std::string& name) const {
+  std::string quoted = "\"";
+  for (const char c : name) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+  PgConnection{url()}.exec("CREATE DATABASE " + quoted + "\"");
+  return urlOf(name);
+}
+
+}  // namespace brimlog::testing
