@@ -17,8 +17,8 @@ class UsageStore;
 
 /// Which machines' rows a shared ledger's reports read: all, or those of one machine or user.
 struct SharedFilter {
-  std::optional<std::string> machine;
-  std::optional<std::string> user;
+  std::optional<std::string> machine{};
+  std::optional<std::string> user{};
 };
 
 /// One machine that shares into the ledger.
