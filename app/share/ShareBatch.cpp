@@ -30,13 +30,16 @@ CREATE TEMPORARY TABLE IF NOT EXISTS share_readings(
   resets_at double precision, duration double precision, origin text) ON COMMIT DELETE ROWS;
 )";
 
-// A day's rows of this machine that the batch no longer holds go; then the batch's rows are
-// written over the ones they match. $1 is the machine, $2 the batch's days.
+// The machine's rows of the batch's days are replaced by the batch's: what the shared ledger
+// holds of a day is exactly what the machine held when it sent it (rows the machine has since
+// merged away go too), and the rows are still upserted by their key, so a row can never be held
+// twice whatever happened before. Deleting a day's rows first, by the key's prefix, costs an
+// index range; comparing them with the batch's first cost a join over the whole day. A day the
+// shared ledger holds no mark of holds no rows either (they are stored together), so only the
+// days held before are deleted from. $1 is the machine, $2 those days.
 constexpr std::string_view kMergeUsage = R"(
 DELETE FROM brimlog.usage u USING unnest($2::bigint[]) AS d(day)
- WHERE u.machine = $1 AND u.slot >= d.day * 96 AND u.slot < d.day * 96 + 96
-   AND NOT EXISTS (SELECT 1 FROM share_usage t WHERE t.slot = u.slot AND t.provider = u.provider
-                   AND t.session_id = u.session_id AND t.model = u.model);
+ WHERE u.machine = $1 AND u.slot >= d.day * 96 AND u.slot < d.day * 96 + 96;
 INSERT INTO brimlog.sessions(machine, provider, session_id, project, first_reply, last_reply)
 SELECT $1, provider, session_id, project, first_reply, last_reply FROM share_sessions
     ON CONFLICT (machine, provider, session_id) DO UPDATE SET project = excluded.project,
@@ -49,9 +52,7 @@ SELECT $1, t.* FROM share_usage t
        w1h = excluded.w1h, output = excluded.output, reasoning = excluded.reasoning,
        reported_usd = excluded.reported_usd;
 DELETE FROM brimlog.kept_days k USING unnest($2::bigint[]) AS d(day)
- WHERE k.machine = $1 AND k.day = date '1970-01-01' + d.day::integer
-   AND NOT EXISTS (SELECT 1 FROM share_kept t WHERE t.provider = k.provider
-                   AND t.model = k.model AND t.day = k.day);
+ WHERE k.machine = $1 AND k.day = date '1970-01-01' + d.day::integer;
 INSERT INTO brimlog.kept_days(machine, provider, model, day, uncached, cache_read, w5m, w1h,
                               output, reasoning, reported_usd, sessions)
 SELECT $1, t.* FROM share_kept t
@@ -63,9 +64,7 @@ SELECT $1, t.* FROM share_kept t
 
 constexpr std::string_view kMergeReadings = R"(
 DELETE FROM brimlog.limit_readings r USING unnest($2::bigint[]) AS d(day)
- WHERE r.machine = $1 AND r.read_at >= d.day * 86400 AND r.read_at < d.day * 86400 + 86400
-   AND NOT EXISTS (SELECT 1 FROM share_readings t WHERE t.provider = r.provider
-                   AND t.window_id = r.window_id AND t.read_at = r.read_at);
+ WHERE r.machine = $1 AND r.read_at >= d.day * 86400 AND r.read_at < d.day * 86400 + 86400;
 INSERT INTO brimlog.limit_readings(machine, provider, window_id, read_at, used, resets_at,
                                    duration, origin)
 SELECT $1, t.* FROM share_readings t
@@ -121,8 +120,9 @@ ShareBatch::ShareBatch(std::string machine, std::string user)
 
 int64_t ShareBatch::days() const { return usageDays() + readingDays(); }
 
-void ShareBatch::addUsageDay(const ShareMark& mark, const LedgerRows& rows) {
+void ShareBatch::addUsageDay(const ShareMark& mark, const LedgerRows& rows, bool held) {
   usageDays_.push_back(mark.day);
+  if (held) heldUsageDays_.push_back(mark.day);
   usageMarks_.push_back(mark.mark);
   for (const LedgerSlot& slot : rows.slots) {
     const LedgerSession* session = rows.session(slot.session);
@@ -158,8 +158,10 @@ void ShareBatch::addUsageDay(const ShareMark& mark, const LedgerRows& rows) {
   }
 }
 
-void ShareBatch::addReadingDay(const ShareMark& mark, const std::vector<LimitReading>& readings) {
+void ShareBatch::addReadingDay(const ShareMark& mark, const std::vector<LimitReading>& readings,
+                               bool held) {
   readingDays_.push_back(mark.day);
+  if (held) heldReadingDays_.push_back(mark.day);
   readingMarks_.push_back(mark.mark);
   for (const LimitReading& reading : readings) {
     fmt::format_to(std::back_inserter(readingRows_), "{}\t", reading.provider.rawValue());
@@ -209,7 +211,7 @@ void ShareBatch::sendRows(PgConnection& db) const {
       if (statement.find_first_not_of(" \n") != std::string_view::npos) {
         if (statement.find("$2") == std::string_view::npos) {
           db.query(statement, {machine_});
-        } else {
+        } else if (!days.empty()) {
           db.query(statement, {machine_, arrayOf(days)});
         }
       }
@@ -228,12 +230,12 @@ void ShareBatch::sendRows(PgConnection& db) const {
     db.copyIn("COPY share_usage FROM STDIN", usage_);
     db.copyIn("COPY share_sessions FROM STDIN", sessions_);
     db.copyIn("COPY share_kept FROM STDIN", kept_);
-    merge(kMergeUsage, usageDays_);
+    merge(kMergeUsage, heldUsageDays_);
     storeMarks(ShareKind::usage, usageDays_, usageMarks_);
   }
   if (!readingDays_.empty()) {
     db.copyIn("COPY share_readings FROM STDIN", readingRows_);
-    merge(kMergeReadings, readingDays_);
+    merge(kMergeReadings, heldReadingDays_);
     storeMarks(ShareKind::limits, readingDays_, readingMarks_);
   }
 }

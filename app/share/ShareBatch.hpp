@@ -26,10 +26,11 @@ class ShareBatch {
   ShareBatch(std::string machine, std::string user);
 
   /// A UTC day of usage: the slot rows of `rows` (read for exactly that day), the sessions they
-  /// belong to, and the kept day totals of that date.
-  void addUsageDay(const ShareMark& mark, const LedgerRows& rows);
+  /// belong to, and the kept day totals of that date. `held`: the shared ledger holds rows of
+  /// the day from an earlier share, which these replace.
+  void addUsageDay(const ShareMark& mark, const LedgerRows& rows, bool held);
   /// A UTC day of limit readings: every reading of that day.
-  void addReadingDay(const ShareMark& mark, const std::vector<LimitReading>& readings);
+  void addReadingDay(const ShareMark& mark, const std::vector<LimitReading>& readings, bool held);
 
   int64_t days() const;
   int64_t usageRows() const { return usageRows_; }
@@ -46,8 +47,8 @@ class ShareBatch {
 
   std::string machine_;
   std::string user_;
-  std::vector<int64_t> usageDays_, usageMarks_;
-  std::vector<int64_t> readingDays_, readingMarks_;
+  std::vector<int64_t> usageDays_, usageMarks_, heldUsageDays_;
+  std::vector<int64_t> readingDays_, readingMarks_, heldReadingDays_;
   std::string usage_, sessions_, kept_, readingRows_;  // COPY text
   std::set<std::string> sessionKeys_;  // provider and session id, for each session once
   int64_t usageRows_ = 0;

@@ -117,10 +117,14 @@ ShareResult SharedLedger::share(UsageStore& store, const std::string& machine,
   for (int row = 0; row < remote.rows(); ++row) {
     held[{std::string(remote.text(row, 0)), remote.integer(row, 1)}] = remote.integer(row, 2);
   }
-  std::vector<ShareMark> pending;
+  std::vector<std::pair<ShareMark, bool>> pending;  // and whether rows of the day are held
   for (const ShareMark& mark : local) {
     const auto found = held.find({std::string(ShareMarks::nameOf(mark.kind)), mark.day});
-    if (found == held.end() || found->second != mark.mark) pending.push_back(mark);
+    if (found == held.end()) {
+      pending.emplace_back(mark, false);
+    } else if (found->second != mark.mark) {
+      pending.emplace_back(mark, true);
+    }
   }
 
   ShareResult result;
@@ -133,15 +137,15 @@ ShareResult SharedLedger::share(UsageStore& store, const std::string& machine,
   for (size_t start = 0; start < pending.size(); start += kBatchDays) {
     ShareBatch batch{machine, user};
     for (size_t i = start; i < std::min(pending.size(), start + kBatchDays); ++i) {
-      const ShareMark& mark = pending[i];
+      const auto& [mark, wasHeld] = pending[i];
       const Date from = dateFromUnixSeconds(static_cast<double>(mark.day) * 86400);
       const Date to = dateFromUnixSeconds(static_cast<double>(mark.day + 1) * 86400);
       if (mark.kind == ShareKind::usage) {
-        batch.addUsageDay(mark, store.ledger(LedgerFilter{from, to, {}, {}}));
+        batch.addUsageDay(mark, store.ledger(LedgerFilter{from, to, {}, {}}), wasHeld);
       } else {
         std::vector<LimitReading> readings = store.readings(ReadingFilter{{}, {}, from, to});
         std::erase_if(readings, [&](const LimitReading& r) { return !(r.readAt < to); });
-        batch.addReadingDay(mark, readings);
+        batch.addReadingDay(mark, readings, wasHeld);
       }
     }
     batch.send(*db_);

@@ -27,6 +27,7 @@ UsageEvent reply(const std::string& key, const char* at, int64_t output, std::st
 class SharedLedgerTest : public testing::TempDirTest {
  protected:
   void SetUp() override {
+    TempDirTest::SetUp();
     if (auto reason = PostgresCluster::unavailable()) GTEST_SKIP() << *reason;
     cluster.emplace();
     url = cluster->createDatabase("team");
