@@ -99,6 +99,7 @@ struct Daemon::Loop {
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;
     lastPass = now;
     passWanted = false;
+    share.passed();
     if (result.codexLimitsStored) tellDesktop(ProviderID::codex, *result.codexLimits, now);
     if (result.codexLimitsStored) share.changed();
     if (ClaudeCodeReading::takeInto(*store, refresh, settings.stateFolder)) {

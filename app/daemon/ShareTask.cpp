@@ -19,12 +19,14 @@ void ShareTask::runIfDue(UsageStore& store) {
     if (!ledger_) ledger_ = std::make_unique<SharedLedger>(*settings_.to);
     ledger_->share(store, settings_.machine.value_or(HostSettings::hostName()),
                    settings_.user.value_or(""));
-    due_ = false;
+    due_ = failed_ = false;
     if (!lastFailure_.empty()) tell_("sharing works again: " + ledger_->name());
     lastFailure_.clear();
   } catch (const std::exception& error) {
     // A connection that failed may be broken for good; the next try opens a new one.
     ledger_.reset();
+    due_ = false;
+    failed_ = true;
     if (error.what() != lastFailure_) {
       lastFailure_ = error.what();
       tell_(fmt::format("cannot share to {}, trying again after the next pass: {}",

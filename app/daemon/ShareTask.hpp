@@ -28,9 +28,11 @@ class ShareTask {
 
   /// The ledger changed: the next `runIfDue` shares.
   void changed() { due_ = true; }
+  /// A pass ran: a share that failed is tried again.
+  void passed() { due_ = due_ || failed_; }
 
-  /// Shares `store` when it changed since the last share that went through, or the last one
-  /// failed.
+  /// Shares `store` when it changed since the last share that went through, or when a share
+  /// failed and a pass ran since.
   void runIfDue(UsageStore& store);
 
  private:
@@ -38,6 +40,7 @@ class ShareTask {
   Tell tell_;
   std::unique_ptr<SharedLedger> ledger_;
   bool due_ = true;
+  bool failed_ = false;
   std::string lastFailure_;
 };
 
