@@ -76,7 +76,7 @@ TEST_F(ErrorStyleTest, EveryMistakeIsOneLineWithTheDocumentedStatus) {
       {"bad instant", brimlog, {"report", "--now", "yesterday"}, 1, R"(brimlog: --now: "yesterday" is not an ISO 8601 instant; write it with its zone*)"},
       {"missing home", brimlog, {"report", "--home", "{dir}/nowhere"}, 1, R"(brimlog: --home: "{dir}/nowhere" is not a folder; give the home folder that holds the tools' logs)"},
       {"share without a target", brimlog, {"share", "--no-sync"}, 1, "brimlog: no shared ledger is set; give --to postgresql://USER@HOST/DATABASE, or set `to = postgresql://…` under ?share? in {dir}/brimlog.conf"},
-      {"report from the setting without one", brimlog, {"report", "--from"}, 1, "brimlog: no shared ledger is set; give --from postgresql://*"},
+      {"report from the setting without one", brimlog, {"report", "--from", "machines"}, 1, "brimlog: no shared ledger is set; give --from postgresql://*"},
       {"watch without a terminal", brimlog, {"--watch"}, 1, "brimlog: --watch redraws a terminal and standard output is not one; *--json*"},
       // brimlog's database.
       {"database folder not writable", brimlog, {"sync", "--db", "{dir}/readonly/usage.db"}, 1, "brimlog: the database's folder {dir}/readonly cannot be written (Permission denied); make it writable, or choose another database with --db"},
