@@ -29,6 +29,8 @@ int run(const ParsedCommand& command) {
       return Commands{settings}.check();
     case ParsedCommand::Kind::report:
       return Commands{settings}.report(command.report);
+    case ParsedCommand::Kind::share:
+      return Commands{settings}.share(command.share);
     case ParsedCommand::Kind::status:
     case ParsedCommand::Kind::line:
       break;

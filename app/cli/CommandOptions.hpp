@@ -58,6 +58,21 @@ struct ReportOptions {
   Form form = Form::table;
   /// Report what is stored without reading the logs first.
   bool noSync = false;
+  /// Report from the shared ledger at this target instead of the local store; "" for the
+  /// config file's `[share] to`.
+  std::optional<std::string> from;
+  /// With `from`: only this machine's rows, only those of this user's machines.
+  std::optional<std::string> machine;
+  std::optional<std::string> user;
+};
+
+/// `brimlog share`: where to, and under which names; absent ones come from the config file.
+struct ShareOptions {
+  std::optional<std::string> to;
+  std::optional<std::string> machine;
+  std::optional<std::string> user;
+  /// Share what is stored without reading the logs first.
+  bool noSync = false;
 };
 
 struct LineOptions {

@@ -8,6 +8,7 @@
 
 #include "cli/HelpFormatter.hpp"
 #include "cli/OptionNames.hpp"
+#include "cli/ReportCommandLine.hpp"
 #include "platform/AppVersion.hpp"
 #include "platform/CommandLineMistake.hpp"
 
@@ -64,22 +65,15 @@ struct SharedOptions {
     for (const CLI::Option* each : sharedDirOptions) {
       if (each->count() > 0) sharedDirGiven = sharedDir;
     }
-    return {brimlog::given(homeOption, home),
-            brimlog::given(databaseOption, database),
-            brimlog::given(zoneOption, zone),
-            brimlog::given(nowOption, now),
-            sharedDirGiven,
+    return {brimlog::given(homeOption, home), brimlog::given(databaseOption, database),
+            brimlog::given(zoneOption, zone), brimlog::given(nowOption, now), sharedDirGiven,
+            needsCalendar,
+            // The status line, the one command without days, shares nothing either.
             needsCalendar};
   }
 };
 
 using Mistake = CommandLineMistake;
-
-// A day as --since and --until take it.
-CalendarDay dayNamed(std::string_view option, const std::string& text) {
-  if (std::optional<CalendarDay> day = CalendarDay::fromKey(text)) return *day;
-  throw Mistake::wrongValue(option, text, "a day", "write it as YYYY-MM-DD, such as 2026-11-24");
-}
 
 std::vector<std::string> readableTools() {
   std::vector<std::string> tools;
@@ -163,38 +157,8 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
   CLI::Option* watchOption = addStatusOptions(*statusCommand, command.status, watch).back();
   shared.addSharedDir(*statusCommand);
 
-  ReportOptions& report = command.report;
-  std::string view = "daily";
-  std::string days, since, until, reportTool, project;
-  bool reportJson = false, reportCsv = false;
-  CLI::App* reportCommand = app.add_subcommand(
-      "report", "Show the usage and cost of a run of days (reads new replies first)");
-  reportCommand->add_option("view", view,
-                            "daily, weekly (from Monday), monthly, models, tools, sessions, "
-                            "projects or blocks (five-hour windows of activity) (default: daily)");
-  CLI::Option* daysOption =
-      reportCommand
-          ->add_option("--days", days, "How many days up to --until or today (default: 30)")
-          ->type_name("N");
-  CLI::Option* sinceOption =
-      reportCommand->add_option("--since", since, "The first day, in --tz (instead of --days)")
-          ->type_name("DATE");
-  CLI::Option* untilOption =
-      reportCommand->add_option("--until", until, "The last day, in --tz (default: today)")
-          ->type_name("DATE");
-  CLI::Option* toolOption =
-      reportCommand
-          ->add_option("--tool", reportTool,
-                       "Only this tool's usage: " + ProviderID::readableChoices())
-          ->type_name("TOOL");
-  CLI::Option* projectOption =
-      reportCommand
-          ->add_option("--project", project,
-                       "Only sessions run in this folder, as the sessions view names it")
-          ->type_name("DIR");
-  reportCommand->add_flag("--json", reportJson, "Print the report as JSON");
-  reportCommand->add_flag("--csv", reportCsv, "Print the rows as comma-separated values");
-  reportCommand->add_flag("--no-sync", report.noSync, "Report what is stored; read no logs");
+  const ReportCommandLine reportLine{app};
+  CLI::App* reportCommand = reportLine.command();
 
   CLI::App* limitsCommand =
       app.add_subcommand("limits", "Show each tool's plan, status and limits as last fetched");
@@ -243,6 +207,27 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
           ->type_name("ADDRESS:PORT");
   shared.addSharedDir(*daemonCommand);
 
+  ShareOptions& share = command.share;
+  std::string shareTo, shareMachine, shareUser;
+  CLI::App* shareCommand = app.add_subcommand(
+      "share",
+      "Read new replies, then send this machine's ledger to a shared one in PostgreSQL, which "
+      "report --from reads across machines");
+  CLI::Option* toOption =
+      shareCommand
+          ->add_option("--to", shareTo,
+                       "The shared ledger: a postgresql:// URL (default: [share] to of the "
+                       "config file)")
+          ->type_name("URL");
+  CLI::Option* machineOption =
+      shareCommand
+          ->add_option("--machine", shareMachine, "Share under this name (default: host name)")
+          ->type_name("NAME");
+  CLI::Option* userOption =
+      shareCommand->add_option("--user", shareUser, "And this user's name (default: none)")
+          ->type_name("NAME");
+  shareCommand->add_flag("--no-sync", share.noSync, "Share what is stored; read no logs");
+
   const std::vector<std::string> lineFormats = {"plain", "claude-code", "tmux", "waybar",
                                                 "polybar"};
   std::string lineFormat = "plain";
@@ -261,7 +246,7 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
   shared.addSharedDir(*lineCommand);
 
   for (CLI::App* each : {syncCommand, statusCommand, reportCommand, limitsCommand, checkCommand,
-                         daemonCommand, lineCommand}) {
+                         daemonCommand, shareCommand, lineCommand}) {
     each->fallthrough();
     each->footer(
         "Shared options, before or after the subcommand: --home DIR, --db FILE, --tz ZONE, "
@@ -346,39 +331,12 @@ std::variant<ParsedCommand, int> CommandParser::parse(int argc, char** argv) {
       command.kind = ParsedCommand::Kind::check;
     } else if (reportCommand->parsed()) {
       command.kind = ParsedCommand::Kind::report;
-      // Options that say the same thing twice are a mistake in the command line (2); values
-      // that are not allowed, days in the wrong order among them, are wrong values (1).
-      if (sinceOption->count() > 0 && daysOption->count() > 0) {
-        throw Mistake(Mistake::Kind::unparsable,
-                      "--since and --days cannot be used together; give the first day or how "
-                      "many days");
-      }
-      if (reportJson && reportCsv) {
-        throw Mistake(Mistake::Kind::unparsable,
-                      "--json and --csv cannot be used together; choose one form");
-      }
-      std::vector<std::string> views(ReportContent::kViewNames.begin(),
-                                     ReportContent::kViewNames.end());
-      report.view = *ReportContent::viewNamed(Mistake::choice("report", view, views, "a view"));
-      if (daysOption->count() > 0) {
-        report.days =
-            static_cast<int>(Mistake::wholeNumber("--days", days, 1, 3650, "a number of days"));
-      }
-      report.form = reportJson  ? ReportOptions::Form::json
-                    : reportCsv ? ReportOptions::Form::csv
-                                : ReportOptions::Form::table;
-      if (sinceOption->count() > 0) report.since = dayNamed("--since", since);
-      if (untilOption->count() > 0) report.until = dayNamed("--until", until);
-      if (report.since && report.until && until < since) {
-        throw Mistake(Mistake::Kind::wrongValue,
-                      fmt::format("--until {} comes before --since {}; give the first day first",
-                                  until, since));
-      }
-      if (toolOption->count() > 0) {
-        report.tool = ProviderID::readableNamed(
-            Mistake::choice("--tool", reportTool, readableTools(), "a tool Brimlog reads"));
-      }
-      if (projectOption->count() > 0) report.project = project;
+      command.report = reportLine.understand();
+    } else if (shareCommand->parsed()) {
+      command.kind = ParsedCommand::Kind::share;
+      share.to = given(toOption, shareTo);
+      share.machine = given(machineOption, shareMachine);
+      share.user = given(userOption, shareUser);
     } else if (statusCommand->parsed()) {
       command.kind = ParsedCommand::Kind::status;
       if (watchOption->count() > 0) command.status.watch = watchSeconds(watch);

@@ -1,11 +1,13 @@
 #include "cli/Commands.hpp"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <cstdlib>
 #include <map>
 #include <string>
 
+#include "cli/ReportBuilder.hpp"
 #include "cli/WatchLoop.hpp"
 #include "display/LimitOutlook.hpp"
 #include "display/SnapshotStore.hpp"
@@ -14,11 +16,13 @@
 #include "output/Dashboard.hpp"
 #include "output/LimitHistoryReport.hpp"
 #include "output/LimitsReport.hpp"
+#include "output/ProgressBar.hpp"
 #include "output/ReportFormatter.hpp"
 #include "output/ReportJson.hpp"
 #include "output/Terminal.hpp"
 #include "output/TextTable.hpp"
 #include "platform/CommandLineMistake.hpp"
+#include "share/SharedLedger.hpp"
 #include "state/BackgroundSync.hpp"
 #include "state/ClaudeCodeReading.hpp"
 #include "store/PriceTable.hpp"
@@ -44,10 +48,6 @@ std::string readInput(std::FILE* input) {
   }
   return text;
 }
-
-// How far before the report's days the blocks view starts its walk: a day, which holds a gap of
-// five quiet hours, after which blocks start afresh, unless the tools ran all day.
-constexpr double kBlockLookback = 24 * 3600;
 
 // The report's days: from --since, or --days back from --until or today, to --until or today.
 SummaryWindow reportDays(const ReportOptions& options, Date now, const Calendar& calendar) {
@@ -152,47 +152,28 @@ int Commands::report(const ReportOptions& options) {
   content.window = reportDays(options, settings.now, calendar);
   content.endsToday = content.window.lastKey == calendar.dayKey(settings.now);
 
-  std::optional<SyncLock> lock;
-  if (!options.noSync) lock = context_.lockForSync();
-  std::shared_ptr<UsageStore> opened =
-      context_.store(options.noSync ? CommandContext::Access::read : CommandContext::Access::write);
-  if (!options.noSync) context_.ingest();
   const PriceTable prices = PriceTable::bundled();
-  if (ReportContent::fromSummary(options.view)) {
-    content.summary =
-        opened->summary(content.window, calendar, prices, options.tool, options.project);
-  } else {
-    // The ledger's rows of the report's days, from the first one's start to the next day's.
-    const Date from =
-        content.window.dates.empty() ? content.window.today : content.window.dates.front();
-    const Date to = calendar.startOfDay(
-        calendar.addingDays(1, content.window.today).value_or(content.window.today));
-    const LedgerFilter filter{from, to, options.tool, options.project};
-    switch (options.view) {
-      case ReportContent::View::weekly:
-      case ReportContent::View::monthly: {
-        const auto daysOf = [&](Date start, Date end) {
-          return opened->days({start, end, options.tool, options.project}, calendar);
-        };
-        const auto kind = options.view == ReportContent::View::weekly ? UsageReport::Period::week
-                                                                      : UsageReport::Period::month;
-        content.periods = UsageReport::periods(from, to, kind, calendar, prices, daysOf);
-        content.total = UsageReport::total(daysOf(from, to), prices);
-        break;
-      }
-      case ReportContent::View::blocks: {
-        // Blocks are found by walking the replies from some time before the days, so a block
-        // that runs into them (the current one, just after midnight) starts where it started.
-        LedgerFilter walk = filter;
-        walk.from = from - Seconds{kBlockLookback};
-        content.blocks = UsageReport::blocks(opened->ledger(walk), prices, settings.now);
-        std::erase_if(content.blocks, [&](const UsageReport::Block& b) { return b.end <= from; });
-        break;
-      }
-      default:
-        content.sessions = UsageReport::sessions(opened->ledger(filter), prices);
-        content.projects = UsageReport::projects(content.sessions);
+  if (options.from) {
+    // Every machine's rows from the shared ledger; this machine's logs and store are not read.
+    ShareSettings given;
+    if (!options.from->empty()) given.to = options.from;
+    const std::string target =
+        settings.share.overriddenBy(given).target("--from", settings.configFile);
+    const SharedFilter filter{options.machine, options.user};
+    SharedLedger shared{target, filter};
+    content.source = shared.name();
+    if (options.view == ReportContent::View::machines) {
+      ReportBuilder::fillMachines(content, shared, target, filter, calendar, prices);
+    } else {
+      ReportBuilder::fill(content, shared, calendar, prices);
     }
+  } else {
+    std::optional<SyncLock> lock;
+    if (!options.noSync) lock = context_.lockForSync();
+    std::shared_ptr<UsageStore> opened = context_.store(
+        options.noSync ? CommandContext::Access::read : CommandContext::Access::write);
+    if (!options.noSync) context_.ingest();
+    ReportBuilder::fill(content, *opened, calendar, prices);
   }
 
   std::FILE* out = context_.out();
@@ -208,6 +189,45 @@ int Commands::report(const ReportOptions& options) {
           out, "{}",
           ReportFormatter::render(content, calendar, Terminal::tableWidth(out, settings.columns)));
   }
+  return 0;
+}
+
+int Commands::share(const ShareOptions& options) {
+  const HostSettings& settings = context_.settings();
+  const ShareSettings share =
+      settings.share.overriddenBy({options.to, options.machine, options.user});
+  const std::string target = share.target("--to", settings.configFile);
+  std::shared_ptr<UsageStore> opened;
+  {
+    std::optional<SyncLock> lock;
+    if (!options.noSync) lock = context_.lockForSync();
+    opened = context_.store(options.noSync ? CommandContext::Access::read
+                                           : CommandContext::Access::write);
+    if (!options.noSync) context_.ingest();
+  }
+  SharedLedger shared{target};
+  ProgressBar bar;
+  const std::string machine = share.machine.value_or(HostSettings::hostName());
+  const ShareResult result =
+      shared.share(*opened, machine, share.user.value_or(""), [&](const ShareProgress& progress) {
+        bar.update(progress.daysSent, progress.daysToSend, "days");
+      });
+  bar.finish();
+  std::FILE* out = context_.out();
+  if (!result.sentAnything()) {
+    fmt::print(out, "Nothing new to share to {} as {}\n", shared.name(), machine);
+    return 0;
+  }
+  std::vector<std::string> sent;
+  if (result.days > 0) {
+    sent.push_back(fmt::format("{} of usage ({}, {})", plural(result.days, "day", "days"),
+                               plural(result.usageRows, "row", "rows"),
+                               plural(result.sessions, "session", "sessions")));
+  }
+  if (result.readingDays > 0) {
+    sent.push_back(plural(result.readingDays, "day", "days") + " of limit readings");
+  }
+  fmt::print(out, "Shared {} to {} as {}\n", fmt::join(sent, " and "), shared.name(), machine);
   return 0;
 }
 

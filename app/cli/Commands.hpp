@@ -18,7 +18,11 @@ class Commands {
 
   /// Reads new replies, then fetches the tools' limits as the refresh timing allows.
   int sync(const SyncOptions& options);
+  /// A report of this machine's ledger, or with `from` of the shared one.
   int report(const ReportOptions& options);
+  /// `brimlog share`: reads new replies, then sends what changed since the last share to the
+  /// shared ledger; a progress line on a terminal, one summary line on `out`.
+  int share(const ShareOptions& options);
   /// The stored limits of every tool with their forecasts, or with --history the readings kept.
   int limits(const LimitsOptions& options);
   /// `brimlog check`: the database's integrity check; 0 when sound, 1 (and how to rebuild) when

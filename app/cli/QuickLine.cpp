@@ -65,7 +65,7 @@ std::optional<ParsedCommand> QuickLine::parse(int argc, char** argv) {
   }
   command.line.zone = given.zone;
   command.shared =
-      CommandLine{given.home, given.database, given.zone, given.now, given.sharedDir, false};
+      CommandLine{given.home, given.database, given.zone, given.now, given.sharedDir, false, false};
   return command;
 }
 

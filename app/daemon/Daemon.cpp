@@ -18,6 +18,7 @@
 #include "daemon/LimitAlerts.hpp"
 #include "daemon/LogWatcher.hpp"
 #include "daemon/MetricsServer.hpp"
+#include "daemon/ShareTask.hpp"
 #include "daemon/Wakeup.hpp"
 #include "display/LimitOutlook.hpp"
 #include "display/WidgetDisplay.hpp"
@@ -88,6 +89,7 @@ struct Daemon::Loop {
   std::set<std::string> toldSkipped;
   bool passWanted = false;
   bool changed = true;
+  ShareTask share{settings.share, [](const std::string& text) { say("{}", text); }};
 
   void pass(Date now) {
     StoreIngestSink sink{*store};
@@ -97,13 +99,17 @@ struct Daemon::Loop {
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;
     lastPass = now;
     passWanted = false;
+    share.passed();
     if (result.codexLimitsStored) tellDesktop(ProviderID::codex, *result.codexLimits, now);
+    if (result.codexLimitsStored) share.changed();
     if (ClaudeCodeReading::takeInto(*store, refresh, settings.stateFolder)) {
       changed = true;
+      share.changed();
       saveRefresh();
     }
     if (result.totalNewEvents() > 0) {
       changed = true;
+      share.changed();
       say("{} new {} ({}) from {} {}", result.totalNewEvents(),
           result.totalNewEvents() == 1 ? "reply" : "replies", newReplies(result), result.filesRead,
           result.filesRead == 1 ? "file" : "files");
@@ -171,6 +177,7 @@ struct Daemon::Loop {
       tellDesktop(id, limits, now);
       if (metrics) metrics->limitsChanged(*store, now);
       changed = true;
+      share.changed();
       it = fetches.erase(it);
       saveRefresh();
     }
@@ -346,6 +353,7 @@ int Daemon::run() {
   loop.fetchDue(now, true);
   loop.dataVersion = loop.store->dataVersion();
   loop.publishIfDue(now);
+  loop.share.runIfDue(*loop.store);
 
   for (;;) {
     pollfd ready[] = {{signals.get(), POLLIN, 0},
@@ -375,6 +383,7 @@ int Daemon::run() {
     loop.checkIfDue(now);
     loop.pruneIfDue(now);
     loop.publishIfDue(now);
+    loop.share.runIfDue(*loop.store);
   }
   say("stopping{}", loop.fetches.empty() ? "" : " after the fetches under way");
   loop.joinFetches();

@@ -25,7 +25,8 @@ struct DaemonOptions {
 /// every `interval` seconds; each tool's limits on its own schedule, concurrently; a pass and a
 /// fetch when the widgets' refresh button is pressed; the snapshot after every change and at
 /// least every 15 minutes; old rows pruned once a day; with `metrics`, Prometheus metrics served
-/// from the start (`MetricsServer`). One daemon per database and per state folder.
+/// from the start (`MetricsServer`); with `[share] to` set in the config file, the ledger shared
+/// after the changes (`ShareTask`). One daemon per database and per state folder.
 ///
 /// It tells standard error one line per thing worth knowing (start, a pass with new replies, a
 /// fetch that is not ok, a snapshot that cannot be written) and is quiet otherwise.

@@ -17,33 +17,44 @@ ProgressBar::ProgressBar(std::FILE* stream)
 
 ProgressBar::~ProgressBar() { finish(); }
 
-void ProgressBar::update(const IngestProgress& progress) {
-  if (!enabled_) return;
+bool ProgressBar::due() {
+  if (!enabled_) return false;
   const auto now = std::chrono::steady_clock::now();
-  if (now - started_ < std::chrono::seconds(1)) return;
-  if (drawn_ && now - lastDrawn_ < std::chrono::milliseconds(100)) return;
+  if (now - started_ < std::chrono::seconds(1)) return false;
+  if (drawn_ && now - lastDrawn_ < std::chrono::milliseconds(100)) return false;
   lastDrawn_ = now;
+  return true;
+}
 
+void ProgressBar::draw(double fraction, const std::string& figures) {
   constexpr int kWidth = 20;
+  const int filled = static_cast<int>(std::clamp(fraction, 0.0, 1.0) * kWidth);
+  const std::string bar = std::string(static_cast<size_t>(filled), '#') +
+                          std::string(static_cast<size_t>(kWidth - filled), '.');
+  fmt::print(stream_, "\r\033[K[{}] {}", bar, figures);
+  std::fflush(stream_);
+  drawn_ = true;
+}
+
+void ProgressBar::update(const IngestProgress& progress) {
+  if (!due()) return;
   const double fraction =
       progress.bytesTotal > 0
-          ? std::clamp(
-                static_cast<double>(progress.bytesRead) / static_cast<double>(progress.bytesTotal),
-                0.0, 1.0)
+          ? static_cast<double>(progress.bytesRead) / static_cast<double>(progress.bytesTotal)
           : (progress.filesTotal > 0 ? static_cast<double>(progress.filesDone) /
                                            static_cast<double>(progress.filesTotal)
                                      : 1.0);
-  const int filled = static_cast<int>(fraction * kWidth);
-  const std::string bar = std::string(static_cast<size_t>(filled), '#') +
-                          std::string(static_cast<size_t>(kWidth - filled), '.');
-  const std::string line = fmt::format(
-      "[{}] {}/{} files  {}/{}  {} replies", bar,
-      formatCount(static_cast<int64_t>(progress.filesDone)),
-      formatCount(static_cast<int64_t>(progress.filesTotal)), formatBytes(progress.bytesRead),
-      formatBytes(progress.bytesTotal), formatCount(progress.newEvents));
-  fmt::print(stream_, "\r\033[K{}", line);
-  std::fflush(stream_);
-  drawn_ = true;
+  draw(fraction, fmt::format("{}/{} files  {}/{}  {} replies",
+                             formatCount(static_cast<int64_t>(progress.filesDone)),
+                             formatCount(static_cast<int64_t>(progress.filesTotal)),
+                             formatBytes(progress.bytesRead), formatBytes(progress.bytesTotal),
+                             formatCount(progress.newEvents)));
+}
+
+void ProgressBar::update(int64_t done, int64_t total, std::string_view unit) {
+  if (!due()) return;
+  draw(total > 0 ? static_cast<double>(done) / static_cast<double>(total) : 1.0,
+       fmt::format("{}/{} {}", formatCount(done), formatCount(total), unit));
 }
 
 void ProgressBar::finish() {

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
+#include <string>
+#include <string_view>
 
 #include "ingest/UsageIngestor.hpp"
 
@@ -21,10 +24,16 @@ class ProgressBar {
   ProgressBar& operator=(const ProgressBar&) = delete;
 
   void update(const IngestProgress& progress);
+  /// The line of a pass counted in `unit`s, such as a share's days: "[####....] 120/365 days".
+  void update(int64_t done, int64_t total, std::string_view unit);
   /// Removes the line, if one was drawn.
   void finish();
 
  private:
+  /// Whether a line is to be drawn now: on a terminal, a second in, a tenth after the last.
+  bool due();
+  void draw(double fraction, const std::string& figures);
+
   std::FILE* stream_;
   bool enabled_;
   bool drawn_ = false;

@@ -16,9 +16,10 @@ namespace brimlog {
 /// What one `brimlog report` shows: its view, its days and filters, and the figures the view is
 /// drawn from: the usage summary for daily, models and tools, the ledger's reports for the rest.
 struct ReportContent {
-  enum class View { daily, weekly, monthly, models, tools, sessions, projects, blocks };
-  static constexpr std::array<std::string_view, 8> kViewNames = {
-      "daily", "weekly", "monthly", "models", "tools", "sessions", "projects", "blocks"};
+  enum class View { daily, weekly, monthly, models, tools, sessions, projects, blocks, machines };
+  static constexpr std::array<std::string_view, 9> kViewNames = {"daily",    "weekly", "monthly",
+                                                                 "models",   "tools",  "sessions",
+                                                                 "projects", "blocks", "machines"};
 
   /// The view a name in `kViewNames` names.
   static std::optional<View> viewNamed(std::string_view name) {
@@ -49,6 +50,19 @@ struct ReportContent {
   std::vector<UsageReport::Session> sessions;
   std::vector<UsageReport::Project> projects;
   std::vector<UsageReport::Block> blocks;
+
+  /// A machine that shares into the shared ledger, and its usage over the report's days.
+  struct Machine {
+    std::string machine;
+    std::string user;  // empty when it shares without one
+    Date lastShared;
+    int64_t sessions = 0;
+    int64_t tokens = 0;
+    UsageReport::Cost cost;
+  };
+  std::vector<Machine> machines;  // machines, by name
+  /// The shared ledger the report read, as it may be shown; empty for this machine's own.
+  std::string source;
 };
 
 }  // namespace brimlog

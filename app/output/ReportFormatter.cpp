@@ -33,6 +33,7 @@ std::pair<bool, bool> marks(const ReportContent& content) {
   UsageReport::Cost all = content.total.cost;
   for (const auto& row : content.sessions) all += row.cost;
   for (const auto& row : content.blocks) all += row.cost;
+  for (const auto& row : content.machines) all += row.cost;
   return {all.approximate, all.unknown};
 }
 
@@ -46,6 +47,8 @@ bool empty(const ReportContent& content) {
       return content.sessions.empty();
     case ReportContent::View::blocks:
       return content.blocks.empty();
+    case ReportContent::View::machines:
+      return content.machines.empty();
     default:
       return content.summary.tools.empty();
   }
@@ -259,6 +262,25 @@ void blocks(const ReportContent& content, ReportSheet& sheet) {
   }
 }
 
+void machines(const ReportContent& content, ReportSheet& sheet) {
+  sheet.columns = {{"Machine", "machine", Kind::text},
+                   {"User", "user", Kind::text, 1, "-"},
+                   {"Last shared", "lastShared", Kind::time},
+                   {"Sessions", "sessions", Kind::count}};
+  addFigures(sheet);
+  int64_t sessions = 0, tokens = 0;
+  UsageReport::Cost cost;
+  for (const ReportContent::Machine& machine : content.machines) {
+    sheet.rows.push_back({machine.machine, machine.user.empty() ? Value{} : machine.user,
+                          machine.lastShared, machine.sessions, machine.tokens, money(machine.cost),
+                          machine.cost.approximate});
+    sessions += machine.sessions;
+    tokens += machine.tokens;
+    cost += machine.cost;
+  }
+  sheet.total = {std::string("Total"), Value{}, Value{}, sessions, tokens, money(cost)};
+}
+
 std::string title(const ReportContent& content, const Calendar& calendar) {
   const SummaryWindow& window = content.window;
   std::string out = fmt::format(
@@ -270,6 +292,7 @@ std::string title(const ReportContent& content, const Calendar& calendar) {
     if (content.tool && content.project) out += " in ";
     if (content.project) out += *content.project;
   }
+  if (!content.source.empty()) out += "; shared in " + content.source;
   return out + "\n\n";
 }
 
@@ -330,6 +353,9 @@ ReportSheet ReportFormatter::sheet(const ReportContent& content, const Calendar&
       break;
     case View::blocks:
       blocks(content, sheet);
+      break;
+    case View::machines:
+      machines(content, sheet);
       break;
   }
   return sheet;

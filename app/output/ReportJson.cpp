@@ -56,6 +56,7 @@ Json ledgerJson(const ReportContent& content, const Calendar& calendar) {
                {"timeZone", calendar.zoneName()}};
   if (content.tool) json["tool"] = content.tool->rawValue();
   if (content.project) json["project"] = *content.project;
+  if (!content.source.empty()) json["sharedLedger"] = content.source;
   json["rows"] = ReportFormatter::sheet(content, calendar).rowsJson();
 
   UsageReport::Cost cost;
@@ -72,6 +73,14 @@ Json ledgerJson(const ReportContent& content, const Calendar& calendar) {
       for (const auto& block : content.blocks) {
         cost += block.cost;
         tokens += block.tokens;
+      }
+      break;
+    case ReportContent::View::machines:
+      sessions = 0;
+      for (const auto& machine : content.machines) {
+        cost += machine.cost;
+        tokens += machine.tokens;
+        *sessions += machine.sessions;
       }
       break;
     default:

@@ -107,6 +107,16 @@ HostSettings HostSettings::resolve(const CommandLine& given, const EnvironmentLo
   settings.codexUsageURL = nonEmpty("BRIMLOG_CODEX_USAGE_URL");
   settings.sessionBusAddress = nonEmpty("DBUS_SESSION_BUS_ADDRESS");
   if (const auto clock = nonEmpty("BRIMLOG_CLOCK_FILE")) settings.clockFile = *clock;
+
+  const std::optional<std::string> configHome = environment("XDG_CONFIG_HOME");
+  const std::optional<std::string> config = nonEmpty("BRIMLOG_CONFIG");
+  settings.configFile =
+      config ? fs::path(*config)
+             : (configHome && fs::path(*configHome).is_absolute() ? fs::path(*configHome)
+                                                                  : userHome / ".config") /
+                   "brimlog" / "brimlog.conf";
+  if (given.readsConfig) settings.share = ShareSettings::load(settings.configFile);
+  if (!settings.share.machine) settings.share.machine = hostName();
   return settings;
 }
 
@@ -130,6 +140,12 @@ void createPrivateFolders(const fs::path& folder, const char* what, const char* 
 }
 
 }  // namespace
+
+std::string HostSettings::hostName() {
+  char name[256] = {};
+  if (::gethostname(name, sizeof name - 1) != 0 || name[0] == '\0') return "localhost";
+  return name;
+}
 
 void HostSettings::prepareDatabaseDirectory() const {
   if (database.filename() == ":memory:") return;

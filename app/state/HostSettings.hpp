@@ -9,6 +9,7 @@
 #include "ingest/ToolLocations.hpp"
 #include "platform/Calendar.hpp"
 #include "platform/Date.hpp"
+#include "state/ShareSettings.hpp"
 
 namespace brimlog {
 
@@ -34,6 +35,8 @@ struct CommandLine {
   /// Whether the command works with days, and so needs the zone resolved: that loads the tz
   /// database, which the status line, shown many times a minute, does without.
   bool needsCalendar = true;
+  /// Whether the command reads the config file: the status line, which shares nothing, does not.
+  bool readsConfig = true;
 };
 
 /// What every subcommand works with, resolved once from the shared options and the environment:
@@ -67,11 +70,16 @@ struct HostSettings {
   /// BRIMLOG_CLOCK_FILE: a file holding an ISO 8601 instant that the daemon takes for the time
   /// now, read afresh at each step, so that a test can move hours in seconds. Unset in use.
   std::optional<std::filesystem::path> clockFile;
+  /// The config file: BRIMLOG_CONFIG, else ${XDG_CONFIG_HOME:-$HOME/.config}/brimlog/brimlog.conf.
+  std::filesystem::path configFile;
+  /// Its [share] settings, with the machine's name defaulting to the host's name.
+  ShareSettings share;
 
   /// Defaults: home $HOME (else the user database's), the database
   /// ${XDG_DATA_HOME:-$HOME/.local/share}/brimlog/usage.db (the user's, whatever --home says), the
   /// zone of TZ (else /etc/localtime; UTC, unresolved, when the command needs no calendar), the
-  /// clock. Throws CommandLineMistake (a wrong value) naming the option for an unknown zone, an
+  /// clock. Throws CommandError for a config file that cannot be read or holds a mistake, and
+  /// CommandLineMistake (a wrong value) naming the option for an unknown zone, an
   /// unparsable instant, or a home directory that is missing or cannot be read.
   static HostSettings resolve(const CommandLine& given,
                               const EnvironmentLookup& environment = processEnvironment);
@@ -80,6 +88,10 @@ struct HostSettings {
   /// (/etc/localtime). Throws `CommandLineMistake` for a `zone` the tz database does not know.
   static Calendar calendarFor(const std::optional<std::string>& zone,
                               const EnvironmentLookup& environment = processEnvironment);
+
+  /// This machine's name as the system has it (gethostname), the machine a share goes under
+  /// unless told otherwise.
+  static std::string hostName();
 
   /// Create the database's missing parent directories, and the state folder with its missing
   /// parents, readable by the user alone (0700). Throw CommandError with the directory and the

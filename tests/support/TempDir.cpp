@@ -15,6 +15,9 @@ void TempDirTest::SetUp() {
   std::string pattern = (std::filesystem::temp_directory_path() / "brimlog-test-XXXXXX").string();
   ASSERT_NE(::mkdtemp(pattern.data()), nullptr) << "mkdtemp failed";
   dir_ = pattern;
+  // The programs a test starts read the config file here, which is missing unless the test
+  // writes it: never the user's, which may send their ledger somewhere.
+  ::setenv("BRIMLOG_CONFIG", (dir_ / "brimlog.conf").c_str(), 1);
 }
 
 void TempDirTest::TearDown() {

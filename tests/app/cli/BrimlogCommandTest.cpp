@@ -293,7 +293,8 @@ TEST_F(BrimlogCommandTest, SyncsAndPublishesThenReportsEveryViewInTheGivenZone) 
 // Help is whole: a command's own options and the shared ones, every line within 80 columns (how
 // mistakes are told is ErrorStyleTest's).
 TEST_F(BrimlogCommandTest, HelpListsEveryOptionWithinEightyColumns) {
-  for (const char* command : {"", "sync", "status", "report", "limits", "daemon", "line"}) {
+  for (const char* command :
+       {"", "sync", "status", "report", "limits", "daemon", "share", "line"}) {
     SCOPED_TRACE(command);
     const std::string text = succeeded(*command ? std::vector<std::string>{command, "--help"}
                                                 : std::vector<std::string>{"--help"});
