@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -31,36 +32,26 @@ struct Programs {
   fs::path initdb, pgCtl;
 };
 
-bool executable(const fs::path& path) { return ::access(path.c_str(), X_OK) == 0; }
-
-// initdb and pg_ctl from PATH, else from the newest of Debian's versioned folders, which are not
-// on PATH.
+// initdb and pg_ctl from the newest of Debian's versioned folders (not on PATH), else PATH.
 std::optional<Programs> findPrograms() {
-  Programs found;
-  if (const char* path = std::getenv("PATH")) {
-    std::istringstream folders{path};
-    for (std::string folder; std::getline(folders, folder, ':');) {
-      if (found.initdb.empty() && executable(fs::path(folder) / "initdb")) {
-        found.initdb = fs::path(folder) / "initdb";
-      }
-      if (found.pgCtl.empty() && executable(fs::path(folder) / "pg_ctl")) {
-        found.pgCtl = fs::path(folder) / "pg_ctl";
-      }
-    }
-  }
-  if (!found.initdb.empty() && !found.pgCtl.empty()) return found;
-  std::optional<Programs> newest;
-  double newestVersion = 0;
+  std::vector<fs::path> folders;
   std::error_code error;
   for (const auto& entry : fs::directory_iterator("/usr/lib/postgresql", error)) {
-    const fs::path bin = entry.path() / "bin";
-    const double version = std::strtod(entry.path().filename().c_str(), nullptr);
-    if (version > newestVersion && executable(bin / "initdb") && executable(bin / "pg_ctl")) {
-      newest = Programs{bin / "initdb", bin / "pg_ctl"};
-      newestVersion = version;
+    folders.push_back(entry.path() / "bin");
+  }
+  std::sort(folders.begin(), folders.end(), [](const fs::path& a, const fs::path& b) {
+    return std::strtod(a.parent_path().filename().c_str(), nullptr) >
+           std::strtod(b.parent_path().filename().c_str(), nullptr);
+  });
+  std::istringstream path{std::getenv("PATH") ? std::getenv("PATH") : ""};
+  for (std::string folder; std::getline(path, folder, ':');) folders.emplace_back(folder);
+  for (const fs::path& folder : folders) {
+    if (::access((folder / "initdb").c_str(), X_OK) == 0 &&
+        ::access((folder / "pg_ctl").c_str(), X_OK) == 0) {
+      return Programs{folder / "initdb", folder / "pg_ctl"};
     }
   }
-  return newest;
+  return std::nullopt;
 }
 
 // The user the server runs as when the tests run as root: PostgreSQL refuses root.

@@ -28,18 +28,6 @@ class PgConnectionTest : public ::testing::Test {
   std::optional<PgConnection> db;
 };
 
-TEST_F(PgConnectionTest, ParametersTravelApartAndAbsentOnesAreNull) {
-  db->query("INSERT INTO usage VALUES ($1, $2, $3), ($4, $5, $6)",
-            {"it's; DROP TABLE usage", "42", "0.25", "none", std::nullopt, std::nullopt});
-  const PgResult rows = db->query("SELECT name, tokens, cost FROM usage ORDER BY tokens");
-  ASSERT_EQ(rows.rows(), 2);
-  EXPECT_EQ(rows.text(0, 0), "it's; DROP TABLE usage");
-  EXPECT_EQ(rows.integer(0, 1), 42);
-  EXPECT_DOUBLE_EQ(rows.real(0, 2), 0.25);
-  EXPECT_TRUE(rows.isNull(1, 1));
-  EXPECT_EQ(rows.integer(1, 1), 0);
-}
-
 TEST_F(PgConnectionTest, CopyInSendsEscapesNullsAndMoreThanOneChunk) {
   std::string data = "tab\\there\t1\t\\N\nback\\\\slash\t2\t1.5\n";
   for (int i = 0; i < 40000; ++i) data += "row " + std::to_string(i) + " of the bulk\t3\t0.5\n";
