@@ -119,47 +119,6 @@ fs::path newFolder(const std::string& prefix) {
   return pattern;
 }
 
-struct Template {
-  fs::path data;
-  std::string password;
-};
-
-// A cluster made by initdb, which every test's cluster copies: initdb takes seconds, a copy a
-// fraction of one. It is made once per user, PostgreSQL build and set of options, in a folder of
-// its own that is renamed into place when complete, so tests starting together never see half of
-// one.
-Template clusterTemplate(const Programs& programs) {
-  // Small WAL segments: a fresh cluster's one segment is most of what each test would copy.
-  const std::vector<std::string> initdb = {
-      programs.initdb,        "-D", "data", "-U",         "brimlog",   "--pwfile=password",
-      "--auth=scram-sha-256", "-E", "UTF8", "--locale=C", "--no-sync", "--wal-segsize=1"};
-  std::error_code error;
-  const fs::path binary = fs::canonical(programs.initdb, error);
-  std::string build = binary.string() +
-                      std::to_string(fs::last_write_time(binary, error).time_since_epoch().count());
-  for (const std::string& argument : initdb) build += " " + argument;
-  const fs::path folder =
-      fs::temp_directory_path() / ("brimlog-pg-template-" + std::to_string(::geteuid()) + "-" +
-                                   std::to_string(std::hash<std::string>{}(build) % 1000000007));
-  if (!fs::exists(folder / "ready", error)) {
-    const fs::path staging = newFolder("brimlog-pg-staging");
-    const fs::path passwordFile = staging / "password";
-    std::ofstream{passwordFile} << randomPassword() << '\n';
-    handOver(passwordFile);
-    if (runLogged(staging, initdb) != 0) {
-      const std::string log = tail(staging / "commands.log", 20);
-      fs::remove_all(staging, error);
-      throw std::runtime_error("initdb failed\n" + log);
-    }
-    std::ofstream{staging / "ready"};
-    // Another test may have put its template in place first; then this one is not needed.
-    if (::rename(staging.c_str(), folder.c_str()) != 0) fs::remove_all(staging, error);
-  }
-  std::string password = readFile(folder / "password");
-  while (!password.empty() && password.back() == '\n') password.pop_back();
-  return {folder / "data", password};
-}
-
 }  // namespace
 
 std::optional<std::string> PostgresCluster::unavailable() {
@@ -171,11 +130,13 @@ PostgresCluster::PostgresCluster() : folder_(newFolder("brimlog-pg")) {
   try {
     const std::optional<Programs> programs = findPrograms();
     if (!programs) throw std::runtime_error(*unavailable());
-    const Template made = clusterTemplate(*programs);
-    password_ = made.password;
-    if (runLogged(folder_, {"cp", "-a", made.data.string(), "data"}) != 0) {
-      throw std::runtime_error("copying " + made.data.string() + " failed\n" +
-                               tail(folder_ / "commands.log", 10));
+    password_ = randomPassword();
+    std::ofstream{folder_ / "password"} << password_ << '\n';
+    handOver(folder_ / "password");
+    if (runLogged(folder_, {programs->initdb, "-D", "data", "-U", "brimlog", "--pwfile=password",
+                            "--auth=scram-sha-256", "-E", "UTF8", "--locale=C", "--no-sync",
+                            "--wal-segsize=1"}) != 0) {
+      throw std::runtime_error("initdb failed\n" + tail(folder_ / "commands.log", 20));
     }
     pgCtl_ = programs->pgCtl;
     start();

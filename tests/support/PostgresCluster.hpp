@@ -12,10 +12,6 @@ namespace brimlog::testing {
 /// and the folder removed when the object goes. Its log stays in the folder; a server that does
 /// not start throws `std::runtime_error` with the log's last lines.
 ///
-/// initdb runs once per user and PostgreSQL build, into a template folder under the temporary
-/// folder that every cluster copies (so all share its password); starting one then takes about a
-/// second, the first one several.
-///
 /// PostgreSQL refuses to run as root: a test run by root hands the folder to the `postgres`
 /// user (else `nobody`) and runs the server as that user.
 ///

@@ -169,8 +169,6 @@ TEST(ReportFormatterTest, LedgerViewsMatchTheirExpectedFiles) {
       "report-sessions.csv", ReportFormatter::sheet(ledgerReport(View::sessions), berlin).csv()));
   EXPECT_TRUE(testing::matchesExpectedFile("report-blocks.json",
                                            ReportJson::write(ledgerReport(View::blocks), berlin)));
-  EXPECT_TRUE(testing::matchesExpectedFile(
-      "report-machines.json", ReportJson::write(ledgerReport(View::machines), berlin)));
 }
 
 }  // namespace
