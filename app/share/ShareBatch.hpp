@@ -34,7 +34,8 @@ class ShareBatch {
 
   int64_t days() const;
   int64_t usageRows() const { return usageRows_; }
-  int64_t sessions() const { return static_cast<int64_t>(sessionKeys_.size()); }
+  /// The sessions of the batch's rows, each as its tool and id.
+  const std::set<std::string>& sessionKeys() const { return sessionKeys_; }
   int64_t readings() const { return readings_; }
   int64_t readingDays() const { return static_cast<int64_t>(readingDays_.size()); }
   int64_t usageDays() const { return static_cast<int64_t>(usageDays_.size()); }

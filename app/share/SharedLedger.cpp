@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <unordered_map>
 #include <utility>
 
@@ -134,6 +135,7 @@ ShareResult SharedLedger::share(UsageStore& store, const std::string& machine,
     return result;
   }
   ShareProgress told{0, static_cast<int64_t>(pending.size())};
+  std::set<std::string> sessions;  // a session whose days fall in two batches counts once
   for (size_t start = 0; start < pending.size(); start += kBatchDays) {
     ShareBatch batch{machine, user};
     for (size_t i = start; i < std::min(pending.size(), start + kBatchDays); ++i) {
@@ -151,7 +153,8 @@ ShareResult SharedLedger::share(UsageStore& store, const std::string& machine,
     batch.send(*db_);
     result.days += batch.usageDays();
     result.usageRows += batch.usageRows();
-    result.sessions += batch.sessions();
+    sessions.insert(batch.sessionKeys().begin(), batch.sessionKeys().end());
+    result.sessions = static_cast<int64_t>(sessions.size());
     result.readingDays += batch.readingDays();
     result.readings += batch.readings();
     told.daysSent += batch.days();
