@@ -102,6 +102,18 @@ struct LedgerFilter {
   std::optional<std::string> project;
 };
 
+/// The slots a filter's span covers, `first` to `last` both included; none (`last < first`) for
+/// an empty span. The last is the slot that holds the span's last instant.
+struct SlotSpan {
+  int64_t first = 0;
+  int64_t last = -1;
+
+  static SlotSpan of(const LedgerFilter& filter) {
+    const int64_t first = slotOf(filter.from);
+    return {first, filter.to > filter.from ? slotOf(filter.to - Seconds{1e-3}) : first - 1};
+  }
+};
+
 /// One tool's and model's usage on one local day.
 struct DayUsage {
   ProviderID provider = ProviderID::claude;

@@ -35,8 +35,9 @@ LedgerDays LedgerReader::days(const LedgerFilter& filter, const Calendar& calend
   DayBuckets buckets{calendar, filter.from, filter.to};
   std::vector<KeptDay> kept;
   if (!(filter.from < filter.to)) return buckets.finish(kept);
-  const int64_t firstDay = dayOfSlot(slotOf(filter.from));
-  const int64_t lastDay = dayOfSlot(slotOf(filter.to - Seconds{1e-3}));
+  const SlotSpan span = SlotSpan::of(filter);
+  const int64_t firstDay = dayOfSlot(span.first);
+  const int64_t lastDay = dayOfSlot(span.last);
   const Bind tool = filter.provider ? Bind{filter.provider->rawValue()} : Bind{nullptr};
   {
     db_.query(
@@ -75,9 +76,7 @@ LedgerRows LedgerReader::rows(const LedgerFilter& filter) {
   LedgerRows rows;
   rows.from = filter.from;
   rows.to = filter.to;
-  const int64_t first = slotOf(filter.from);
-  // The span's last slot is the one that holds its last instant.
-  const int64_t last = filter.to > filter.from ? slotOf(filter.to - Seconds{1e-3}) : first - 1;
+  const auto [first, last] = SlotSpan::of(filter);
   if (last < first) return rows;
   const Bind tool = filter.provider ? Bind{filter.provider->rawValue()} : Bind{nullptr};
   const Bind project = filter.project ? Bind{*filter.project} : Bind{nullptr};

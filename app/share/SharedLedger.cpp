@@ -181,8 +181,7 @@ LedgerRows SharedLedger::ledger(const LedgerFilter& filter) {
   LedgerRows rows;
   rows.from = filter.from;
   rows.to = filter.to;
-  const int64_t first = slotOf(filter.from);
-  const int64_t last = filter.to > filter.from ? slotOf(filter.to - Seconds{1e-3}) : first - 1;
+  const auto [first, last] = SlotSpan::of(filter);
   if (last < first) return rows;
   const std::optional<std::string> tool = textOf(filter.provider);
 
