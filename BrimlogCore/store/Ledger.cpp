@@ -18,6 +18,11 @@ const LedgerSession* LedgerRows::session(int64_t id) const {
   return found != sessions.end() && found->id == id ? &*found : nullptr;
 }
 
+std::pair<std::string, std::string> keptDayKeysNear(const LedgerFilter& filter) {
+  const Calendar utc = Calendar::utc();
+  return {utc.dayKey(filter.from - Seconds{86400}), utc.dayKey(filter.to + Seconds{86400})};
+}
+
 LedgerDays LedgerDays::of(const LedgerRows& rows, const Calendar& calendar) {
   DayBuckets buckets{calendar, rows.from, rows.to};
   for (const LedgerSlot& row : rows.slots) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "model/ProviderID.hpp"
@@ -113,6 +114,11 @@ struct SlotSpan {
     return {first, filter.to > filter.from ? slotOf(filter.to - Seconds{1e-3}) : first - 1};
   }
 };
+
+/// The day keys, first and last, of the kept day totals that may fall in a filter's span: their
+/// zone is not known, so every day the span touches in any zone (a day either side of its UTC
+/// days); which of them count is for a report's calendar to decide (`LedgerDays`).
+std::pair<std::string, std::string> keptDayKeysNear(const LedgerFilter& filter);
 
 /// One tool's and model's usage on one local day.
 struct DayUsage {

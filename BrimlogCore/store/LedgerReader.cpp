@@ -10,12 +10,12 @@ namespace brimlog {
 std::vector<KeptDay> LedgerReader::keptDaysNear(const LedgerFilter& filter) {
   std::vector<KeptDay> kept;
   if (filter.project) return kept;
-  const Calendar utc = Calendar::utc();
+  const auto near = keptDayKeysNear(filter);
   db_.query(
       "SELECT provider, model, day, uncached, cache_read, w5m, w1h, output, reasoning, "
       "reported_usd, sessions FROM kept_days WHERE day >= ?1 AND day <= ?2 "
       "AND (?3 IS NULL OR provider = ?3) ORDER BY day, provider, model",
-      {utc.dayKey(filter.from - Seconds{86400}), utc.dayKey(filter.to + Seconds{86400}),
+      {near.first, near.second,
        filter.provider ? Bind{filter.provider->rawValue()} : Bind{nullptr}},
       [&](const Row& row) {
         const auto provider = ProviderID::fromRawValue(row.text(0));

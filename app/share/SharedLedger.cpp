@@ -228,18 +228,16 @@ LedgerRows SharedLedger::ledger(const LedgerFilter& filter) {
         slots.isNull(row, 11) ? std::nullopt : std::optional<double>(slots.real(row, 11))});
   }
 
-  // Kept day totals carry no project; their zone is unknown, so the days around the span are
-  // read and the report's calendar decides, as for this machine's own ledger.
+  // Kept day totals carry no project.
   if (filter.project) return rows;
-  const Calendar utc = Calendar::utc();
+  const auto near = keptDayKeysNear(filter);
   PgResult kept = db_->query(
       "SELECT k.provider, k.model, k.day, k.uncached, k.cache_read, k.w5m, k.w1h, k.output, "
       "k.reasoning, k.reported_usd, k.sessions FROM brimlog.kept_days k "
       "JOIN brimlog.machines m USING (machine) WHERE k.day >= $1::date AND k.day <= $2::date "
       "AND ($3::text IS NULL OR k.provider = $3) AND ($4::text IS NULL OR k.machine = $4) "
       "AND ($5::text IS NULL OR m.user_name = $5) ORDER BY k.day, k.provider, k.model",
-      {utc.dayKey(filter.from - Seconds{86400}), utc.dayKey(filter.to + Seconds{86400}), tool,
-       filter_.machine, filter_.user});
+      {near.first, near.second, tool, filter_.machine, filter_.user});
   for (int row = 0; row < kept.rows(); ++row) {
     const auto provider = ProviderID::fromRawValue(kept.text(row, 0));
     if (!provider) continue;
