@@ -211,8 +211,7 @@ TEST_F(UsageIngestorTest, GrokTurnsFinishedOutOfOrderAreCountedOnceEach) {
   write(file, testing::readFile(testing::dataPath("ingest/grok-session-turn2-ended.json")));
   EXPECT_EQ(pass(now_).newEvents[ProviderID::grok], 1);
   EXPECT_THAT(totals(), ElementsAre("grok|grok-4|90|60|21|0"));
-  RawDatabase raw{dbPath()};
-  EXPECT_THAT(raw.rows("SELECT reported_usd FROM usage"), ElementsAre("0.3"));
+  EXPECT_THAT(RawDatabase{dbPath()}.rows("SELECT reported_usd FROM usage"), ElementsAre("0.3"));
 }
 
 // Replies written over three lines each, the later ones carrying more output, read by passes

@@ -115,14 +115,12 @@ TEST_F(UsageStoreTest, AReplyIsCountedOnceWithItsLargestCountsInItsFirstSlot) {
       event("1", "2025-03-02T10:16:00Z", {1, 2, 3, 4, 7, 6}, std::nullopt, "s1", "m1"),
       event("3", "2025-03-01T23:59:00Z", {0, 0, 0, 0, 0, 0}, std::nullopt, "s1", "m3"),
   };
-  UsageStore batched{dir() / "batched.db"};
-  UsageStore single{dir() / "single.db"};
+  UsageStore batched{dir() / "batched.db"}, single{dir() / "single.db"};
   EXPECT_EQ(batched.ingest(events), 3);
   int64_t added = 0;
   for (const UsageEvent& e : events) added += single.ingest(std::vector{e});
   EXPECT_EQ(added, 3);
-  RawDatabase a{dir() / "batched.db"};
-  RawDatabase b{dir() / "single.db"};
+  RawDatabase a{dir() / "batched.db"}, b{dir() / "single.db"};
   for (const char* query :
        {"SELECT * FROM usage ORDER BY slot, session, model", "SELECT * FROM replies ORDER BY key",
         "SELECT * FROM sessions ORDER BY id"}) {
@@ -246,21 +244,8 @@ TEST_F(UsageStoreTest, CursorsAndLimitsAreKeptBesideTheUsageThatIsPruned) {
 // every cursor goes, so the logs are read again into slots, and a day total stands only for a day
 // on which the logs left nothing of its tool.
 TEST_F(UsageStoreTest, AnOlderDatabaseKeepsItsDayTotalsForDaysWhoseLogsAreGone) {
-  ASSERT_EQ(RawDatabase(dbPath()).exec(R"(
-      CREATE TABLE seen(key TEXT PRIMARY KEY, day TEXT);
-      CREATE TABLE daily(provider, model, day, uncached, cache_read, w5m, w1h, output, reasoning,
-                         reported_usd, PRIMARY KEY(provider, model, day));
-      CREATE TABLE sessions(provider, session_id, day, PRIMARY KEY(provider, session_id));
-      CREATE TABLE cursors(path TEXT PRIMARY KEY, json TEXT);
-      CREATE TABLE limits(provider TEXT PRIMARY KEY, json TEXT);
-      INSERT INTO seen VALUES('a', '2025-03-01'), ('b', '2025-03-02');
-      INSERT INTO daily VALUES('claude', 'm1', '2025-03-01', 10, 0, 0, 0, 5, 0, NULL),
-                              ('claude', 'm2', '2025-03-01', 1, 0, 0, 0, 1, 0, NULL),
-                              ('claude', 'm1', '2025-03-02', 99, 0, 0, 0, 99, 0, NULL);
-      INSERT INTO sessions VALUES('claude', 's-old', '2025-03-01');
-      INSERT INTO cursors VALUES('/gone.jsonl', '{}');
-      INSERT INTO limits VALUES('codex', '{}');
-      PRAGMA user_version = 1;)"),
+  // Day totals of two models on 1 March and of one on the 2nd, a session, a cursor and limits.
+  ASSERT_EQ(RawDatabase(dbPath()).exec(testing::readFile(testing::dataPath("store/schema-1.sql"))),
             SQLITE_OK);
   // Only a program that may write brings it up to date.
   const auto readOnly = failure([&] { UsageStore{dbPath(), {.readOnly = true}}; });

@@ -48,8 +48,9 @@ std::string tokensJson(const Step& s) {
       s.total, s.input, s.output, s.reasoning, s.read, s.write);
 }
 
-// The message's data: its own tokens are its last step's, its cost the sum of its steps'.
-std::string messageJson(const Reply& r, double cost, bool withIDs) {
+// The message's data: its own tokens are its last step's, its cost (unless given) the sum of its
+// steps'.
+std::string messageJson(const Reply& r, std::optional<double> cost, bool withIDs) {
   const std::string ids =
       withIDs ? fmt::format(R"("id":"{}","sessionID":"{}",)", r.id, r.session) : "";
   // Older builds' messages (those with no step parts here) name no working folder.
@@ -58,17 +59,15 @@ std::string messageJson(const Reply& r, double cost, bool withIDs) {
   return fmt::format(
       R"({{{}"role":"assistant","providerID":"{}","modelID":"{}",{}"time":{{"created":{}}},)"
       R"("cost":{},"tokens":{}}})",
-      ids, r.providerID, r.model, path, r.createdMs, cost, tokensJson(r.steps.back()));
+      ids, r.providerID, r.model, path, r.createdMs,
+      cost.value_or(std::accumulate(r.steps.begin(), r.steps.end(), 0.0,
+                                    [](double sum, const Step& s) { return sum + s.cost; })),
+      tokensJson(r.steps.back()));
 }
 
 std::string stepJson(const Step& s) {
   return fmt::format(R"({{"type":"step-finish","reason":"stop","cost":{},"tokens":{}}})", s.cost,
                      tokensJson(s));
-}
-
-double stepsCost(const Reply& r) {
-  return std::accumulate(r.steps.begin(), r.steps.end(), 0.0,
-                         [](double sum, const Step& s) { return sum + s.cost; });
 }
 
 // `copyID`/`copySession`: a fork's copy, with `cost` the copy's (Kilo zeroes it).
@@ -77,7 +76,7 @@ void store(testing::OpenCodeStoreWriter& db, const Reply& r, int64_t updated,
            const std::string& copySession = "") {
   const std::string id = copyID.empty() ? r.id : copyID;
   const std::string session = copySession.empty() ? r.session : copySession;
-  db.message(id, session, updated, messageJson(r, cost.value_or(stepsCost(r)), false));
+  db.message(id, session, updated, messageJson(r, cost, false));
   if (r.viaMessage) return;
   db.part(id + "_text", id, session, R"({"type":"text","text":"done"})");
   for (size_t i = 0; i < r.steps.size(); ++i) {
@@ -165,7 +164,7 @@ class OpenCodeHomeTest : public testing::TempDirTest {
   // The old JSON files of a reply: its message and its parts.
   void storeAsJson(const Reply& r) {
     write(fmt::format(".local/share/opencode/storage/message/{}/{}.json", r.session, r.id),
-          messageJson(r, stepsCost(r), true));
+          messageJson(r, std::nullopt, true));
     write(fmt::format(".local/share/opencode/storage/part/{}/prt_text.json", r.id),
           R"({"type":"text","text":"step-finish is what it said"})");
     for (size_t i = 0; i < r.steps.size(); ++i) {
