@@ -207,7 +207,7 @@ int Commands::share(const ShareOptions& options) {
   }
   SharedLedger shared{target};
   ProgressBar bar;
-  const std::string machine = share.machine.value_or(HostSettings::hostName());
+  const std::string machine = share.machine.value();  // the host name unless set
   const ShareResult result =
       shared.share(*opened, machine, share.user.value_or(""), [&](const ShareProgress& progress) {
         bar.update(progress.daysSent, progress.daysToSend, "days");

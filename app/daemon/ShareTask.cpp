@@ -4,7 +4,6 @@
 
 #include "share/PgConnection.hpp"
 #include "share/SharedLedger.hpp"
-#include "state/HostSettings.hpp"
 
 namespace brimlog {
 
@@ -17,8 +16,7 @@ void ShareTask::runIfDue(UsageStore& store) {
   if (!due_ || !settings_.to) return;
   try {
     if (!ledger_) ledger_ = std::make_unique<SharedLedger>(*settings_.to);
-    ledger_->share(store, settings_.machine.value_or(HostSettings::hostName()),
-                   settings_.user.value_or(""));
+    ledger_->share(store, settings_.machine.value(), settings_.user.value_or(""));
     due_ = failed_ = false;
     if (!lastFailure_.empty()) tell_("sharing works again: " + ledger_->name());
     lastFailure_.clear();
