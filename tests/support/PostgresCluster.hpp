@@ -1,8 +1,12 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <filesystem>
 #include <optional>
 #include <string>
+
+#include "support/TempDir.hpp"
 
 namespace brimlog::testing {
 
@@ -46,6 +50,21 @@ class PostgresCluster {
   std::string password_;
   int port_ = 0;
   bool running_ = false;
+};
+
+/// A test with a temporary folder and a cluster holding an empty database `team` at `url`;
+/// skipped, saying why, where no cluster can be made.
+class PostgresTest : public TempDirTest {
+ protected:
+  void SetUp() override {
+    TempDirTest::SetUp();
+    if (auto reason = PostgresCluster::unavailable()) GTEST_SKIP() << *reason;
+    cluster.emplace();
+    url = cluster->createDatabase("team");
+  }
+
+  std::optional<PostgresCluster> cluster;
+  std::string url;
 };
 
 }  // namespace brimlog::testing

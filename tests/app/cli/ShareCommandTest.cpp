@@ -22,18 +22,10 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
-using testing::PostgresCluster;
 using testing::RunningProgram;
 
-class ShareCommandTest : public testing::TempDirTest {
+class ShareCommandTest : public testing::PostgresTest {
  protected:
-  void SetUp() override {
-    TempDirTest::SetUp();
-    if (auto reason = PostgresCluster::unavailable()) GTEST_SKIP() << *reason;
-    cluster.emplace();
-    url = cluster->createDatabase("team");
-  }
-
   std::vector<std::string> command(int machine, std::vector<std::string> arguments) {
     const std::filesystem::path folder = dir() / fmt::format("m{}", machine);
     arguments.insert(arguments.begin(), BRIMLOG_BINARY);
@@ -66,9 +58,6 @@ class ShareCommandTest : public testing::TempDirTest {
     for (size_t i = 0; i + 1 < a.size(); ++i) EXPECT_EQ(a[i], b[i]) << i;
     EXPECT_NEAR(a.back(), b.back(), 1e-5);
   }
-
-  std::optional<PostgresCluster> cluster;
-  std::string url;
 };
 
 TEST_F(ShareCommandTest, ThreeMachinesAddUpAfterAKilledShareAndAfterSharingTwice) {

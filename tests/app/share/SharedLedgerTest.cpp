@@ -14,7 +14,6 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::HasSubstr;
-using testing::PostgresCluster;
 using ::testing::ThrowsMessage;
 
 UsageEvent reply(const std::string& key, const char* at, int64_t output, std::string session,
@@ -24,19 +23,11 @@ UsageEvent reply(const std::string& key, const char* at, int64_t output, std::st
           std::nullopt, "/work/tab\there"};
 }
 
-class SharedLedgerTest : public testing::TempDirTest {
+class SharedLedgerTest : public testing::PostgresTest {
  protected:
-  void SetUp() override {
-    TempDirTest::SetUp();
-    if (auto reason = PostgresCluster::unavailable()) GTEST_SKIP() << *reason;
-    cluster.emplace();
-    url = cluster->createDatabase("team");
-  }
   const LedgerFilter march{
       *parseISO8601("2025-03-01T00:00:00Z"), *parseISO8601("2025-04-01T00:00:00Z"), {}, {}};
   const Calendar berlin = *Calendar::named("Europe/Berlin");
-  std::optional<PostgresCluster> cluster;
-  std::string url;
 };
 
 // Two machines' ledgers read back from the shared one exactly as each machine reads its own,
